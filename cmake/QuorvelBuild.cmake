@@ -1,0 +1,48 @@
+# Flags and folders that every target of the house shares.
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "Build type" FORCE)
+endif()
+
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+
+include(GNUInstallDirs)
+set(THREADS_PREFER_PTHREAD_FLAG ON)
+find_package(Threads REQUIRED)
+
+add_compile_definitions(_GNU_SOURCE)
+add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2)
+if(QUORVEL_STRICT)
+  add_compile_options(-Werror)
+endif()
+if(QUORVEL_ILP32)
+  add_compile_options(-m32)
+  add_link_options(-m32)
+endif()
+if(QUORVEL_SANITIZE)
+  add_compile_options(-fsanitize=${QUORVEL_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${QUORVEL_SANITIZE})
+endif()
+if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
+  # The locks are checked at compile time; only clang knows the attributes.
+  add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wthread-safety>)
+endif()
+
+# A dependency that this build can do without: an error when strict, a message and FALSE otherwise.
+function(quorvel_missing what package)
+  if(QUORVEL_STRICT)
+    message(FATAL_ERROR "${what} needs the Debian package ${package}; script/bootstrap installs it.")
+  endif()
+  message(WARNING "${what} is not built: it needs the Debian package ${package}; script/bootstrap installs it.")
+endfunction()

@@ -1,0 +1,201 @@
+/* Connections: registration, opening and closing, and what the CM server tells about them.
+ *
+ * Rules that hold for every function of this header:
+ *
+ *  1. Results. A function returns NETCM_SUCCESS (0), a status of this header, or, when the CM server has refused
+ *     the request, the server's own status word unchanged.
+ *  2. Registration is per thread. A thread registers itself with a callback, then opens and closes connections;
+ *     the library knows it by its kernel thread id. Up to 16 threads of a process may register.
+ *  3. What blocks. A request waits for the server's answer, at most 60 seconds (10 seconds for a block behind an
+ *     answer). Requests of a process are served one after another. When the link to the server is found broken,
+ *     a request repairs it first; with no server there this takes about three seconds and gives
+ *     NETCM_ERR_REREGISTER_FAILED.
+ *  4. Callbacks run on the library's receiver thread or on a short-lived thread of the library, never on the
+ *     thread that asked, one at a time, with NetCMAppMutex held. A callback that blocks holds up every request
+ *     and every event of the process. It may call any function of the library. Deregistering the last thread
+ *     from a callback is allowed: the receiver ends as soon as the callback has returned.
+ *  5. Ownership. An event and everything that it points to live on the library's side and only during the
+ *     callback: copy what is needed. Arguments belong to the caller and are not kept, except the callback itself.
+ *  6. fork. The child of a process that is registered has no receiver thread, and shares both sockets with its
+ *     parent: it must not call the library before it has called one of the exec functions.
+ *  7. When the server dies, every connection that was open ends with a NETCM_EVENT_STOP_IND with Result 2. Threads
+ *     stay registered; the next request registers the process with the server again.
+ *  8. A server that has closed its end never kills the process: no SIGPIPE leaves the library. Every descriptor
+ *     that the library opens is close-on-exec and above 2.
+ */
+#ifndef QUORVEL_NETCM_H
+#define QUORVEL_NETCM_H
+
+#include <pthread.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Status codes. */
+enum NetCMStatus {
+    NETCM_SUCCESS = 0,
+    NETCM_ERR_FAILURE = 1,            /* the exchange with the server failed, or memory ran out */
+    NETCM_ERR_REREGISTER_FAILED = 2,  /* the link to the server is broken and could not be repaired */
+    NETCM_ERR_ALREADY_REGISTERED = 3, /* the calling thread is already registered */
+    NETCM_ERR_REREGISTER_RETRY_EXHAUSTED = 4, /* the link could not be set up in three attempts */
+    NETCM_ERR_NO_FREE_ENTRY = 5,              /* 16 threads are registered already */
+    NETCM_ERR_NOT_REGISTERED = 6,        /* the process or the calling thread is not registered, or has no call */
+    NETCM_ERR_INVALID_PROFILE = 7,       /* invalid profile id */
+    NETCM_ERR_NOT_ACTIVE = 9,            /* no such connection, or the calling thread does not use it */
+    NETCM_ERR_ALREADY_EXISTS = 10,       /* the calling thread already has this connection, or still has one */
+    NETCM_ERR_CLOSING = 11,              /* the calling thread has already asked to kill this connection */
+    NETCM_ERR_CALL_CLOSING = 13,         /* the connection is being closed */
+    NETCM_ERR_MAX_LIMIT = 14,            /* no room for another thread or profile on this connection */
+    NETCM_ERR_NO_FREE_KILL_ENTRY = 16,   /* four kills are pending already */
+    NETCM_ERR_NO_FREE_TUNNEL_ENTRY = 17, /* twenty tunnel requests are pending already */
+    NETCM_ERR_INVALID_PARAM = 19         /* a null pointer or an argument out of range */
+};
+
+/* Network interfaces; lists of interfaces are masks of these values. */
+enum NetIface {
+    NETCM_IFACE_PDP = 1, /* packet data */
+    NETCM_IFACE_WIFI = 2 /* Wi-Fi */
+};
+
+/* An address record. For IPv4 the first four bytes of Addr are the address in network byte order. */
+typedef struct NetCMAddr {
+    uint32_t Type; /* 0: IPv4 */
+    uint8_t Addr[16];
+} NetCMAddr;
+
+/* The details of a connection, as they are delivered to an application. */
+typedef struct NetCMConnInfo {
+    int32_t ProfileId;
+    char IfaceName[32]; /* network interface, at most 31 characters and a NUL */
+    NetCMAddr DnsAddr[2];
+    int32_t DnsCount; /* how many of DnsAddr are valid */
+    NetCMAddr IpAddr; /* the local address */
+    uint16_t HasOptAddr1;
+    NetCMAddr OptAddr1; /* valid when HasOptAddr1 is 1; its meaning is the server's */
+    uint16_t HasOptAddr2;
+    NetCMAddr OptAddr2; /* valid when HasOptAddr2 is 1; its meaning is the server's */
+} NetCMConnInfo;
+
+/* What an event is about, and what its Data points to. Where nothing is said, Data is null, or, when Result is
+ * 21, points to one int32_t: the server's reason word. */
+enum NetCMEventType {
+    NETCM_EVENT_OPEN_RSP = 0,  /* outcome of an open; on success Data is a NetCMConnInfo */
+    NETCM_EVENT_CLOSE_RSP = 1, /* outcome of a close */
+    NETCM_EVENT_KILL_RSP = 2,  /* outcome of a kill, to the threads that asked for it */
+    NETCM_EVENT_STOP_IND = 3,  /* the connection has ended: by the network, by a kill (Result 22), or because the
+                                  server has gone (Result 2) */
+    NETCM_EVENT_SUSPEND_IND = 4, /* the connection is suspended; with Result 21, Data is an int32_t of value 1 */
+    NETCM_EVENT_RESUME_IND = 5,  /* and runs again; with Result 21, Data is an int32_t of value 0 */
+    NETCM_EVENT_TUNNEL_RSP = 6,  /* answer to a tunnel request; Data is a NetCMTunnelData */
+    NETCM_EVENT_TUNNEL_IND = 7,  /* tunnel data from the server; Data is a NetCMTunnelData */
+    NETCM_EVENT_NETWORK_STATUS_IND = 8, /* ProfileId is -1; Data is two int32_t of the server's */
+    NETCM_EVENT_IP_CHANGE_IND = 9,      /* Data is a NetCMConnInfo */
+    NETCM_EVENT_PROPER_PROFILE_RSP = 10 /* Data is the server's status word and the words behind it */
+};
+
+/* An event, as a callback gets it. */
+typedef struct NetCMEvent {
+    uint32_t EventType; /* one of NetCMEventType */
+    int32_t ProfileId;  /* the profile that the event is about */
+    int32_t Result;     /* 0, or the server's status word */
+    void *Data;
+} NetCMEvent;
+
+/* An application's callback. Rule 4 says where it runs and what it may do. */
+typedef void (*NetCMEventCallback)(NetCMEvent *event);
+
+/* ---------------------------------------------------------------------------------------------------------------
+ * The client table
+ *
+ * Exported for diagnosis. It is guarded by NetCMAppMutex, and written by the library alone. */
+
+#define NETCM_MAX_CALLS 4
+#define NETCM_MAX_THREADS 16
+#define NETCM_MAX_PROFILES 20 /* of one thread on one call */
+#define NETCM_MAX_DNS 2
+#define NETCM_MAX_KILLS 4
+#define NETCM_MAX_TUNNELS 20
+#define NETCM_MAX_PROPER_PROFILES 16
+
+/* The stored form of a connection's details. */
+typedef struct NetCMCallConnInfo {
+    char IfaceName[32];
+    uint32_t Reserved; /* never written */
+    NetCMAddr DnsAddr[NETCM_MAX_DNS];
+    int32_t DnsCount;
+    NetCMAddr IpAddr;
+    uint16_t HasOptAddr1;
+    NetCMAddr OptAddr1;
+    uint16_t HasOptAddr2;
+    NetCMAddr OptAddr2;
+} NetCMCallConnInfo;
+
+/* One thread's use of a call. */
+typedef struct NetCMThreadProf {
+    int32_t ThreadIndex;                   /* index into ThreadInfo; -1: free */
+    int32_t ProfileId[NETCM_MAX_PROFILES]; /* -1: empty slot */
+} NetCMThreadProf;
+
+/* A call. Its index in the table is the call id that the server gave. */
+typedef struct NetCMCallInfo {
+    uint16_t InUse;
+    int32_t CallId;    /* -1: none */
+    uint16_t IsActive; /* 1 once the connection is up */
+    NetCMCallConnInfo ConnInfo;
+    uint32_t CallState; /* 3 resumed, 4 suspended; above 4 the call is closing: 5 stop sent, 7 kill sent */
+    NetCMThreadProf ThreadProf[NETCM_MAX_THREADS];
+} NetCMCallInfo;
+
+/* A registered thread. */
+typedef struct NetCMThreadInfo {
+    int32_t ThreadId;            /* kernel thread id; -1: free */
+    NetCMEventCallback EventCbk; /* null: free */
+    int32_t LastSyncError;       /* -1: none */
+} NetCMThreadInfo;
+
+typedef struct NetCMKillReq {
+    int32_t ThreadId;  /* kernel thread id of the requester; -1: free */
+    int32_t ProfileId; /* -1: free */
+} NetCMKillReq;
+
+typedef struct NetCMTunnelReq {
+    int32_t ThreadId;  /* kernel thread id of the requester; -1: free */
+    int32_t RequestId; /* the server's id of the request; -1: free */
+} NetCMTunnelReq;
+
+typedef struct NetCMProperProfReq {
+    uint16_t InUse;
+    int32_t ThreadId; /* -1: free */
+    int32_t ReqKey;   /* the application id that the answer names; -1: free */
+} NetCMProperProfReq;
+
+typedef struct NetCMClientAppInfo {
+    uint16_t IsRegistered;  /* 1 while a thread is registered */
+    int32_t ClientId;       /* given by the server; -1: none */
+    int32_t RegCount;       /* registered threads */
+    pthread_t RecvThreadId; /* the receiver thread; -1: none */
+    int32_t SyncSockFd;     /* -1: none */
+    int32_t AsyncSockFd;    /* -1: none */
+    int32_t AppId;          /* application id; 0: not known */
+    NetCMCallInfo CallInfo[NETCM_MAX_CALLS];
+    NetCMThreadInfo ThreadInfo[NETCM_MAX_THREADS];
+    NetCMKillReq KillReq[NETCM_MAX_KILLS];
+    NetCMTunnelReq TunnelReq[NETCM_MAX_TUNNELS];
+    NetCMProperProfReq ProperProfReq[NETCM_MAX_PROPER_PROFILES];
+} NetCMClientAppInfo;
+
+extern NetCMClientAppInfo g_NetCMClientAppInfo;
+
+/* The recursive mutex of the client table, held for a whole exchange with the server and during callbacks. */
+extern pthread_mutex_t NetCMAppMutex;
+
+/* A variable for an application's event-system handle. The library never uses it. */
+extern void *EvtDeliveryHandle;
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
