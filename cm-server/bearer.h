@@ -1,0 +1,39 @@
+// What brings a connection up, and tells what becomes of it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "profile.h"
+#include "protocol/message.h"
+
+namespace quorvel::cm {
+
+// Why a connection did not come up, or has ended: the reason word behind a status of 21.
+enum class Reason : uint32_t {
+    kNone = 0,
+    kNoInterface = 1,
+    kInterfaceDown = 2,
+    kNoAddress = 3,
+};
+const char* to_text(Reason reason);
+
+class BearerEvents {
+  public:
+    virtual void on_up(uint32_t call, const Addresses& addresses) = 0;
+    virtual void on_refused(uint32_t call, Reason reason) = 0;
+
+  protected:
+    ~BearerEvents() = default;
+};
+
+class Bearer {
+  public:
+    virtual ~Bearer() = default;
+    // Reports the outcome later, never from within this call.
+    virtual void connect(uint32_t call, const Profile& profile) = 0;
+    // Nothing is reported about the call any more.
+    virtual void disconnect(uint32_t call) = 0;
+};
+
+}  // namespace quorvel::cm

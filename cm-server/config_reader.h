@@ -1,0 +1,54 @@
+// Reads the tables of a TOML file, and collects every fault with its line instead of stopping at the first.
+#pragma once
+
+#include <netinet/in.h>
+
+#include <toml++/toml.h>
+#include <functional>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quorvel::cm {
+
+class ConfigFaults {
+  public:
+    explicit ConfigFaults(std::string file) : file_(std::move(file)) {}
+    void add(const toml::source_region& where, const std::string& what);
+    // Throws ConfigError with all faults when there are any.
+    void raise() const;
+
+  private:
+    std::string file_;
+    std::string text_;
+};
+
+// A table whose keys are all known in the end: what has not been asked for is a fault.
+class ConfigTable {
+  public:
+    ConfigTable(const toml::table& table, ConfigFaults& faults) : table_(table), faults_(faults) {}
+
+    std::optional<std::string> text(const char* key);
+    std::optional<bool> flag(const char* key);
+    std::optional<int64_t> number(const char* key, int64_t lowest, int64_t highest);
+    std::vector<in_addr> addresses(const char* key);
+    // Calls `each` for every table of an array of tables.
+    void tables(const char* key, const std::function<void(ConfigTable&)>& each);
+    // One of `names`, as its index.
+    std::optional<size_t> choice(const char* key, std::initializer_list<const char*> names);
+
+    void fault(const std::string& what) { faults_.add(table_.source(), what); }
+    void finish();
+
+  private:
+    const toml::node* take(const char* key);
+    template <class T>
+    std::optional<T> value(const char* key, const char* expected);
+
+    const toml::table& table_;
+    ConfigFaults& faults_;
+    std::vector<std::string> known_;
+};
+
+}  // namespace quorvel::cm

@@ -1,0 +1,113 @@
+#include "connection.h"
+
+#include <event2/buffer.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cstring>
+#include <stdexcept>
+
+namespace quorvel::cm {
+
+Peer peer_of(int fd) {
+    ucred credentials{};
+    socklen_t size = sizeof(credentials);
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0)
+        return {0, static_cast<uid_t>(-1)};
+    return {credentials.pid, credentials.uid};
+}
+
+Connection::Connection(event_base* base, evutil_socket_t fd, const ConnectionLimits& limits, Handler& handler)
+    : limits_(limits),
+      handler_(handler),
+      peer_(peer_of(fd)),
+      socket_(bufferevent_socket_new(base, fd, BEV_OPT_CLOSE_ON_FREE)),
+      stalled_(base, [this] {
+          close(reader_.pending() == 0 ? "it has never said who it is"
+                                       : "it has left a request unfinished after " +
+                                             std::to_string(reader_.pending()) + " bytes");
+      }) {
+    if (!socket_)
+        throw std::runtime_error("cannot watch a socket");
+    bufferevent_setcb(socket_.get(), &Connection::readable, nullptr, &Connection::changed, this);
+    bufferevent_enable(socket_.get(), EV_READ | EV_WRITE);
+    watch_for_stall();
+}
+
+void Connection::assign(Role role, uint32_t client_id) {
+    role_ = role;
+    client_id_ = client_id;
+}
+
+void Connection::send(const Message& message) {
+    if (closed_)
+        return;
+    // One piece, so that a reader who takes a record with a single read gets it whole.
+    std::vector<std::byte> bytes;
+    bytes.reserve(sizeof(message.record) + message.block.size());
+    append(bytes, message.record);
+    bytes.insert(bytes.end(), message.block.begin(), message.block.end());
+    bufferevent_write(socket_.get(), bytes.data(), bytes.size());
+    if (evbuffer_get_length(bufferevent_get_output(socket_.get())) > limits_.unread_bytes)
+        close("it does not read what it is sent");
+}
+
+void Connection::close(const std::string& why) {
+    if (closed_)
+        return;
+    closed_ = true;
+    stalled_.stop();
+    bufferevent_disable(socket_.get(), EV_READ | EV_WRITE);
+    evbuffer* output = bufferevent_get_output(socket_.get());
+    evbuffer_unfreeze(output, 1);
+    evbuffer_write(output, bufferevent_getfd(socket_.get()));
+    shutdown(bufferevent_getfd(socket_.get()), SHUT_RDWR);
+    handler_.on_closed(*this, why);
+}
+
+void Connection::read() {
+    std::array<std::byte, 16384> piece;
+    try {
+        int size = 0;
+        while (!closed_ && (size = evbuffer_remove(bufferevent_get_input(socket_.get()), piece.data(),
+                                                   piece.size())) > 0) {
+            reader_.feed(std::span(piece).first(static_cast<size_t>(size)));
+            while (!closed_) {
+                const auto request = reader_.next();
+                if (!request)
+                    break;
+                handler_.on_request(*this, *request);
+            }
+        }
+    } catch (const ProtocolError& error) {
+        close(error.what());
+    }
+    watch_for_stall();
+}
+
+void Connection::watch_for_stall() {
+    if (closed_)
+        return;
+    const bool waiting = role_ == Role::kNone || reader_.pending() > 0;
+    if (!waiting)
+        stalled_.stop();
+    else if (!stalled_.running())
+        stalled_.start(limits_.request_time);
+}
+
+void Connection::readable(bufferevent*, void* connection) {
+    static_cast<Connection*>(connection)->read();
+}
+
+void Connection::changed(bufferevent*, short what, void* connection) {
+    auto& self = *static_cast<Connection*>(connection);
+    if (what & BEV_EVENT_ERROR)
+        self.close(evutil_socket_error_to_string(EVUTIL_SOCKET_ERROR()));
+    else if (self.reader_.pending() > 0)
+        self.close("it has closed in the middle of a request, after " +
+                   std::to_string(self.reader_.pending()) + " bytes");
+    else
+        self.close("it has closed");
+}
+
+}  // namespace quorvel::cm

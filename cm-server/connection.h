@@ -1,0 +1,78 @@
+// One accepted socket: cuts what arrives into requests, and sends messages without ever waiting.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+#include "events.h"
+#include "protocol/message.h"
+#include "protocol/request.h"
+
+namespace quorvel::cm {
+
+// Who is at the other end, as the kernel says.
+struct Peer {
+    pid_t pid = 0;
+    uid_t uid = 0;
+
+    bool operator==(const Peer&) const = default;
+};
+Peer peer_of(int fd);
+
+// What a client may do to the server before it is dropped.
+struct ConnectionLimits {
+    // How long a request may stay incomplete, and a new connection silent.
+    std::chrono::milliseconds request_time{5000};
+    // How many bytes may wait for a client that does not read.
+    size_t unread_bytes = size_t{4} * 1024 * 1024;
+};
+
+class Connection {
+  public:
+    enum class Role { kNone, kSync, kAsync };
+
+    // Told what arrives. May close the connection, and must not destroy it.
+    class Handler {
+      public:
+        virtual void on_request(Connection& connection, const Request& request) = 0;
+        // The connection has ended; `why` says it in words. Called once.
+        virtual void on_closed(Connection& connection, const std::string& why) = 0;
+
+      protected:
+        ~Handler() = default;
+    };
+
+    Connection(event_base* base, evutil_socket_t fd, const ConnectionLimits& limits, Handler& handler);
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    const Peer& peer() const { return peer_; }
+    Role role() const { return role_; }
+    uint32_t client_id() const { return client_id_; }
+    void assign(Role role, uint32_t client_id);
+
+    void send(const Message& message);
+    // Ends the connection after what the socket takes at once has been sent.
+    void close(const std::string& why);
+
+  private:
+    static void readable(bufferevent*, void* connection);
+    static void changed(bufferevent*, short what, void* connection);
+    void read();
+    void watch_for_stall();
+
+    ConnectionLimits limits_;
+    Handler& handler_;
+    Peer peer_;
+    Role role_ = Role::kNone;
+    uint32_t client_id_ = 0;
+    bool closed_ = false;
+    RequestReader reader_;
+    BufferEvent socket_;
+    Timer stalled_;
+};
+
+}  // namespace quorvel::cm

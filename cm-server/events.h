@@ -1,0 +1,60 @@
+// libevent's objects, owned.
+#pragma once
+
+#include <event2/bufferevent.h>
+#include <event2/event.h>
+#include <event2/listener.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+
+namespace quorvel::cm {
+
+template <auto Free>
+struct Freed {
+    template <class T>
+    void operator()(T* object) const {
+        Free(object);
+    }
+};
+
+using EventBase = std::unique_ptr<event_base, Freed<event_base_free>>;
+using Event = std::unique_ptr<event, Freed<event_free>>;
+using BufferEvent = std::unique_ptr<bufferevent, Freed<bufferevent_free>>;
+using Listener = std::unique_ptr<evconnlistener, Freed<evconnlistener_free>>;
+
+EventBase make_event_base();
+
+// Runs an action once, a while after it was started. Never runs it from within start().
+class Timer {
+  public:
+    Timer(event_base* base, std::function<void()> action);
+    Timer(const Timer&) = delete;
+    Timer& operator=(const Timer&) = delete;
+
+    // Starts, or starts over.
+    void start(std::chrono::milliseconds delay);
+    void stop();
+    bool running() const;
+
+  private:
+    static void fired(evutil_socket_t, short, void* timer);
+    std::function<void()> action_;
+    Event event_;
+};
+
+// Runs an action whenever a signal arrives.
+class SignalWatch {
+  public:
+    SignalWatch(event_base* base, int signal, std::function<void()> action);
+    SignalWatch(const SignalWatch&) = delete;
+    SignalWatch& operator=(const SignalWatch&) = delete;
+
+  private:
+    static void fired(evutil_socket_t, short, void* watch);
+    std::function<void()> action_;
+    Event event_;
+};
+
+}  // namespace quorvel::cm

@@ -1,0 +1,52 @@
+#include "link_bearer.h"
+
+#include "interfaces.h"
+
+namespace quorvel::cm {
+
+const char* to_text(Reason reason) {
+    switch (reason) {
+        case Reason::kNone:
+            return "no reason given";
+        case Reason::kNoInterface:
+            return "there is no such network interface";
+        case Reason::kInterfaceDown:
+            return "the network interface is down";
+        case Reason::kNoAddress:
+            return "the network interface has no IPv4 address";
+    }
+    return "unknown reason";
+}
+
+LinkBearer::LinkBearer(event_base* base, const Config& config, BearerEvents& events)
+    : base_(base), config_(config), events_(events) {}
+
+void LinkBearer::connect(uint32_t call, const Profile& profile) {
+    Link& link = links_.at(call);
+    link.interface = profile.interface;
+    if (link.interface.empty() && profile.kind == NETCM_IFACE_PDP)
+        link.interface = config_.packet_data_interface;
+    link.dns = profile.dns.empty() ? config_.dns : profile.dns;
+    link.check = std::make_unique<Timer>(base_, [this, call] { check(call); });
+    link.check->start(std::chrono::milliseconds(0));
+}
+
+void LinkBearer::disconnect(uint32_t call) {
+    links_.at(call) = Link{};
+}
+
+void LinkBearer::check(uint32_t call) {
+    const Link& link = links_[call];
+    const auto state = interface_state(link.interface);
+    if (!state)
+        events_.on_refused(call, Reason::kNoInterface);
+    else if (!state->running)
+        events_.on_refused(call, Reason::kInterfaceDown);
+    else if (!state->address)
+        events_.on_refused(call, Reason::kNoAddress);
+    else
+        events_.on_up(call,
+                      {link.interface, *state->address, link.dns.empty() ? system_name_servers() : link.dns});
+}
+
+}  // namespace quorvel::cm

@@ -1,0 +1,124 @@
+#include "server.h"
+
+#include <csignal>
+
+#include "log.h"
+#include "requests.h"
+
+namespace quorvel::cm {
+namespace {
+
+constexpr mode_t kEveryUser = 0666;
+
+std::string describe_peer(const Connection& connection) {
+    return "process " + std::to_string(connection.peer().pid) + " of user " +
+           std::to_string(connection.peer().uid);
+}
+
+}  // namespace
+
+Server::Server(const ServerOptions& options, Config config)
+    : options_(options),
+      config_(std::move(config)),
+      base_(make_event_base()),
+      path_(options.socket, kEveryUser),
+      clients_(options.max_clients),
+      calls_(clients_),
+      bearer_(base_.get(), config_, calls_),
+      store_(config_),
+      bury_(base_.get(), [this] { ended_.clear(); }),
+      terminate_(base_.get(), SIGTERM, [this] { stop("SIGTERM"); }),
+      interrupt_(base_.get(), SIGINT, [this] { stop("SIGINT"); }) {
+    std::signal(SIGPIPE, SIG_IGN);
+    calls_.use(bearer_);
+    const auto accepted = [](evconnlistener*, evutil_socket_t fd, sockaddr*, int, void* server) {
+        static_cast<Server*>(server)->accept(fd);
+    };
+    listener_.reset(evconnlistener_new(base_.get(), accepted, this,
+                                       LEV_OPT_CLOSE_ON_FREE | LEV_OPT_CLOSE_ON_EXEC, 0, path_.release()));
+    if (!listener_)
+        throw std::runtime_error("cannot watch the listening socket");
+}
+
+Server::~Server() = default;
+
+void Server::run() {
+    log::info("listening on ", path_.path());
+    event_base_dispatch(base_.get());
+}
+
+void Server::stop(const char* why) {
+    log::info("ends on ", why);
+    event_base_loopbreak(base_.get());
+}
+
+void Server::accept(evutil_socket_t fd) {
+    Connection::Handler& handler = *this;
+    auto connection = std::make_unique<Connection>(base_.get(), fd, options_.limits, handler);
+    log::debug("connection from ", describe_peer(*connection));
+    const Connection* key = connection.get();
+    connections_.emplace(key, std::move(connection));
+}
+
+void Server::on_request(Connection& connection, const Request& request) {
+    const uint32_t command = request.header.Command;
+    if (connection.role() == Connection::Role::kSync && command > wire::NETCM_CLIENT_ASYNC_REGISTER_REQ)
+        return handle_request({clients_, calls_, store_}, *clients_.find(connection.client_id()), request);
+    if (connection.role() != Connection::Role::kNone)
+        return connection.close(std::string("it sends ") + wire::find_command(command)->name +
+                                " where that is not allowed");
+    if (command == wire::NETCM_CLIENT_REGISTER_REQ)
+        return register_client(connection, request);
+    if (command == wire::NETCM_CLIENT_ASYNC_REGISTER_REQ)
+        return attach_client(connection, request);
+    connection.close(std::string("it sends ") + wire::find_command(command)->name +
+                     " before it has registered");
+}
+
+void Server::register_client(Connection& connection, const Request& request) {
+    const auto app_id = static_cast<int32_t>(request.header.Arg5);
+    Client* client = clients_.add(connection, app_id);
+    Message answer =
+        make_message(wire::NETCM_CLIENT_REGISTER_RSP, client ? NETCM_SUCCESS : NETCM_ERR_MAX_LIMIT);
+    if (client == nullptr) {
+        connection.send(answer);
+        return connection.close("there are " + std::to_string(clients_.all().size()) + " clients already");
+    }
+    answer.record.Word1 = client->id;
+    connection.send(answer);
+    log::info(describe(*client), " has registered, user ", client->peer.uid, ", application ", app_id);
+}
+
+void Server::attach_client(Connection& connection, const Request& request) {
+    const Client* client = clients_.attach(connection, request.header.ClientId);
+    if (client == nullptr)
+        return connection.close("it offers an async socket for client " +
+                                std::to_string(request.header.ClientId) + ", which it is not");
+    log::info(describe(*client), " receives events");
+}
+
+void Server::on_closed(Connection& connection, const std::string& why) {
+    const uint32_t id = connection.client_id();
+    if (const Client* client = clients_.find(id);
+        client != nullptr && connection.role() != Connection::Role::kNone) {
+        const bool sync = connection.role() == Connection::Role::kSync;
+        log::info(describe(*client), sync ? " has gone: " : " receives no events any more: ", why);
+        sync ? forget(id) : clients_.detach(id);
+    } else if (connection.role() == Connection::Role::kNone) {
+        log::info(describe_peer(connection), " is not served any more: ", why);
+    }
+    const auto found = connections_.find(&connection);
+    ended_.push_back(std::move(found->second));
+    connections_.erase(found);
+    bury_.start(std::chrono::milliseconds(0));
+}
+
+void Server::forget(uint32_t id) {
+    calls_.leave(id);
+    Connection* async = clients_.find(id)->async;
+    clients_.remove(id);
+    if (async != nullptr)
+        async->close("its client has gone");
+}
+
+}  // namespace quorvel::cm

@@ -1,0 +1,61 @@
+// The daemon: owns the sockets and the state, and brings requests to their handlers.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "calls.h"
+#include "clients.h"
+#include "config.h"
+#include "connection.h"
+#include "events.h"
+#include "link_bearer.h"
+#include "socket_path.h"
+#include "store.h"
+
+namespace quorvel::cm {
+
+struct ServerOptions {
+    std::string socket;
+    size_t max_clients = 256;
+    ConnectionLimits limits;
+};
+
+class Server : private Connection::Handler {
+  public:
+    // Throws SocketPathError when the path cannot be had.
+    Server(const ServerOptions& options, Config config);
+    ~Server();
+
+    // Serves until SIGTERM or SIGINT.
+    void run();
+
+  private:
+    void accept(evutil_socket_t fd);
+    void register_client(Connection& connection, const Request& request);
+    void attach_client(Connection& connection, const Request& request);
+    void forget(uint32_t client);
+    void stop(const char* why);
+
+    void on_request(Connection& connection, const Request& request) override;
+    void on_closed(Connection& connection, const std::string& why) override;
+
+    ServerOptions options_;
+    Config config_;
+    EventBase base_;
+    SocketPath path_;
+    Clients clients_;
+    Calls calls_;
+    LinkBearer bearer_;
+    Store store_;
+    std::map<const Connection*, std::unique_ptr<Connection>> connections_;
+    // A connection that has ended is still on the call stack; it goes when the loop comes round.
+    std::vector<std::unique_ptr<Connection>> ended_;
+    Timer bury_;
+    Listener listener_;
+    SignalWatch terminate_;
+    SignalWatch interrupt_;
+};
+
+}  // namespace quorvel::cm

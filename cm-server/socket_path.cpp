@@ -1,0 +1,109 @@
+#include "socket_path.h"
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace quorvel::cm {
+namespace {
+
+[[noreturn]] void fail(const std::string& path, const std::string& what) {
+    throw SocketPathError(path + ": " + what);
+}
+
+sockaddr_un address_of(const std::string& path) {
+    sockaddr_un address{};
+    if (path.empty() || path.size() >= sizeof(address.sun_path))
+        fail(path, "no usable path for a socket");
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    return address;
+}
+
+int stream_socket() {
+    return socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+}
+
+template <auto Call>
+int with_address(int fd, const sockaddr_un& address) {
+    return Call(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+}
+
+// Makes room, or says why there is none.
+void clear_stale(const std::string& path) {
+    struct stat found {};
+    if (lstat(path.c_str(), &found) != 0)
+        return;
+    if (!S_ISSOCK(found.st_mode))
+        fail(path, "something that is no socket is there; it is left alone");
+    const int fd = connect_to(path);
+    if (fd >= 0) {
+        close(fd);
+        fail(path, "another server is running there");
+    }
+    if (errno != ECONNREFUSED && errno != ENOENT)
+        fail(path, std::string("another server may be running there: ") + std::strerror(errno));
+    if (unlink(path.c_str()) != 0 && errno != ENOENT)
+        fail(path, std::string("a dead server's socket cannot be removed: ") + std::strerror(errno));
+}
+
+int close_with_error(int fd) {
+    const int error = errno;
+    close(fd);
+    errno = error;
+    return -1;
+}
+
+// A listening socket, or -1 with errno.
+int listen_on(const std::string& path, mode_t mode) {
+    const sockaddr_un address = address_of(path);
+    const int fd = stream_socket();
+    if (fd < 0)
+        return -1;
+    // The right mode from the first moment on: a chmod afterwards would leave a gap.
+    const mode_t before = umask(static_cast<mode_t>(~mode & 0777));
+    const bool bound = with_address<::bind>(fd, address) == 0;
+    umask(before);
+    return bound && listen(fd, SOMAXCONN) == 0 ? fd : close_with_error(fd);
+}
+
+}  // namespace
+
+int connect_to(const std::string& path) {
+    const sockaddr_un address = address_of(path);
+    const int fd = stream_socket();
+    return fd < 0 || with_address<::connect>(fd, address) == 0 ? fd : close_with_error(fd);
+}
+
+SocketPath::SocketPath(std::string path, mode_t mode) : path_(std::move(path)) {
+    clear_stale(path_);
+    fd_ = listen_on(path_, mode);
+    struct stat own {};
+    if (fd_ < 0 || stat(path_.c_str(), &own) != 0)
+        fail(path_, std::string("cannot listen there: ") + std::strerror(errno));
+    device_ = own.st_dev;
+    inode_ = own.st_ino;
+}
+
+SocketPath::~SocketPath() {
+    if (fd_ >= 0)
+        close(fd_);
+    if (ours())
+        unlink(path_.c_str());
+}
+
+int SocketPath::release() {
+    return std::exchange(fd_, -1);
+}
+
+bool SocketPath::ours() const {
+    struct stat now {};
+    return lstat(path_.c_str(), &now) == 0 && now.st_dev == device_ && now.st_ino == inode_;
+}
+
+}  // namespace quorvel::cm
