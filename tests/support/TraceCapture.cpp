@@ -1,0 +1,147 @@
+#include "support/TraceCapture.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+
+#include "common/Trace.h"
+
+namespace quorvel::test {
+namespace {
+
+using Hook = void (*)(const TraceLine&, void*);
+
+struct Capture {
+    std::mutex mutex;
+    std::condition_variable grown;
+    std::vector<TraceLine> lines;
+    Hook hook = nullptr;
+    void* context = nullptr;
+};
+
+// Never destroyed: a detached thread of the library may trace while the process ends.
+Capture& capture() {
+    static Capture& instance = *new Capture;
+    return instance;
+}
+
+void keep(TraceLine line) {
+    static const bool echo = getenv("QUORVEL_TEST_TRACE") != nullptr;
+    if (echo)
+        fprintf(stderr, "[%d] %s:%d %07x %s", line.thread, line.file.c_str(), line.line, line.mask,
+                line.text.c_str());
+    Hook hook = nullptr;
+    void* context = nullptr;
+    {
+        Capture& all = capture();
+        const std::lock_guard lock(all.mutex);
+        hook = all.hook;
+        context = all.context;
+        all.lines.push_back(line);
+        all.grown.notify_all();
+    }
+    if (hook != nullptr)
+        hook(line, context);
+}
+
+template <class Condition>
+bool wait_until(std::chrono::milliseconds patience, Condition condition) {
+    Capture& all = capture();
+    std::unique_lock lock(all.mutex);
+    return all.grown.wait_for(lock, patience, [&] { return condition(all.lines); });
+}
+
+size_t count_in(const std::vector<TraceLine>& lines, std::string_view text) {
+    return static_cast<size_t>(
+        std::count_if(lines.begin(), lines.end(), [&](const TraceLine& line) { return line.text == text; }));
+}
+
+}  // namespace
+
+namespace trace {
+
+std::vector<TraceLine> lines() {
+    Capture& all = capture();
+    const std::lock_guard lock(all.mutex);
+    return all.lines;
+}
+
+std::vector<std::string> texts() {
+    std::vector<std::string> result;
+    for (TraceLine& line : lines())
+        result.push_back(std::move(line.text));
+    return result;
+}
+
+void clear() {
+    Capture& all = capture();
+    const std::lock_guard lock(all.mutex);
+    all.lines.clear();
+}
+
+size_t count(std::string_view text) {
+    return count_in(lines(), text);
+}
+
+bool contains(std::string_view text) {
+    return count(text) != 0;
+}
+
+bool contains_in_order(std::initializer_list<std::string_view> texts) {
+    const std::vector<TraceLine> all = lines();
+    auto from = all.begin();
+    for (const std::string_view text : texts) {
+        from = std::find_if(from, all.end(), [&](const TraceLine& line) { return line.text == text; });
+        if (from == all.end())
+            return false;
+        ++from;
+    }
+    return true;
+}
+
+TraceLine find(std::string_view text) {
+    for (const TraceLine& line : lines())
+        if (line.text == text)
+            return line;
+    return {};
+}
+
+bool wait_for(std::string_view text, size_t times, std::chrono::milliseconds patience) {
+    return wait_until(patience, [&](const auto& lines) { return count_in(lines, text) >= times; });
+}
+
+bool wait_for_prefix(std::string_view prefix, std::chrono::milliseconds patience) {
+    return wait_until(patience, [&](const auto& lines) {
+        return std::any_of(lines.begin(), lines.end(),
+                           [&](const TraceLine& line) { return line.text.starts_with(prefix); });
+    });
+}
+
+void on_line(void (*hook)(const TraceLine& line, void* context), void* context) {
+    Capture& all = capture();
+    const std::lock_guard lock(all.mutex);
+    all.hook = hook;
+    all.context = context;
+}
+
+}  // namespace trace
+}  // namespace quorvel::test
+
+extern "C" __attribute__((visibility("default"))) int _debug_message(int line, const char* file, uint32_t mid,
+                                                                     uint32_t level, const char* format,
+                                                                     ...) {
+    // The text goes through a buffer, not through the heap: a failed allocation is traced as well.
+    char text[2048];
+    va_list values;
+    va_start(values, format);
+    vsnprintf(text, sizeof text, format, values);
+    va_end(values);
+    quorvel::test::keep({text, file, line, mid, level, static_cast<int32_t>(syscall(SYS_gettid))});
+    return 0;
+}
