@@ -1,7 +1,8 @@
-// Clang's thread-safety attributes; nothing under other compilers.
+// Clang's thread-safety attributes; nothing under other compilers, and nothing outside the library, whose
+// callers cannot see its locks.
 #pragma once
 
-#if defined(__clang__)
+#if defined(__clang__) && defined(QV_UNIT)
 #define QV_THREAD_ATTRIBUTE(x) __attribute__((x))
 #else
 #define QV_THREAD_ATTRIBUTE(x)

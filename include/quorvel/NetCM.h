@@ -14,6 +14,7 @@
  *     thread that asked, one at a time, with NetCMAppMutex held. A callback that blocks holds up every request
  *     and every event of the process. It may call any function of the library. Deregistering the last thread
  *     from a callback is allowed: the receiver ends as soon as the callback has returned.
+ *     The library's threads inherit the signal mask of the thread that starts them.
  *  5. Ownership. An event and everything that it points to live on the library's side and only during the
  *     callback: copy what is needed. Arguments belong to the caller and are not kept, except the callback itself.
  *  6. fork. The child of a process that is registered has no receiver thread, and shares both sockets with its
@@ -105,6 +106,94 @@ typedef struct NetCMEvent {
 
 /* An application's callback. Rule 4 says where it runs and what it may do. */
 typedef void (*NetCMEventCallback)(NetCMEvent *event);
+
+/* ---------------------------------------------------------------------------------------------------------------
+ * Registration */
+
+/* Registers the calling thread with a callback that gets its events (rule 4). The first registration of the process
+ * connects it with the CM server and starts the receiver thread; it makes up to three attempts, each of which costs
+ * a second when no server is there.
+ *
+ *   callback   kept until the thread deregisters; not null
+ *
+ *   NETCM_SUCCESS                        registered
+ *   NETCM_ERR_INVALID_PARAM              null callback
+ *   NETCM_ERR_ALREADY_REGISTERED         the calling thread is registered already; its callback stays
+ *   NETCM_ERR_NO_FREE_ENTRY              16 threads are registered
+ *   NETCM_ERR_REREGISTER_RETRY_EXHAUSTED the CM server could not be reached, or refused
+ *
+ * A thread that ends without deregistering stays registered, and a later thread that is given the same kernel
+ * thread id is taken for it. */
+uint32_t NetCMClientRegister(NetCMEventCallback callback);
+
+/* Deregisters the calling thread. The last thread takes the link to the server down: it waits for the receiver
+ * thread to end, closes both sockets and resets the client table.
+ *
+ *   NETCM_SUCCESS             deregistered; no callback of this thread runs after the return
+ *   NETCM_ERR_NOT_REGISTERED  the process or the calling thread is not registered
+ *   NETCM_ERR_ALREADY_EXISTS  the thread still uses a connection: close it first, and wait for the response */
+uint32_t NetCMClientDeRegister(void);
+
+/* ---------------------------------------------------------------------------------------------------------------
+ * Connections */
+
+/* Asks for a connection. Returns as soon as the server has accepted the request; the outcome comes to the callback
+ * as NETCM_EVENT_OPEN_RSP. A profile that is open already, for this process, is shared: the calling thread joins
+ * it without asking the server, and gets its own NETCM_EVENT_OPEN_RSP with the others, or at once when the
+ * connection is up.
+ *
+ *   profileIds    profile ids; only the first is used. 0 stands for the server's default profile
+ *   profileCount  1 to 20
+ *
+ *   NETCM_SUCCESS                accepted, or joined
+ *   NETCM_ERR_INVALID_PARAM      count out of range, null array, or the server gave a call id that is not 0 to 3
+ *   NETCM_ERR_INVALID_PROFILE    the first id is below 0
+ *   NETCM_ERR_NOT_REGISTERED     the process or the calling thread is not registered
+ *   NETCM_ERR_REREGISTER_FAILED  rule 3
+ *   NETCM_ERR_ALREADY_EXISTS     this thread has opened this profile already
+ *   NETCM_ERR_CALL_CLOSING       a connection of this profile is being closed: try again after its response
+ *   NETCM_ERR_MAX_LIMIT          16 threads share the connection, or the thread has 20 profiles on it
+ *   NETCM_ERR_FAILURE            the exchange failed, or a thread or memory could not be had
+ *   any other                    the server's refusal. 21 has a reason: see NetCMGetTransportError */
+uint32_t NetCMConnectionOpen(const int32_t *profileIds, int32_t profileCount);
+
+/* Gives up the calling thread's use of a profile. While others use the connection it stays up, and the library
+ * answers; the last user's close stops it at the server. Either way NETCM_EVENT_CLOSE_RSP comes to the callback.
+ *
+ *   NETCM_SUCCESS                sent to the server, or answered by the library
+ *   NETCM_ERR_INVALID_PROFILE    id below 1
+ *   NETCM_ERR_NOT_REGISTERED     the process or the calling thread is not registered
+ *   NETCM_ERR_REREGISTER_FAILED  rule 3
+ *   NETCM_ERR_NOT_ACTIVE         no connection of this profile, or this thread does not use it
+ *   NETCM_ERR_FAILURE            the request could not be sent, or a thread or memory could not be had */
+uint32_t NetCMConnectionClose(int32_t profile);
+
+/* Asks the server to tear a connection down, whatever other users it has. Every other user gets a
+ * NETCM_EVENT_STOP_IND with Result 22, and every thread that asked a NETCM_EVENT_KILL_RSP.
+ *
+ *   NETCM_SUCCESS                 sent, or another thread's kill of the same profile is joined
+ *   NETCM_ERR_INVALID_PROFILE     id below 1
+ *   NETCM_ERR_NOT_REGISTERED      the process or the calling thread is not registered
+ *   NETCM_ERR_REREGISTER_FAILED   rule 3
+ *   NETCM_ERR_CLOSING             this thread has asked to kill this profile already
+ *   NETCM_ERR_CALL_CLOSING        the connection is being closed by its last user
+ *   NETCM_ERR_NO_FREE_KILL_ENTRY  four kills are pending
+ *   NETCM_ERR_FAILURE             the request could not be sent */
+uint32_t NetCMConnectionKill(int32_t profile);
+
+/* Why the server refused the calling thread's last request, as far as it said so. Reading does not reset it.
+ *
+ *   error   the server's reason word; -1: none
+ *
+ *   NETCM_SUCCESS             read
+ *   NETCM_ERR_INVALID_PARAM   null pointer
+ *   NETCM_ERR_NOT_REGISTERED  the process or the calling thread is not registered */
+uint32_t NetCMGetTransportError(int32_t *error);
+
+/* When the last connection was asked for and answered, and the same for the last close: two times each, request and
+ * response, in seconds since the epoch with microseconds behind the point. */
+extern double ps_call_act_time[2];
+extern double ps_call_deact_time[2];
 
 /* ---------------------------------------------------------------------------------------------------------------
  * The client table

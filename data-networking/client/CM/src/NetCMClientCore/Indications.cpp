@@ -1,0 +1,113 @@
+// What the network does to calls without being asked.
+#include "client/CM/src/NetCMClientCore/ConnectionRecord.h"
+#include "client/CM/src/NetCMClientCore/Delivery.h"
+#include "client/CM/src/NetCMClientCore/DroppedBlock.h"
+#include "client/CM/src/NetCMPrivate.h"
+
+using namespace quorvel;
+
+namespace {
+
+// The call that an indication is about, with the two traces of finding it or not.
+NetCMCallInfo* indicated_call(const wire::Record& indication) QV_REQUIRES(app_mutex) {
+    NetCMCallInfo* call = named_call(indication);
+    if (call != nullptr)
+        QV_TRACE(0, "Call exists for the callid [%d] \n", static_cast<int>(indication.CallId));
+    return call;
+}
+
+void indicate(const NetCMCallInfo& call, uint32_t type, uint32_t status, void* reason)
+    QV_REQUIRES(app_mutex) {
+    deliver_to_everyone(call, {type, -1, static_cast<int32_t>(status), reason_of(status, reason)});
+}
+
+}  // namespace
+
+extern "C" {
+
+uint32_t NetCMClientProcessNetworkStatusChangeInd(const uint32_t* record) {
+    if (is_null_record(record))
+        return NETCM_ERR_INVALID_PARAM;
+    const wire::Record& indication = as_record(record);
+    int32_t states[2] = {static_cast<int32_t>(indication.Word2), static_cast<int32_t>(indication.CallId)};
+    for (int32_t i = 0; i < NETCM_MAX_THREADS; ++i) {
+        const NetCMThreadInfo& thread = table().ThreadInfo[i];
+        const int32_t thread_id = thread.ThreadId;
+        if (thread_id == -1 || thread.EventCbk == nullptr)
+            continue;
+        deliver(i, {NETCM_EVENT_NETWORK_STATUS_IND, -1, 0, states});
+        QV_TRACE(0, "Sent PS state change indication to thread [%d]\n", thread_id);
+    }
+    return NETCM_SUCCESS;
+}
+
+uint32_t NetCMClientProcessSuspendInd(const uint32_t* record) {
+    if (is_null_record(record))
+        return NETCM_ERR_INVALID_PARAM;
+    const wire::Record& indication = as_record(record);
+    NetCMCallInfo* call = indicated_call(indication);
+    if (call == nullptr)
+        return NETCM_ERR_NOT_ACTIVE;
+    call->CallState = kSuspended;
+    int32_t suspended = 1;
+    indicate(*call, NETCM_EVENT_SUSPEND_IND, indication.Status, &suspended);
+    return NETCM_SUCCESS;
+}
+
+uint32_t NetCMClientProcessResumeInd(const uint32_t* record) {
+    if (is_null_record(record))
+        return NETCM_ERR_INVALID_PARAM;
+    const wire::Record& indication = as_record(record);
+    NetCMCallInfo* call = indicated_call(indication);
+    if (call == nullptr)
+        return NETCM_ERR_NOT_ACTIVE;
+    if (call->CallState != kSuspended) {
+        QV_TRACE(2, "Callid [%d] not in suspend state \n", static_cast<int>(indication.CallId));
+        return NETCM_ERR_FAILURE;
+    }
+    call->CallState = kResumed;
+    int32_t suspended = 0;
+    indicate(*call, NETCM_EVENT_RESUME_IND, indication.Status, &suspended);
+    return NETCM_SUCCESS;
+}
+
+uint32_t NetCMClientProcesStopInd(const uint32_t* record) {
+    if (is_null_record(record))
+        return NETCM_ERR_INVALID_PARAM;
+    wire::Record indication = as_record(record);
+    NetCMCallInfo* call = indicated_call(indication);
+    if (call == nullptr)
+        return NETCM_ERR_NOT_ACTIVE;
+    indicate(*call, NETCM_EVENT_STOP_IND, indication.Status, &indication.Word5);
+    NetCMClientCleanCallInfo(index_of(*call));
+    return NETCM_SUCCESS;
+}
+
+// Tells the first thread of the call that holds the profile, and no other: one user of an address renews it
+// for all.
+uint32_t NetCMClientProcesIpChangeInd(const uint32_t* record) {
+    if (is_null_record(record))
+        return NETCM_ERR_INVALID_PARAM;
+    const wire::Record& indication = as_record(record);
+    const auto profile = static_cast<int32_t>(indication.Word2);
+    QV_TRACE(0, "IP change indication. Call ID = %d Profile ID = %d\n", static_cast<int>(indication.CallId),
+             profile);
+    NetCMCallInfo* call = named_call(indication);
+    if (call == nullptr) {
+        if (indication.Status == 0)
+            expect_dropped_block();
+        return NETCM_ERR_INVALID_PARAM;
+    }
+    if (indication.Status != 0)
+        return NETCM_SUCCESS;
+    wire::ConnectionBlock block;
+    if (!read_connection_block(block))
+        return NETCM_ERR_FAILURE;
+    store_connection(call->ConnInfo, block, EmptyName::Kept);
+    NetCMConnInfo info = deliverable(call->ConnInfo, profile);
+    if (const NetCMThreadProf* user = next_user(*call, profile))
+        deliver_response(user->ThreadIndex, {NETCM_EVENT_IP_CHANGE_IND, profile, 0, &info});
+    return NETCM_SUCCESS;
+}
+
+}  // extern "C"

@@ -1,0 +1,203 @@
+// The receiver thread: waits for pushed records and hands each to the processor of its code.
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "client/CM/src/NetCMClientCore/DroppedBlock.h"
+#include "client/CM/src/NetCMClientInternal/DescriptorSet.h"
+#include "client/CM/src/NetCMClientInternal/ReceiverHandle.h"
+#include "client/CM/src/NetCMIntf/Table.h"
+#include "client/CM/src/NetCMPrivate.h"
+#include "common/Wire.h"
+
+using namespace quorvel;
+
+namespace {
+
+constexpr uint32_t kStopWord = 1;
+// What the stop indications say that the library makes itself when the server has gone.
+constexpr uint32_t kServerGone = 2;
+
+void dispatch(const uint32_t* record) QV_REQUIRES(app_mutex) {
+    switch (record[0]) {
+        case wire::NETCM_CLIENT_START_RSP:
+            QV_TRACE(0, "Received start response from server \n");
+            NetCMClientProcesStartRsp(record);
+            break;
+        case wire::NETCM_CLIENT_STOP_RSP:
+            QV_TRACE(0, "Received stop response from server \n");
+            NetCMClientProcesStopRsp(record);
+            break;
+        case wire::NETCM_CLIENT_KILL_RSP:
+            QV_TRACE(0, "Received kill response from server \n");
+            NetCMClientProcesKillRsp(record);
+            break;
+        case wire::NETCM_CLIENT_STOP_IND:
+            QV_TRACE(0, "Received stop indication from server \n");
+            NetCMClientProcesStopInd(record);
+            break;
+        case wire::NETCM_CLIENT_SUSPEND_IND:
+            QV_TRACE(0, "Received Suspend indication from server \n");
+            NetCMClientProcessSuspendInd(record);
+            break;
+        case wire::NETCM_CLIENT_RESUME_IND:
+            QV_TRACE(0, "Received Resume indication from server \n");
+            NetCMClientProcessResumeInd(record);
+            break;
+        case wire::NETCM_CLIENT_PROPER_PROFILE_RSP:
+            QV_TRACE(0, "Received proper profile response from server \n");
+            NetCMClientProcessProperProfRsp(record);
+            break;
+        case wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND:
+            QV_TRACE(0, "Received PDP/WLAN status change indication from server \n");
+            NetCMClientProcessNetworkStatusChangeInd(record);
+            break;
+        case wire::NETCM_CLIENT_IP_CHANGE_IND:
+            QV_TRACE(0, "Received IP change indication from server \n");
+            NetCMClientProcesIpChangeInd(record);
+            break;
+        default:
+            QV_TRACE(2, "Unknown command %d \n", static_cast<int>(record[0]));
+            break;
+    }
+}
+
+// The record in hand, which everybody can see while it is handled.
+class PendingRecord {
+  public:
+    PendingRecord() : record_(static_cast<uint32_t*>(malloc(sizeof(wire::Record)))) {
+        if (record_ != nullptr)
+            memset(record_, 0, sizeof(wire::Record));
+        PendingEventRecord = record_;
+    }
+    ~PendingRecord() {
+        free(record_);
+        // A callback may have taken the link down and set it up anew: the new receiver has its own record in
+        // hand.
+        if (PendingEventRecord == record_)
+            PendingEventRecord = nullptr;
+    }
+    PendingRecord(const PendingRecord&) = delete;
+    PendingRecord& operator=(const PendingRecord&) = delete;
+    uint32_t* get() const { return record_; }
+
+  private:
+    uint32_t* record_;
+};
+
+// Tells the users of every call that it has ended. Deliberately without the application mutex: a thread that
+// holds it may be waiting for the server that has gone.
+void stop_every_call() QV_NO_THREAD_SAFETY_ANALYSIS {
+    for (NetCMCallInfo& call : table().CallInfo) {
+        if (load(call.InUse) != 1)
+            continue;
+        wire::Record indication = {};
+        indication.Code = wire::NETCM_CLIENT_STOP_IND;
+        indication.CallId = static_cast<uint32_t>(load(call.CallId));
+        indication.Status = kServerGone;
+        NetCMClientProcesStopInd(&indication.Code);
+    }
+}
+
+bool told_to_stop(int control_fd) {
+    uint32_t word = 0;
+    return read(control_fd, &word, sizeof word) > 0 && word == kStopWord;
+}
+
+enum class Pass { Again, Stop, Reset };
+
+// One wait, and what came of it.
+Pass receive(DescriptorSet& readable, int async_fd, int control_fd) {
+    readable.clear();
+    readable.add(async_fd);
+    readable.add(control_fd);
+    QV_TRACE(0, "In quorvel Thread loop \n");
+    QV_TRACE(0, "Pointers rfds = %d\n", static_cast<int>(narrow(readable.get())));
+    QV_TRACE(0, "clientsocket = %d, pipe_fds[0] = %d\n", async_fd, control_fd);
+    if (select(control_fd + 1, readable.get(), nullptr, nullptr, nullptr) == -1) {
+        QV_TRACE(2, "Error in select. Error = [%s] \n", strerror(errno));
+        return Pass::Again;
+    }
+    QV_TRACE(0, "In Thread, read  data \n");
+    if (readable.contains(control_fd) && told_to_stop(control_fd)) {
+        QV_TRACE(2, "Quorvel client deregistration is detected. Close the async recv thread \n");
+        return Pass::Stop;
+    }
+    if (readable.contains(async_fd) && NetCMClientLibCbk(async_fd) <= 0)
+        return Pass::Reset;
+    return Pass::Again;
+}
+
+Pass receive_until_the_end(int async_fd) {
+    // Our own copy: a callback may set up a new link, with a new pipe, before this receiver has left.
+    const int control_fd = pipe_fds[0];
+    DescriptorSet readable(std::max(async_fd, control_fd));
+    if (!readable.valid()) {
+        QV_TRACE(4, "PANIC!!! Memory not allocated\n");
+        return Pass::Reset;
+    }
+    Pass pass = Pass::Again;
+    while (pass == Pass::Again)
+        pass = receive(readable, async_fd, control_fd);
+    return pass;
+}
+
+}  // namespace
+
+extern "C" {
+
+void* NetCMClientThread(void* asyncFd) {
+    const int async_fd = static_cast<int>(reinterpret_cast<intptr_t>(asyncFd));
+    ReceiverLife life;
+    const ReceiverScope scope;
+    QV_TRACE(2, "In Quorvel Thread, pid = %d, ppid = %d, tid = %d\n", getpid(), getppid(),
+             NetCMGetCurrentTid());
+    QV_TRACE(0, "Client socket received = %d \n", async_fd);
+    if (async_fd < 1) {
+        QV_TRACE(2, "No Active sockets.. Close the thread.. \n");
+        store(g_NetCMClientAppInfo.RecvThreadId, kNoThread);
+        return nullptr;
+    }
+    if (receive_until_the_end(async_fd) == Pass::Stop)
+        return nullptr;
+    QV_TRACE(2, "Quorvel connection got reset, close the thread \n");
+    stop_every_call();
+    // The async socket stays open; the re-registration closes it.
+    life.end_on_reset();
+    return nullptr;
+}
+
+int32_t NetCMClientLibCbk(int asyncFd) {
+    if (discard_dropped_block(asyncFd))
+        return sizeof(wire::ConnectionBlock);
+    const PendingRecord record;
+    if (record.get() == nullptr) {
+        QV_TRACE(4, "PANIC!!! Memory not allocated\n");
+        return -1;
+    }
+    if (load(g_NetCMClientAppInfo.AsyncSockFd) == kNoDescriptor) {
+        QV_TRACE(4, "Invalid Async socket \n");
+        return -1;
+    }
+    errno = 0;
+    const ssize_t received = read(asyncFd, record.get(), sizeof(wire::Record));
+    if (received < 1) {
+        QV_TRACE(5, "Error reading sock, connection closed. Error = [%s]\n", strerror(errno));
+        return static_cast<int32_t>(received);
+    }
+    // A short record is not completed: its missing words are 0.
+    QV_TRACE(2, "Received data from CM %d.. struct size = %d\n", static_cast<int>(received),
+             static_cast<int>(sizeof(wire::Record)));
+    const AppMutexGuard guard(QV_HERE);
+    if (PendingEventRecord == nullptr)
+        QV_TRACE(3, "Error!! Received Null pointer \n");
+    else
+        dispatch(record.get());
+    return static_cast<int32_t>(received);
+}
+
+}  // extern "C"

@@ -1,0 +1,64 @@
+#include "client/CM/src/NetCMIntf/Request.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "client/CM/src/NetCMClientInternal/WriteOnce.h"
+#include "client/CM/src/NetCMPrivate.h"
+
+using namespace quorvel;
+
+namespace quorvel {
+
+wire::RequestHeader request_header(wire::Command command) {
+    wire::RequestHeader header = {};
+    header.Command = command;
+    header.ClientId = static_cast<uint32_t>(load(g_NetCMClientAppInfo.ClientId));
+    return header;
+}
+
+uint32_t check_caller(Here here, int32_t tid, UnknownThread wording, int32_t& index) {
+    if (!client_is_registered()) {
+        QV_TRACE_AT(here, 2, "Cleint is not yet registered with CM\n");
+        return NETCM_ERR_NOT_REGISTERED;
+    }
+    if (NetCMGetThreadIndex(tid, &index) == 0)
+        return NETCM_SUCCESS;
+    if (wording == UnknownThread::IsNotPresent)
+        QV_TRACE_AT(here, 2, "Thread information is not present with CM\n");
+    else
+        QV_TRACE_AT(here, 2, "Thread info not found with CM\n");
+    return NETCM_ERR_NOT_REGISTERED;
+}
+
+uint32_t repair_link(Here here) {
+    if (load(table().RecvThreadId) != kNoThread)
+        return NETCM_SUCCESS;
+    QV_TRACE_AT(here, 2, "CM server connection is broken, Re-Register with CM\n");
+    if (NetCMClientReRegister() != NETCM_SUCCESS) {
+        QV_TRACE_AT(here, 2, "Failed to Re-Register with CM\n");
+        return NETCM_ERR_REREGISTER_FAILED;
+    }
+    QV_TRACE_AT(here, 2, "CM server connection is re-established\n");
+    return NETCM_SUCCESS;
+}
+
+uint32_t send_header(const wire::RequestHeader& header) {
+    return NetCMSendRequest(table().SyncSockFd, &header, sizeof header);
+}
+
+}  // namespace quorvel
+
+extern "C" {
+
+uint32_t NetCMWriteSocket(int fd, const void* buf, uint32_t len) {
+    if (fd < 1)
+        errno = EBADF;
+    if (fd < 1 || write_once(fd, buf, len) < 1) {
+        QV_TRACE(3, "Error writing to the socket. Error = %s \n", strerror(errno));
+        return NETCM_ERR_FAILURE;
+    }
+    return NETCM_SUCCESS;
+}
+
+}  // extern "C"

@@ -1,0 +1,26 @@
+// The steps that requests share.
+#pragma once
+
+#include "client/CM/src/NetCMIntf/Table.h"
+#include "common/Wire.h"
+
+namespace quorvel {
+
+// A header with the client id filled in; what is not named stays 0.
+wire::RequestHeader request_header(wire::Command command);
+
+// How an operation words that the calling thread is not registered.
+enum class UnknownThread { IsNotPresent, IsNotFound };
+
+// Whether the process and the calling thread are registered: 0 and the thread's index, or
+// NETCM_ERR_NOT_REGISTERED. The traces name the caller's place.
+uint32_t check_caller(Here here, int32_t tid, UnknownThread wording, int32_t& index) QV_REQUIRES(app_mutex);
+
+// Repairs the link when the receiver has found it broken. Returns 0, or NETCM_ERR_REREGISTER_FAILED. The
+// traces name the caller's place.
+uint32_t repair_link(Here here) QV_REQUIRES(app_mutex);
+
+// Sends a request on the sync socket.
+uint32_t send_header(const wire::RequestHeader& header) QV_REQUIRES(app_mutex);
+
+}  // namespace quorvel
