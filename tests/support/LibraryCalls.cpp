@@ -1,0 +1,298 @@
+#include "support/LibraryCalls.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <link.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+
+namespace quorvel::test {
+namespace {
+
+struct Order {
+    std::atomic<size_t> made{0};
+    std::atomic<size_t> fail_from{0};  // 0: never
+    std::atomic<size_t> fail_times{0};
+    std::atomic<int> error{0};
+    std::atomic<bool> failed{false};
+    std::atomic<size_t> hook_at{0};  // 0: never
+};
+
+constinit std::array<Order, static_cast<size_t>(Call::kCount)> orders{};
+constinit std::atomic<uintptr_t> library_begin{0};
+constinit std::atomic<uintptr_t> library_end{0};
+constinit std::atomic<int> next_poll_events{-1};
+constinit std::atomic<bool> sleeps_are_skipped{false};
+
+struct Shared {
+    std::mutex mutex;
+    std::array<std::function<void()>, static_cast<size_t>(Call::kCount)> hooks;
+    std::vector<unsigned> sleeps;
+};
+
+// Never destroyed: threads of the library may outlive main.
+Shared& shared() {
+    static Shared& instance = *new Shared;
+    return instance;
+}
+
+Order& order(Call call) {
+    return orders[static_cast<size_t>(call)];
+}
+
+int note_library(dl_phdr_info* info, size_t, void*) {
+    if (strstr(info->dlpi_name, "/libquorvel.so") == nullptr)
+        return 0;
+    for (const ElfW(Phdr)* header = info->dlpi_phdr; header != info->dlpi_phdr + info->dlpi_phnum; ++header) {
+        if (header->p_type != PT_LOAD || (header->p_flags & PF_X) == 0)
+            continue;
+        library_begin = info->dlpi_addr + header->p_vaddr;
+        library_end = info->dlpi_addr + header->p_vaddr + header->p_memsz;
+    }
+    return 1;
+}
+
+__attribute__((constructor)) void find_library() {
+    dl_iterate_phdr(note_library, nullptr);
+}
+
+void run_hook(Call call) {
+    std::function<void()> hook;
+    {
+        const std::lock_guard lock(shared().mutex);
+        hook.swap(shared().hooks[static_cast<size_t>(call)]);
+    }
+    if (hook)
+        hook();
+}
+
+// Counts the call when it comes from the library. 0 when it shall be made, otherwise the error to fail with.
+int error_of(Call call, const void* caller, int usual_error) {
+    if (!calls::is_library_code(caller))
+        return 0;
+    Order& ordered = order(call);
+    const size_t number = ++ordered.made;
+    size_t hook_at = number;
+    if (ordered.hook_at.compare_exchange_strong(hook_at, 0))
+        run_hook(call);
+    const size_t from = ordered.fail_from;
+    if (from == 0 || number < from || number - from >= ordered.fail_times)
+        return 0;
+    ordered.failed = true;
+    return ordered.error != 0 ? ordered.error.load() : usual_error;
+}
+
+// The same for functions that fail with -1 and errno.
+bool fails(Call call, const void* caller, int usual_error) {
+    const int error = error_of(call, caller, usual_error);
+    if (error != 0)
+        errno = error;
+    return error != 0;
+}
+
+}  // namespace
+
+namespace calls {
+
+bool is_library_code(const void* address) {
+    const auto value = reinterpret_cast<uintptr_t>(address);
+    return value >= library_begin && value < library_end;
+}
+
+size_t count(Call call) {
+    return order(call).made;
+}
+
+void reset() {
+    for (Order& ordered : orders) {
+        ordered.fail_from = ordered.hook_at = ordered.made = 0;
+        ordered.failed = false;
+    }
+    next_poll_events = -1;
+    sleeps_are_skipped = false;
+    const std::lock_guard lock(shared().mutex);
+    shared().sleeps.clear();
+}
+
+void fail(Call call, size_t nth, int error, size_t times) {
+    Order& ordered = order(call);
+    ordered.fail_from = 0;
+    ordered.failed = false;
+    ordered.error = error;
+    ordered.fail_times = times;
+    ordered.fail_from = ordered.made + nth;
+}
+
+bool has_failed(Call call) {
+    return order(call).failed;
+}
+
+void before(Call call, std::function<void()> hook, size_t nth) {
+    {
+        const std::lock_guard lock(shared().mutex);
+        shared().hooks[static_cast<size_t>(call)] = std::move(hook);
+    }
+    order(call).hook_at = order(call).made + nth;
+}
+
+void answer_next_poll(short events) {
+    next_poll_events = static_cast<unsigned short>(events);
+}
+
+void skip_sleeps() {
+    sleeps_are_skipped = true;
+}
+
+std::vector<unsigned> sleeps() {
+    const std::lock_guard lock(shared().mutex);
+    return shared().sleeps;
+}
+
+}  // namespace calls
+}  // namespace quorvel::test
+
+using quorvel::test::Call;
+using quorvel::test::error_of;
+using quorvel::test::fails;
+
+#define QV_WRAPPER extern "C" __attribute__((visibility("default")))
+#define QV_CALLER __builtin_return_address(0)
+// The definition behind ours: the C library's, or the sanitizer's in front of it. Without an initialised
+// static, since the very first allocations of the process come through here.
+#define QV_REAL(name)                                                             \
+    ([] {                                                                         \
+        static decltype(&::name) real;                                            \
+        decltype(&::name) found = __atomic_load_n(&real, __ATOMIC_RELAXED);       \
+        if (found == nullptr) {                                                   \
+            found = reinterpret_cast<decltype(&::name)>(dlsym(RTLD_NEXT, #name)); \
+            __atomic_store_n(&real, found, __ATOMIC_RELAXED);                     \
+        }                                                                         \
+        return found;                                                             \
+    }())
+
+QV_WRAPPER void* malloc(size_t size) noexcept {
+    return fails(Call::Malloc, QV_CALLER, ENOMEM) ? nullptr : QV_REAL(malloc)(size);
+}
+
+QV_WRAPPER void* calloc(size_t count, size_t size) noexcept {
+    return fails(Call::Malloc, QV_CALLER, ENOMEM) ? nullptr : QV_REAL(calloc)(count, size);
+}
+
+QV_WRAPPER void* realloc(void* block, size_t size) noexcept {
+    return fails(Call::Malloc, QV_CALLER, ENOMEM) ? nullptr : QV_REAL(realloc)(block, size);
+}
+
+QV_WRAPPER int vasprintf(char** text, const char* format, va_list values) noexcept {
+    return fails(Call::Format, QV_CALLER, ENOMEM) ? -1 : QV_REAL(vasprintf)(text, format, values);
+}
+
+QV_WRAPPER int asprintf(char** text, const char* format, ...) noexcept {
+    if (fails(Call::Format, QV_CALLER, ENOMEM))
+        return -1;
+    va_list values;
+    va_start(values, format);
+    const int length = QV_REAL(vasprintf)(text, format, values);
+    va_end(values);
+    return length;
+}
+
+QV_WRAPPER int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
+                              void* argument) noexcept {
+    const int error = error_of(Call::ThreadCreate, QV_CALLER, EAGAIN);
+    return error != 0 ? error : QV_REAL(pthread_create)(thread, attributes, start, argument);
+}
+
+QV_WRAPPER int pthread_join(pthread_t thread, void** result) {
+    const int error = error_of(Call::ThreadJoin, QV_CALLER, ESRCH);
+    return error != 0 ? error : QV_REAL(pthread_join)(thread, result);
+}
+
+QV_WRAPPER int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
+    const int error = error_of(Call::MutexLock, QV_CALLER, EINVAL);
+    return error != 0 ? error : QV_REAL(pthread_mutex_lock)(mutex);
+}
+
+QV_WRAPPER int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
+    const int error = error_of(Call::MutexUnlock, QV_CALLER, EPERM);
+    return error != 0 ? error : QV_REAL(pthread_mutex_unlock)(mutex);
+}
+
+QV_WRAPPER int socket(int domain, int type, int protocol) noexcept {
+    return fails(Call::Socket, QV_CALLER, EMFILE) ? -1 : QV_REAL(socket)(domain, type, protocol);
+}
+
+QV_WRAPPER int connect(int fd, const sockaddr* address, socklen_t length) {
+    return fails(Call::Connect, QV_CALLER, ECONNREFUSED) ? -1 : QV_REAL(connect)(fd, address, length);
+}
+
+QV_WRAPPER int pipe2(int ends[2], int flags) noexcept {
+    return fails(Call::Pipe, QV_CALLER, EMFILE) ? -1 : QV_REAL(pipe2)(ends, flags);
+}
+
+QV_WRAPPER int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, timeval* timeout) {
+    return fails(Call::Select, QV_CALLER, EINTR)
+               ? -1
+               : QV_REAL(select)(count, readable, writable, exceptional, timeout);
+}
+
+QV_WRAPPER int poll(pollfd* waiting, nfds_t count, int timeout) {
+    if (fails(Call::Poll, QV_CALLER, EINVAL))
+        return -1;
+    if (quorvel::test::calls::is_library_code(QV_CALLER)) {
+        const int events = quorvel::test::next_poll_events.exchange(-1);
+        if (events >= 0) {
+            waiting->revents = static_cast<short>(events);
+            return events != 0 ? 1 : 0;
+        }
+    }
+    return QV_REAL(poll)(waiting, count, timeout);
+}
+
+QV_WRAPPER ssize_t read(int fd, void* buffer, size_t length) {
+    return fails(Call::Read, QV_CALLER, EIO) ? -1 : QV_REAL(read)(fd, buffer, length);
+}
+
+QV_WRAPPER ssize_t write(int fd, const void* buffer, size_t length) {
+    return fails(Call::Write, QV_CALLER, EIO) ? -1 : QV_REAL(write)(fd, buffer, length);
+}
+
+QV_WRAPPER ssize_t send(int fd, const void* buffer, size_t length, int flags) {
+    return fails(Call::Send, QV_CALLER, EPIPE) ? -1 : QV_REAL(send)(fd, buffer, length, flags);
+}
+
+QV_WRAPPER int close(int fd) {
+    return fails(Call::Close, QV_CALLER, EIO) ? -1 : QV_REAL(close)(fd);
+}
+
+QV_WRAPPER int fcntl(int fd, int command, ...) {
+    if (fails(Call::Fcntl, QV_CALLER, EMFILE))
+        return -1;
+    // Every command takes at most one argument, which fits a pointer.
+    va_list values;
+    va_start(values, command);
+    void* argument = va_arg(values, void*);
+    va_end(values);
+    return QV_REAL(fcntl)(fd, command, argument);
+}
+
+QV_WRAPPER unsigned sleep(unsigned seconds) {
+    if (!quorvel::test::calls::is_library_code(QV_CALLER))
+        return QV_REAL(sleep)(seconds);
+    {
+        const std::lock_guard lock(quorvel::test::shared().mutex);
+        quorvel::test::shared().sleeps.push_back(seconds);
+    }
+    return quorvel::test::sleeps_are_skipped ? 0 : QV_REAL(sleep)(seconds);
+}
