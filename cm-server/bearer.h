@@ -6,17 +6,9 @@
 
 #include "profile.h"
 #include "protocol/message.h"
+#include "protocol/status.h"
 
 namespace quorvel::cm {
-
-// Why a connection did not come up, or has ended: the reason word behind a status of 21.
-enum class Reason : uint32_t {
-    kNone = 0,
-    kNoInterface = 1,
-    kInterfaceDown = 2,
-    kNoAddress = 3,
-};
-const char* to_text(Reason reason);
 
 class BearerEvents {
   public:

@@ -1,26 +1,42 @@
 #include "calls.h"
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 #include "log.h"
-#include "protocol/status.h"
 
 namespace quorvel::cm {
 namespace {
 
-Message about(wire::Event code, uint32_t call, int32_t profile, uint32_t status = NETCM_SUCCESS) {
+Message about(wire::Event code, uint32_t call, int32_t profile, uint32_t status = NETCM_SUCCESS,
+              Reason reason = Reason::kNone) {
     Message message = make_message(code, status);
     message.record.Word2 = static_cast<uint32_t>(profile);
     message.record.CallId = call;
+    message.record.Word5 = static_cast<uint32_t>(reason);
     return message;
 }
 
-bool holds(const Call& call, int32_t profile) {
-    return std::ranges::any_of(call.profiles, [&](const Profile& held) { return held.id == profile; });
+}  // namespace
+
+const char* to_text(Call::State state) {
+    switch (state) {
+        case Call::State::kFree:
+            return "free";
+        case Call::State::kStarting:
+            return "starting";
+        case Call::State::kUp:
+            return "up";
+        case Call::State::kSuspended:
+            return "suspended";
+    }
+    return "unknown";
 }
 
-}  // namespace
+bool Call::holds(int32_t profile) const {
+    return std::ranges::any_of(profiles, [&](const Profile& held) { return held.id == profile; });
+}
 
 bool same_connection(const Profile& a, const Profile& b) {
     if (a.id == b.id)
@@ -31,7 +47,7 @@ bool same_connection(const Profile& a, const Profile& b) {
 
 std::optional<uint32_t> Calls::find(int32_t profile) const {
     for (uint32_t id = 0; id < kCallCount; ++id)
-        if (calls_[id].state != Call::State::kFree && holds(calls_[id], profile))
+        if (calls_[id].holds(profile))
             return id;
     return std::nullopt;
 }
@@ -53,7 +69,7 @@ std::optional<uint32_t> Calls::start(uint32_t client, const Profile& profile) {
     if (!chosen)
         return std::nullopt;
     Call& call = calls_[*chosen];
-    if (!holds(call, profile.id))
+    if (!call.holds(profile.id))
         call.profiles.push_back(profile);
     const Call::User user{client, profile.id};
     if (std::ranges::find(call.users, user) == call.users.end())
@@ -61,25 +77,37 @@ std::optional<uint32_t> Calls::start(uint32_t client, const Profile& profile) {
     return chosen;
 }
 
-void Calls::respond_if_up(uint32_t call, Call::User user) {
-    if (calls_.at(call).state == Call::State::kUp)
-        push_up(call, user);
+void Calls::respond_if_up(uint32_t id, Call::User user) {
+    const Call& call = calls_.at(id);
+    if (!call.connected())
+        return;
+    push_up(id, user);
+    if (call.state == Call::State::kSuspended)
+        clients_.push(user.client, about(wire::NETCM_CLIENT_SUSPEND_IND, id, user.profile));
 }
 
-void Calls::push_up(uint32_t call, Call::User user) {
-    Message message = about(wire::NETCM_CLIENT_START_RSP, call, user.profile);
-    append(message.block, to_wire(calls_[call].addresses));
+void Calls::push_up(uint32_t id, Call::User user) {
+    Message message = about(wire::NETCM_CLIENT_START_RSP, id, user.profile);
+    append(message.block, to_wire(calls_[id].addresses));
     clients_.push(user.client, std::move(message));
+}
+
+void Calls::tell_clients(uint32_t id, wire::Event code, uint32_t status, Reason reason) {
+    std::set<uint32_t> told;
+    for (const Call::User& user : calls_.at(id).users)
+        if (told.insert(user.client).second)
+            clients_.push(user.client, about(code, id, user.profile, status, reason));
 }
 
 bool Calls::stop(uint32_t client, uint32_t id) {
     if (id >= kCallCount)
         return false;
-    const auto removed =
-        std::erase_if(calls_[id].users, [&](const Call::User& user) { return user.client == client; });
-    if (removed > 0)
-        release_if_unused(id);
-    return removed > 0;
+    Call& call = calls_[id];
+    if (std::erase_if(call.users, [&](const Call::User& user) { return user.client == client; }) == 0)
+        return false;
+    if (call.users.empty())
+        release(id);
+    return true;
 }
 
 void Calls::leave(uint32_t client) {
@@ -87,18 +115,68 @@ void Calls::leave(uint32_t client) {
         stop(client, id);
 }
 
-void Calls::release_if_unused(uint32_t id) {
-    if (!calls_[id].users.empty())
-        return;
-    log::info("call ", id, " has ended: nobody uses it any more");
+bool Calls::kill(uint32_t client, int32_t profile) {
+    const auto id = find(profile);
+    if (id) {
+        std::erase_if(calls_[*id].users, [&](const Call::User& user) { return user.client == client; });
+        tell_clients(*id, wire::NETCM_CLIENT_STOP_IND, kStatusKilled);
+        release(*id);
+    }
+    clients_.push(client, about(wire::NETCM_CLIENT_KILL_RSP, id.value_or(UINT32_MAX), profile,
+                                id ? NETCM_SUCCESS : NETCM_ERR_NOT_ACTIVE));
+    return id.has_value();
+}
+
+void Calls::release(uint32_t id) {
+    log::info("call ", id, " has ended");
     bearer_->disconnect(id);
+    if (calls_[id].connected())
+        statistics_.leave(calls_[id].addresses.interface);
     calls_[id] = Call{};
+}
+
+void Calls::suspend(uint32_t id, uint32_t status) {
+    calls_.at(id).state = Call::State::kSuspended;
+    log::info("call ", id, " is suspended");
+    tell_clients(id, wire::NETCM_CLIENT_SUSPEND_IND, status);
+}
+
+void Calls::resume(uint32_t id, uint32_t status) {
+    calls_.at(id).state = Call::State::kUp;
+    log::info("call ", id, " runs again");
+    tell_clients(id, wire::NETCM_CLIENT_RESUME_IND, status);
+}
+
+void Calls::change(uint32_t id, const Addresses& addresses) {
+    Call& call = calls_.at(id);
+    statistics_.leave(call.addresses.interface);
+    call.addresses = addresses;
+    statistics_.enter(addresses.interface);
+    log::info("call ", id, " has the address ", to_text(addresses.address), " now");
+    for (const Call::User& user : call.users) {
+        Message message = about(wire::NETCM_CLIENT_IP_CHANGE_IND, id, user.profile);
+        append(message.block, to_wire(addresses));
+        clients_.push(user.client, std::move(message));
+    }
+}
+
+void Calls::end(uint32_t id, uint32_t status, Reason reason) {
+    log::info("call ", id, " is ended by the network: status ", status, ", ", to_text(reason));
+    tell_clients(id, wire::NETCM_CLIENT_STOP_IND, status, reason);
+    release(id);
+}
+
+void Calls::answer_kill(uint32_t id, uint32_t status, Reason reason) {
+    tell_clients(id, wire::NETCM_CLIENT_KILL_RSP, status, reason);
+    if (status == NETCM_SUCCESS)
+        release(id);
 }
 
 void Calls::on_up(uint32_t id, const Addresses& addresses) {
     Call& call = calls_.at(id);
     call.state = Call::State::kUp;
     call.addresses = addresses;
+    statistics_.enter(addresses.interface);
     log::info("call ", id, " is up on ", addresses.interface, " with the address ",
               to_text(addresses.address));
     for (const Call::User& user : call.users)
@@ -106,13 +184,11 @@ void Calls::on_up(uint32_t id, const Addresses& addresses) {
 }
 
 void Calls::on_refused(uint32_t id, Reason reason) {
-    const Call ended = std::exchange(calls_.at(id), Call{});
     log::warning("call ", id, " did not come up: ", to_text(reason));
-    for (const Call::User& user : ended.users) {
-        Message message = about(wire::NETCM_CLIENT_START_RSP, id, user.profile, kStatusTransport);
-        message.record.Word5 = static_cast<uint32_t>(reason);
-        clients_.push(user.client, std::move(message));
-    }
+    for (const Call::User& user : calls_.at(id).users)
+        clients_.push(user.client,
+                      about(wire::NETCM_CLIENT_START_RSP, id, user.profile, kStatusTransport, reason));
+    release(id);
 }
 
 }  // namespace quorvel::cm

@@ -1,4 +1,4 @@
-// The four calls, and who uses them.
+// The four calls: who uses them, and what they go through.
 #pragma once
 
 #include <array>
@@ -9,13 +9,14 @@
 #include "bearer.h"
 #include "clients.h"
 #include "profile.h"
+#include "statistics.h"
 
 namespace quorvel::cm {
 
 inline constexpr uint32_t kCallCount = 4;
 
 struct Call {
-    enum class State { kFree, kStarting, kUp };
+    enum class State { kFree, kStarting, kUp, kSuspended };
     // A client that has opened a profile. A client that has opened two stands here twice.
     struct User {
         uint32_t client;
@@ -28,17 +29,22 @@ struct Call {
     std::vector<Profile> profiles;  // that share the connection
     std::vector<User> users;
     Addresses addresses;
+
+    bool connected() const { return state == State::kUp || state == State::kSuspended; }
+    bool holds(int32_t profile) const;
 };
+const char* to_text(Call::State state);
 
 // Two profiles share a connection when they lead to the same access point by the same way.
 bool same_connection(const Profile& a, const Profile& b);
 
 class Calls : public BearerEvents {
   public:
-    explicit Calls(Clients& clients) : clients_(clients) {}
+    Calls(Clients& clients, Statistics& statistics) : clients_(clients), statistics_(statistics) {}
     void use(Bearer& bearer) { bearer_ = &bearer; }
 
     const std::array<Call, kCallCount>& all() const { return calls_; }
+    // The call that a profile is on.
     std::optional<uint32_t> find(int32_t profile) const;
 
     // The id of the call that the client now waits for or shares; nothing when all calls are taken. The
@@ -49,16 +55,31 @@ class Calls : public BearerEvents {
     bool stop(uint32_t client, uint32_t call);
     // The client has gone.
     void leave(uint32_t client);
+    // Ends the profile's call, whoever else uses it. False when there is none; the response is pushed either
+    // way.
+    bool kill(uint32_t client, int32_t profile);
+
+    // What the network, or an operator in its place, does to a call that is connected. The status is passed
+    // on.
+    void suspend(uint32_t call, uint32_t status = NETCM_SUCCESS);
+    void resume(uint32_t call, uint32_t status = NETCM_SUCCESS);
+    void change(uint32_t call, const Addresses& addresses);
+    void end(uint32_t call, uint32_t status, Reason reason);
+    // Tells every user that its kill is done, and ends the call when the status is 0.
+    void answer_kill(uint32_t call, uint32_t status, Reason reason);
 
     void on_up(uint32_t call, const Addresses& addresses) override;
     void on_refused(uint32_t call, Reason reason) override;
 
   private:
     void push_up(uint32_t call, Call::User user);
-    void release_if_unused(uint32_t call);
+    // The same event to every client of the call, once.
+    void tell_clients(uint32_t call, wire::Event code, uint32_t status, Reason reason = Reason::kNone);
+    void release(uint32_t call);
     uint32_t begin(uint32_t call, const Profile& profile);
 
     Clients& clients_;
+    Statistics& statistics_;
     Bearer* bearer_ = nullptr;
     std::array<Call, kCallCount> calls_;
 };

@@ -43,9 +43,12 @@ class Clients {
     // Sends on the async socket, at once or as soon as it is there. A client that has gone is skipped.
     void push(uint32_t id, Message message);
 
+    uint32_t next_tunnel_request() { return ++last_tunnel_request_; }
+
   private:
     size_t limit_;
     uint32_t last_id_ = 0;
+    uint32_t last_tunnel_request_ = 0;
     std::map<uint32_t, Client> clients_;
 };
 

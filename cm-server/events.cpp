@@ -1,6 +1,7 @@
 #include "events.h"
 
 #include <stdexcept>
+#include <string>
 
 namespace quorvel::cm {
 namespace {
@@ -16,6 +17,12 @@ T* checked(T* object, const char* what) {
 
 EventBase make_event_base() {
     return EventBase(checked(event_base_new(), "the event loop"));
+}
+
+Listener listen_on(event_base* base, evutil_socket_t fd, evconnlistener_cb accepted, void* context) {
+    constexpr unsigned kFlags = LEV_OPT_CLOSE_ON_FREE | LEV_OPT_CLOSE_ON_EXEC;
+    // A backlog of 0 says that the socket listens already.
+    return Listener(checked(evconnlistener_new(base, accepted, context, kFlags, 0, fd), "a listener"));
 }
 
 Timer::Timer(event_base* base, std::function<void()> action)

@@ -26,6 +26,9 @@ using Listener = std::unique_ptr<evconnlistener, Freed<evconnlistener_free>>;
 
 EventBase make_event_base();
 
+// Takes the descriptor over, and calls `accepted` for each connection. Connections are close-on-exec.
+Listener listen_on(event_base* base, evutil_socket_t fd, evconnlistener_cb accepted, void* context);
+
 // Runs an action once, a while after it was started. Never runs it from within start().
 class Timer {
   public:

@@ -4,20 +4,6 @@
 
 namespace quorvel::cm {
 
-const char* to_text(Reason reason) {
-    switch (reason) {
-        case Reason::kNone:
-            return "no reason given";
-        case Reason::kNoInterface:
-            return "there is no such network interface";
-        case Reason::kInterfaceDown:
-            return "the network interface is down";
-        case Reason::kNoAddress:
-            return "the network interface has no IPv4 address";
-    }
-    return "unknown reason";
-}
-
 LinkBearer::LinkBearer(event_base* base, const Config& config, BearerEvents& events)
     : base_(base), config_(config), events_(events) {}
 

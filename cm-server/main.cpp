@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "control/ctl.h"
 #include "log.h"
 #include "server.h"
 
@@ -55,8 +56,9 @@ int main(int argc, char** argv) {
     quorvel::cm::Arguments arguments;
     try {
         quorvel::cm::describe_options(app, arguments);
+        quorvel::cm::add_ctl(app, arguments.server.socket);
         app.parse(argc, argv);
-        return quorvel::cm::serve(arguments);
+        return app.get_subcommands().empty() ? quorvel::cm::serve(arguments) : 0;
     } catch (const CLI::ParseError& error) {
         return app.exit(error);
     } catch (const std::exception& error) {

@@ -3,7 +3,10 @@
 
 #include "calls.h"
 #include "clients.h"
+#include "networks.h"
 #include "protocol/request.h"
+#include "settings.h"
+#include "statistics.h"
 #include "store.h"
 
 namespace quorvel::cm {
@@ -12,6 +15,9 @@ struct Services {
     Clients& clients;
     Calls& calls;
     Store& store;
+    Settings& settings;
+    Statistics& statistics;
+    const Networks& networks;
 };
 
 void handle_request(Services services, Client& client, const Request& request);

@@ -2,6 +2,7 @@
 
 #include <csignal>
 
+#include "control/commands.h"
 #include "log.h"
 #include "requests.h"
 
@@ -23,10 +24,13 @@ Server::Server(const ServerOptions& options, Config config)
       base_(make_event_base()),
       path_(options.socket, kEveryUser),
       clients_(options.max_clients),
-      calls_(clients_),
+      calls_(clients_, statistics_),
       bearer_(base_.get(), config_, calls_),
       store_(config_),
+      networks_(config_, store_),
       bury_(base_.get(), [this] { ended_.clear(); }),
+      control_(base_.get(), control_path(options.socket),
+               [this](const nlohmann::json& command) { return execute_command(services(), command); }),
       terminate_(base_.get(), SIGTERM, [this] { stop("SIGTERM"); }),
       interrupt_(base_.get(), SIGINT, [this] { stop("SIGINT"); }) {
     std::signal(SIGPIPE, SIG_IGN);
@@ -34,10 +38,7 @@ Server::Server(const ServerOptions& options, Config config)
     const auto accepted = [](evconnlistener*, evutil_socket_t fd, sockaddr*, int, void* server) {
         static_cast<Server*>(server)->accept(fd);
     };
-    listener_.reset(evconnlistener_new(base_.get(), accepted, this,
-                                       LEV_OPT_CLOSE_ON_FREE | LEV_OPT_CLOSE_ON_EXEC, 0, path_.release()));
-    if (!listener_)
-        throw std::runtime_error("cannot watch the listening socket");
+    listener_ = listen_on(base_.get(), path_.release(), accepted, this);
 }
 
 Server::~Server() = default;
@@ -63,7 +64,7 @@ void Server::accept(evutil_socket_t fd) {
 void Server::on_request(Connection& connection, const Request& request) {
     const uint32_t command = request.header.Command;
     if (connection.role() == Connection::Role::kSync && command > wire::NETCM_CLIENT_ASYNC_REGISTER_REQ)
-        return handle_request({clients_, calls_, store_}, *clients_.find(connection.client_id()), request);
+        return handle_request(services(), *clients_.find(connection.client_id()), request);
     if (connection.role() != Connection::Role::kNone)
         return connection.close(std::string("it sends ") + wire::find_command(command)->name +
                                 " where that is not allowed");

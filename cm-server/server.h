@@ -9,8 +9,10 @@
 #include "clients.h"
 #include "config.h"
 #include "connection.h"
+#include "control/control.h"
 #include "events.h"
 #include "link_bearer.h"
+#include "requests.h"
 #include "socket_path.h"
 #include "store.h"
 
@@ -37,6 +39,7 @@ class Server : private Connection::Handler {
     void attach_client(Connection& connection, const Request& request);
     void forget(uint32_t client);
     void stop(const char* why);
+    Services services() { return {clients_, calls_, store_, settings_, statistics_, networks_}; }
 
     void on_request(Connection& connection, const Request& request) override;
     void on_closed(Connection& connection, const std::string& why) override;
@@ -46,14 +49,18 @@ class Server : private Connection::Handler {
     EventBase base_;
     SocketPath path_;
     Clients clients_;
+    Statistics statistics_;
     Calls calls_;
     LinkBearer bearer_;
     Store store_;
+    Networks networks_;
+    Settings settings_;
     std::map<const Connection*, std::unique_ptr<Connection>> connections_;
     // A connection that has ended is still on the call stack; it goes when the loop comes round.
     std::vector<std::unique_ptr<Connection>> ended_;
     Timer bury_;
     Listener listener_;
+    Control control_;
     SignalWatch terminate_;
     SignalWatch interrupt_;
 };

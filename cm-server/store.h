@@ -14,6 +14,7 @@ class Store {
 
     std::optional<Profile> find(int32_t id) const;
     std::optional<int32_t> default_id() const;
+    std::vector<Profile> all() const { return config_.profiles; }
 
   private:
     const Config& config_;

@@ -1,7 +1,8 @@
-// Status words of the server that the library hands on without a name of its own.
+// Status and reason words of the server that the library hands on without a name of its own.
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace quorvel::cm {
 
@@ -9,5 +10,19 @@ namespace quorvel::cm {
 inline constexpr uint32_t kStatusTransport = 21;
 // Another client has killed the connection.
 inline constexpr uint32_t kStatusKilled = 22;
+
+// Why a connection did not come up, or has ended: the reason word behind a status of 21.
+enum class Reason : uint32_t {
+    kNone = 0,
+    kNoInterface = 1,
+    kInterfaceDown = 2,
+    kNoAddress = 3,
+    kTimeLimit = 4,
+    kRefused = 5,
+    kLost = 6,
+};
+
+// "the network interface is down"; a number nobody knows is given as a number.
+std::string to_text(Reason reason);
 
 }  // namespace quorvel::cm

@@ -1,0 +1,107 @@
+#include "control/control.h"
+
+#include <event2/buffer.h>
+#include <unistd.h>
+
+#include "connection.h"
+#include "log.h"
+
+namespace quorvel::cm {
+namespace {
+
+constexpr mode_t kOwnerOnly = 0600;
+constexpr size_t kLongestCommand = size_t{4} * 1024 * 1024;
+
+bool may_control(const Peer& peer) {
+    return peer.uid == 0 || peer.uid == geteuid();
+}
+
+nlohmann::json failure(const std::string& why) {
+    return {{"ok", false}, {"error", why}};
+}
+
+}  // namespace
+
+std::string control_path(const std::string& socket) {
+    return socket + ".control";
+}
+
+class Control::Session {
+  public:
+    Session(Control& control, evutil_socket_t fd)
+        : control_(control), socket_(bufferevent_socket_new(control.base_, fd, BEV_OPT_CLOSE_ON_FREE)) {
+        bufferevent_setcb(
+            socket_.get(), [](bufferevent*, void* self) { static_cast<Session*>(self)->read(); }, nullptr,
+            [](bufferevent*, short, void* self) { static_cast<Session*>(self)->end(); }, this);
+        bufferevent_enable(socket_.get(), EV_READ | EV_WRITE);
+    }
+
+  private:
+    void read() {
+        evbuffer* input = bufferevent_get_input(socket_.get());
+        size_t size = 0;
+        while (char* line = evbuffer_readln(input, &size, EVBUFFER_EOL_LF)) {
+            const std::unique_ptr<char, Freed<free>> owned(line);
+            const std::string out = answer({line, size}).dump() + "\n";
+            bufferevent_write(socket_.get(), out.data(), out.size());
+        }
+        if (evbuffer_get_length(input) > kLongestCommand)
+            end();
+    }
+
+    nlohmann::json answer(const std::string& line) {
+        try {
+            nlohmann::json result = control_.execute_(nlohmann::json::parse(line));
+            result["ok"] = true;
+            return result;
+        } catch (const ControlError& error) {
+            return failure(error.what());
+        } catch (const nlohmann::json::exception& error) {
+            return failure(std::string("this is no command: ") + error.what());
+        }
+    }
+
+    void end() {
+        bufferevent_disable(socket_.get(), EV_READ | EV_WRITE);
+        control_.end(this);
+    }
+
+    Control& control_;
+    BufferEvent socket_;
+};
+
+Control::Control(event_base* base, const std::string& path, Execute execute)
+    : base_(base),
+      path_(path, kOwnerOnly),
+      execute_(std::move(execute)),
+      bury_(base, [this] { ended_.clear(); }) {
+    const auto accepted = [](evconnlistener*, evutil_socket_t fd, sockaddr*, int, void* self) {
+        static_cast<Control*>(self)->accept(fd);
+    };
+    listener_ = listen_on(base, path_.release(), accepted, this);
+}
+
+Control::~Control() = default;
+
+void Control::accept(evutil_socket_t fd) {
+    const Peer peer = peer_of(fd);
+    if (!may_control(peer)) {
+        log::warning("process ", peer.pid, " of user ", peer.uid, " may not control this server");
+        evutil_closesocket(fd);
+        return;
+    }
+    auto session = std::make_unique<Session>(*this, fd);
+    Session* key = session.get();
+    sessions_.emplace(key, std::move(session));
+}
+
+void Control::end(Session* session) {
+    const auto found = sessions_.find(session);
+    if (found == sessions_.end())
+        return;
+    ended_.push_back(std::move(found->second));
+    sessions_.erase(found);
+    bury_.start(std::chrono::milliseconds(0));
+}
+
+}  // namespace quorvel::cm

@@ -1,0 +1,146 @@
+#include "control/ctl.h"
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+
+#include "control/client.h"
+#include "control/tables.h"
+
+namespace quorvel::cm {
+namespace {
+
+using nlohmann::json;
+
+// What one command takes; the options fill it in, the callback sends it.
+struct Draft {
+    json command;
+    bool as_json = false;
+    std::string file;
+};
+using DraftPtr = std::shared_ptr<Draft>;
+
+template <class T>
+void add_argument(CLI::App& command, const DraftPtr& draft, const char* option, const char* key,
+                  const char* help) {
+    command.add_option_function<T>(
+        option, [draft, key](const T& value) { draft->command[key] = value; }, help);
+}
+
+void add_call_choice(CLI::App& command, const DraftPtr& draft) {
+    add_argument<uint32_t>(command, draft, "call", "call",
+                           "Id of the call; not needed when there is only one");
+    add_argument<uint32_t>(command, draft, "--profile", "profile", "Take the call of this profile");
+}
+
+std::string to_hex(const std::string& data) {
+    static constexpr char kDigits[] = "0123456789abcdef";
+    std::string hex;
+    for (const char c : data) {
+        const auto byte = static_cast<unsigned char>(c);
+        hex += kDigits[byte >> 4U];
+        hex += kDigits[byte & 15U];
+    }
+    return hex;
+}
+
+void read_file(Draft& draft, const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        throw CLI::ValidationError(path, "cannot be read");
+    draft.command["hex"] = to_hex({std::istreambuf_iterator<char>(file), {}});
+}
+
+struct Ctl {
+    CLI::App& app;
+    const std::string& socket;
+
+    // A command whose answer is a sentence, unless it prints something of its own.
+    CLI::App& add(const char* name, const char* help, const DraftPtr& draft,
+                  void (*print)(const Draft&, const json&) = nullptr) {
+        draft->command["command"] = name;
+        CLI::App* command = app.add_subcommand(name, help);
+        const std::string* path = &socket;
+        command->callback([draft, path, print] {
+            const json answer = ask_server(*path, draft->command);
+            if (print != nullptr)
+                print(*draft, answer);
+            else
+                std::printf("%s\n", answer.at("text").get<std::string>().c_str());
+        });
+        return *command;
+    }
+};
+
+void add_call_commands(Ctl& ctl) {
+    for (const auto& [name, help] : {std::pair{"suspend", "Suspend a call, as a lost carrier does"},
+                                     std::pair{"resume", "Resume a suspended call"}}) {
+        const auto draft = std::make_shared<Draft>();
+        CLI::App& command = ctl.add(name, help, draft);
+        add_call_choice(command, draft);
+        add_argument<uint32_t>(command, draft, "--status", "status", "Status word of the indication");
+    }
+    for (const auto& [name, help] :
+         {std::pair{"stop", "End a call, as the network does"},
+          std::pair{"kill-response", "Answer the kill of a call to its clients"}}) {
+        const auto draft = std::make_shared<Draft>();
+        CLI::App& command = ctl.add(name, help, draft);
+        add_call_choice(command, draft);
+        add_argument<uint32_t>(command, draft, "--status", "status", "Status word of the event");
+        add_argument<uint32_t>(command, draft, "--reason", "reason",
+                               "Reason word, delivered with a status of 21");
+    }
+    const auto draft = std::make_shared<Draft>();
+    CLI::App& command = ctl.add("ip-change", "Give a call another address", draft);
+    add_call_choice(command, draft);
+    add_argument<std::string>(command, draft, "--address", "address", "The new IPv4 address");
+    command.get_option("--address")->required();
+    add_argument<std::vector<std::string>>(command, draft, "--dns", "dns",
+                                           "Its name servers, instead of the old");
+    add_argument<std::string>(command, draft, "--interface", "interface",
+                              "Its interface, instead of the old");
+}
+
+void add_client_commands(Ctl& ctl) {
+    const auto status = std::make_shared<Draft>();
+    CLI::App& network_status = ctl.add("network-status", "Tell clients a network status", status);
+    add_argument<uint32_t>(network_status, status, "--packet-data", "packet-data",
+                           "Instead of the real status");
+    add_argument<uint32_t>(network_status, status, "--wifi", "wifi", "Instead of the real status");
+    add_argument<uint32_t>(network_status, status, "--client", "client", "Tell only this client");
+
+    const auto data = std::make_shared<Draft>();
+    CLI::App& tunnel = ctl.add("tunnel", "Send tunnel data to the clients that have registered for it", data);
+    auto* group = tunnel.add_option_group("data")->require_option(1);
+    group->add_option_function<std::string>(
+        "text", [data](const std::string& text) { data->command["hex"] = to_hex(text); },
+        "The data, as text");
+    add_argument<std::string>(*group, data, "--hex", "hex", "The data, two digits for each byte");
+    group->add_option_function<std::string>(
+        "--file", [data](const std::string& path) { read_file(*data, path); }, "A file with the data");
+    add_argument<uint32_t>(tunnel, data, "--id", "id", "Id of the indication");
+    add_argument<uint32_t>(tunnel, data, "--client", "client", "Send to this client, registered or not");
+}
+
+void print_list(const Draft& draft, const json& answer) {
+    const json& data = answer.at("data");
+    if (draft.as_json)
+        std::printf("%s\n", data.dump(2).c_str());
+    else
+        std::fputs(clients_and_calls(data).c_str(), stdout);
+}
+
+}  // namespace
+
+void add_ctl(CLI::App& app, const std::string& socket) {
+    CLI::App* group = app.add_subcommand("ctl", "Control a running server");
+    group->require_subcommand(1)->fallthrough();
+    Ctl ctl{*group, socket};
+    add_call_commands(ctl);
+    add_client_commands(ctl);
+    const auto draft = std::make_shared<Draft>();
+    CLI::App& list = ctl.add("list", "List clients and calls", draft, print_list);
+    list.add_flag("--json", draft->as_json, "Print JSON");
+}
+
+}  // namespace quorvel::cm

@@ -1,0 +1,34 @@
+// What has gone over the interfaces while calls were up on them.
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "interfaces.h"
+
+namespace quorvel::cm {
+
+// Which counters a reset puts to 0.
+enum class ResetLevel : uint32_t { kAll, kBytes, kPackets, kErrors, kBytesAndPackets };
+inline constexpr uint32_t kLastResetLevel = 4;
+
+class Statistics {
+  public:
+    // A call is up on the interface, or is not any more. Calls that share one are counted once.
+    void enter(const std::string& interface);
+    void leave(const std::string& interface);
+
+    // Calls that have ended are counted in.
+    Counters read() const;
+    void reset(ResetLevel level);
+
+  private:
+    struct Use {
+        int calls = 0;
+        Counters start{};
+    };
+    std::map<std::string, Use> uses_;
+    Counters ended_{};
+};
+
+}  // namespace quorvel::cm
