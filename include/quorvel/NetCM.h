@@ -283,6 +283,26 @@ extern pthread_mutex_t NetCMAppMutex;
 /* A variable for an application's event-system handle. The library never uses it. */
 extern void *EvtDeliveryHandle;
 
+/* ---------------------------------------------------------------------------------------------------------------
+ * Who the calling application is */
+
+/* Room for an application's name, in bytes. */
+#define NETCM_APP_NAME_SIZE 256
+
+/* The calling application's id, as the platform's application manager knows it.
+ *   appId  receives the id; untouched when there is none
+ * Result: 1 when the platform gave an id, else 0. */
+int NetCMClientGetAppId(int32_t *appId);
+
+/* An application's display name, from the configuration key "/System/AppInfo/<appId>/AppName".
+ *   appId  the application's id
+ *   name   NETCM_APP_NAME_SIZE bytes, the caller's. A name of 256 bytes or more is cut there and has no
+ *          terminator; an empty one leaves the buffer as it is
+ * Result: 0 when the configuration has a name (or an empty one); 1 when it has none or cannot be read, and `name`
+ * is "No Name_" and the process id. The first call loads GConf into the process. A session that has no
+ * configuration client at all ends the process with a failed assertion. */
+int NetCMClientGetAppName(int32_t appId, char *name);
+
 #ifdef __cplusplus
 }
 #endif

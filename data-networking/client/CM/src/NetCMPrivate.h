@@ -4,7 +4,9 @@
 
 #include <cstdint>
 
+#include "appmgr_ids.h"
 #include "common/AppMutex.h"
+#include "evtsys.h"
 #include "quorvel/NetCM.h"
 
 // A request that the library answers without the server; consumed by a local response thread.
@@ -88,14 +90,4 @@ uint32_t NetCMClientProcessResumeInd(const uint32_t* record) QV_REQUIRES(quorvel
 uint32_t NetCMClientProcessNetworkStatusChangeInd(const uint32_t* record) QV_REQUIRES(quorvel::app_mutex);
 uint32_t NetCMClientProcesIpChangeInd(const uint32_t* record) QV_REQUIRES(quorvel::app_mutex);
 uint32_t NetCMClientProcessProperProfRsp(const uint32_t* record) QV_REQUIRES(quorvel::app_mutex);
-
-// Identity.
-int NetCMClientGetAppId(int32_t* appId);
-int NetCMClientGetAppName(int32_t appId, char* name);
-
-// The platform's notification library and application manager.
-int EvtSysEventHandleExist(void* handle);
-int EvtSysLibraryOpen(void** handle);
-int EvtSysEventPublish(void* handle, const char* name);
-int app_get_current_id(int* appId, int* error);
 }

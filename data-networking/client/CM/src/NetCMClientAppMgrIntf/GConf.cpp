@@ -1,0 +1,70 @@
+#include "client/CM/src/NetCMClientAppMgrIntf/GConf.h"
+
+#include <dlfcn.h>
+
+#include <atomic>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+
+// Weak: the library runs in processes without GConf, and finds it there in those that use it themselves.
+#pragma weak g_type_init
+#pragma weak gconf_client_get_default
+#pragma weak gconf_client_get_string
+#pragma weak g_object_unref
+#pragma weak g_free
+#pragma weak g_error_free
+
+namespace quorvel {
+namespace {
+
+constinit const GConfFunctions kInProcess{
+    .g_type_init = ::g_type_init,
+    .gconf_client_get_default = ::gconf_client_get_default,
+    .gconf_client_get_string = ::gconf_client_get_string,
+    .g_object_unref = ::g_object_unref,
+    .g_free = ::g_free,
+    .g_error_free = ::g_error_free,
+};
+constinit std::atomic<const GConfFunctions*> loaded{nullptr};
+
+bool is_complete(const GConfFunctions& functions) {
+    return functions.g_type_init != nullptr && functions.gconf_client_get_default != nullptr &&
+           functions.gconf_client_get_string != nullptr && functions.g_object_unref != nullptr &&
+           functions.g_free != nullptr && functions.g_error_free != nullptr;
+}
+
+// The helper lies beside this library, wherever that was loaded from.
+bool find_helper(char (&path)[PATH_MAX]) {
+    Dl_info self{};
+    if (dladdr(&loaded, &self) == 0)
+        return false;
+    const char* slash = strrchr(self.dli_fname, '/');
+    const int folder_length = slash != nullptr ? static_cast<int>(slash + 1 - self.dli_fname) : 0;
+    const int length = snprintf(path, sizeof path, "%.*s%s", folder_length, self.dli_fname, kGConfHelper);
+    return length > 0 && static_cast<size_t>(length) < sizeof path;
+}
+
+const GConfFunctions* load_helper() {
+    char path[PATH_MAX];
+    if (!find_helper(path))
+        return nullptr;
+    void* helper = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+    return helper != nullptr ? static_cast<const GConfFunctions*>(dlsym(helper, kGConfTable)) : nullptr;
+}
+
+}  // namespace
+
+const GConfFunctions* gconf_functions() {
+    if (is_complete(kInProcess))
+        return &kInProcess;
+    const GConfFunctions* functions = loaded.load(std::memory_order_acquire);
+    if (functions == nullptr) {
+        // Threads that come here together are all given the same library by the loader.
+        functions = load_helper();
+        loaded.store(functions, std::memory_order_release);
+    }
+    return functions;
+}
+
+}  // namespace quorvel
