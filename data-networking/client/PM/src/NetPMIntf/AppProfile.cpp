@@ -1,0 +1,214 @@
+// Which profile an application uses.
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "client/CM/src/NetCMIntf/Request.h"
+#include "client/CM/src/NetCMPrivate.h"
+#include "client/PM/src/NetPMIntf/Invalid.h"
+#include "client/PM/src/NetPMPrivate.h"
+
+using namespace quorvel;
+
+namespace {
+
+constexpr uint32_t kUnknownProfile = 0xFFFFFFFF;
+
+wire::AppProfMsg message_for(wire::AppProfCommand command, int32_t app_id) {
+    wire::AppProfMsg message = {};
+    message.Cmd = command;
+    message.AppProf.AppId = static_cast<uint32_t>(app_id);
+    return message;
+}
+
+bool is_registered() {
+    if (client_is_registered())
+        return true;
+    QV_TRACE(5, "Cleint is not registered with CM\n");
+    return false;
+}
+
+uint32_t send_message(const wire::AppProfMsg& message) QV_REQUIRES(app_mutex) {
+    QV_TRACE(2, "App-Profile cmd = %d\n", message.Cmd);
+    return NetPMAppProfSendSyncReq(&message, sizeof message);
+}
+
+// Sends the message and leaves the answer in it. Returns the status of the operation.
+uint32_t ask(wire::AppProfMsg& message) {
+    if (!is_registered())
+        return NETCM_ERR_NOT_REGISTERED;
+    const AppMutexGuard lock(QV_HERE);
+    const uint32_t repaired = repair_link(QV_HERE);
+    if (repaired != NETCM_SUCCESS)
+        return repaired;
+    const uint32_t expected = wire::kPmAnswer + message.Cmd;
+    const uint32_t sent = send_message(message);
+    if (sent != NETCM_SUCCESS)
+        return sent;
+    message = {};
+    const int32_t received = NetPMAppProfRecvSyncRsp(&message, sizeof message);
+    if (received != NETCM_SUCCESS)
+        return static_cast<uint32_t>(received);
+    return message.Cmd == expected ? message.Result : static_cast<uint32_t>(NETCM_ERR_FAILURE);
+}
+
+// For the operations that answer with a truth value: whether the profile manager knows, and agreed.
+bool ask_about_app(wire::AppProfCommand command, int32_t app_id, wire::AppProfMsg& message) {
+    if (app_id < 1) {
+        QV_TRACE(5, "Invalid App ID [%d]\n", app_id);
+        return false;
+    }
+    message = message_for(command, app_id);
+    return ask(message) == NETCM_SUCCESS;
+}
+
+// Notes who is to get the answer that comes later; null when there is no room for a note.
+NetCMProperProfReq* note_request(int32_t app_id) QV_REQUIRES(app_mutex) {
+    for (NetCMProperProfReq& request : table().ProperProfReq) {
+        if (request.InUse == 1)
+            continue;
+        request = {.InUse = 1, .ThreadId = NetCMGetCurrentTid(), .ReqKey = app_id};
+        return &request;
+    }
+    return nullptr;
+}
+
+struct PaymentWord {
+    const char* word;
+    uint32_t code;
+};
+constexpr PaymentWord kCscWords[] = {{"VGR", wire::kCscVgr}, {"VOD", wire::kCscVod}};
+constexpr PaymentWord kPaymentWords[] = {{"PRE", wire::kPaymentPre}, {"POST", wire::kPaymentPost}};
+
+const PaymentWord* find_word(std::span<const PaymentWord> words, const char* text) {
+    if (text == nullptr)
+        return nullptr;
+    for (const PaymentWord& entry : words)
+        if (strcmp(entry.word, text) == 0)
+            return &entry;
+    return nullptr;
+}
+
+}  // namespace
+
+extern "C" {
+
+uint32_t NetPMAppProfAddAppId(int32_t appId) {
+    wire::AppProfMsg message;
+    return ask_about_app(wire::NETPM_APPPROF_ADD_APP_ID, appId, message);
+}
+
+uint32_t NetPMAppProfDeleteAppId(int32_t appId) {
+    wire::AppProfMsg message;
+    return ask_about_app(wire::NETPM_APPPROF_DELETE_APP_ID, appId, message);
+}
+
+// The answer's AppId says whether the application is known, in its lower half.
+uint32_t NetPMAppProfCheckAppId(int32_t appId) {
+    wire::AppProfMsg message;
+    return ask_about_app(wire::NETPM_APPPROF_CHECK_APP_ID, appId, message) &&
+           static_cast<uint16_t>(message.AppProf.AppId) != 0;
+}
+
+uint32_t NetPMAppProfGetAppInfo(int32_t appId, NetPMAppProf* out) {
+    if (out == nullptr)
+        return QV_INVALID("Invalid AppProf pointer\n");
+    wire::AppProfMsg message = message_for(wire::NETPM_APPPROF_GET_APP_INFO, appId);
+    const uint32_t status = ask(message);
+    if (status == NETCM_SUCCESS)
+        *out = message.AppProf;
+    return status;
+}
+
+uint32_t NetPMAppProfSetAppInfo(int32_t appId, NetPMAppProf* rec) {
+    if (rec == nullptr)
+        return QV_INVALID("Invalid AppProf pointer\n");
+    wire::AppProfMsg message = message_for(wire::NETPM_APPPROF_SET_APP_INFO, appId);
+    message.AppProf = *rec;
+    message.BProfIdValid = 1;
+    message.BNetIfaceListValid = 1;
+    const uint32_t status = ask(message);
+    if (status == NETCM_SUCCESS)
+        *rec = message.AppProf;
+    return status;
+}
+
+uint32_t NetPMAppProfSetProfId(int32_t appId, int32_t profileId) {
+    if (profileId <= 0)
+        return QV_INVALID("Invalid ProfileId [%d]\n", profileId);
+    wire::AppProfMsg message = message_for(wire::NETPM_APPPROF_SET_APP_INFO, appId);
+    message.AppProf.Param = static_cast<uint32_t>(appId);
+    message.AppProf.ProfileId = static_cast<uint32_t>(profileId);
+    message.BProfIdValid = 1;
+    return ask(message);
+}
+
+uint32_t NetPMAppProfGetAppProfId(int32_t appId, uint32_t* profileId) {
+    if (profileId == nullptr)
+        return QV_INVALID("Invalid ProfileId pointer\n");
+    NetPMAppProf binding = {};
+    const uint32_t status = NetPMAppProfGetAppInfo(appId, &binding);
+    *profileId = status == NETCM_SUCCESS ? binding.ProfileId : kUnknownProfile;
+    return status;
+}
+
+uint32_t NetPMAppProfSetNetIfaceList(int32_t appId, const uint32_t list[2]) {
+    if (list == nullptr)
+        return QV_INVALID("Invalid NetIfaceList pointer\n");
+    wire::AppProfMsg message = message_for(wire::NETPM_APPPROF_SET_APP_INFO, appId);
+    message.AppProf.NetIfaceList[0] = list[0];
+    message.AppProf.NetIfaceList[1] = list[1];
+    message.BNetIfaceListValid = 1;
+    return ask(message);
+}
+
+uint32_t NetPMAppProfGetAppNetIfaceList(int32_t appId, uint32_t list[2]) {
+    if (list == nullptr)
+        return QV_INVALID("Invalid NetIfaceList pointer\n");
+    NetPMAppProf binding = {};
+    const uint32_t status = NetPMAppProfGetAppInfo(appId, &binding);
+    list[0] = binding.NetIfaceList[0];
+    list[1] = binding.NetIfaceList[1];
+    return status;
+}
+
+uint32_t NetPMAppProfGetProperProfile(int32_t appId, uint32_t* profileId) {
+    if (profileId == nullptr)
+        return QV_INVALID("Invalid ProfileId pointer\n");
+    wire::AppProfMsg message = message_for(wire::NETPM_APPPROF_GET_PROPER_PROFILE, appId);
+    const uint32_t status = ask(message);
+    if (status == NETCM_SUCCESS)
+        *profileId = message.AppProf.AppId;  // the answer names the profile there
+    return status;
+}
+
+uint32_t NetPMAppProfGetProperProfileAsync(int32_t appId) {
+    if (!is_registered())
+        return NETCM_ERR_NOT_REGISTERED;
+    const AppMutexGuard lock(QV_HERE);
+    const uint32_t repaired = repair_link(QV_HERE);
+    if (repaired != NETCM_SUCCESS)
+        return repaired;
+    NetCMProperProfReq* note = note_request(appId);
+    const uint32_t sent = send_message(message_for(wire::NETPM_APPPROF_ASYNC_PROPER_PROFILE, appId));
+    // No answer will come to what was not sent, and a note that nothing frees hides those behind it.
+    if (sent != NETCM_SUCCESS && note != nullptr)
+        *note = {.InUse = 0, .ThreadId = -1, .ReqKey = -1};
+    return sent;
+}
+
+uint32_t NetPMAppProfChangePayment(const char* csc, const char* payment) {
+    const PaymentWord* csc_word = find_word(kCscWords, csc);
+    const PaymentWord* payment_word = find_word(kPaymentWords, payment);
+    if (csc_word == nullptr || payment_word == nullptr)
+        return QV_INVALID("Invalid Parameter\n");
+    QV_TRACE(2, "Received CSC[%d], Payment[%d]\n", csc_word->code, payment_word->code);
+    wire::AppProfMsg message = message_for(wire::NETPM_APPPROF_CHANGE_PAYMENT, -1);
+    message.AppProf.Param = csc_word->code;
+    message.AppProf.ProfileId = payment_word->code;
+    message.BProfIdValid = 1;
+    return ask(message);
+}
+
+}  // extern "C"
