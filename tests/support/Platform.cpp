@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <mutex>
 
+#include "appmgr_ids.h"
+#include "evtsys.h"
+
 namespace quorvel::test {
 namespace {
 

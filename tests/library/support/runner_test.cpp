@@ -10,17 +10,12 @@
 #include <filesystem>
 #include <thread>
 
+#include "appmgr_ids.h"
 #include "common/Trace.h"
+#include "evtsys.h"
 #include "support/LeakCheck.h"
 #include "support/Platform.h"
 #include "support/TraceCapture.h"
-
-extern "C" {
-int app_get_current_id(int* app_id, int* error);
-int EvtSysEventHandleExist(void* handle);
-int EvtSysLibraryOpen(void** handle);
-int EvtSysEventPublish(void* handle, const char* name);
-}
 
 namespace quorvel::test {
 namespace {

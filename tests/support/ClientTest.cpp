@@ -1,0 +1,69 @@
+#include "support/ClientTest.h"
+
+namespace quorvel::test {
+
+int32_t User::transport_error() {
+    int32_t error = 0;
+    EXPECT_EQ(run([&] { return NetCMGetTransportError(&error); }), 0u);
+    return error;
+}
+
+ClientTest::ClientTest() : users_(events::kUsers) {}
+
+ClientTest::~ClientTest() {
+    events::during(nullptr);
+    trace::on_line(nullptr, nullptr);
+    calls::reset();
+    // What the test has left open is of no more interest.
+    with_table([](NetCMClientAppInfo& table) {
+        for (NetCMCallInfo& call : table.CallInfo)
+            call.InUse = 0;
+        return 0;
+    });
+    for (const std::unique_ptr<User>& user : users_)
+        if (user != nullptr)
+            user->deregister();
+    server.stop();
+}
+
+User& ClientTest::user(int number) {
+    std::unique_ptr<User>& place = users_.at(static_cast<size_t>(number));
+    if (place == nullptr)
+        place = std::make_unique<User>(number);
+    return *place;
+}
+
+User& ClientTest::registered(int number) {
+    User& who = user(number);
+    EXPECT_EQ(who.register_client(), 0u);
+    return who;
+}
+
+int32_t ClientTest::bring_up(User& who, int32_t profile) {
+    EXPECT_EQ(who.open(profile), 0u);
+    int32_t call_id = -1;
+    int32_t index = -1;
+    with_table([&](NetCMClientAppInfo&) { return NetCMGetCallIdFromProfileId(profile, &call_id, &index); });
+    const size_t events_before = events::count();
+    EXPECT_TRUE(server.push(start_response(call_id, profile), connection_block()));
+    EXPECT_TRUE(events::wait_for(events_before + 1));
+    return call_id;
+}
+
+bool ClientTest::link_is_broken() {
+    return with_table(
+        [](const NetCMClientAppInfo& table) { return table.RecvThreadId == static_cast<pthread_t>(-1); });
+}
+
+bool ClientTest::wait_until_link_is_broken() {
+    return trace::wait_for("Quorvel connection got reset, close the thread \n") && [this] {
+        for (int i = 0; i < 2000; ++i) {
+            if (link_is_broken())
+                return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return false;
+    }();
+}
+
+}  // namespace quorvel::test

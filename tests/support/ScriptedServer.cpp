@@ -1,0 +1,361 @@
+#include "support/ScriptedServer.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <system_error>
+
+#include "common/PmWire.h"
+
+namespace quorvel::test {
+namespace {
+
+constexpr int kBacklog = 64;
+
+int checked(int result, const char* what) {
+    if (result < 0)
+        throw std::system_error(errno, std::generic_category(), what);
+    return result;
+}
+
+int listen_at(const char* path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strcpy(address.sun_path, path);
+    unlink(path);
+    const int fd = checked(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket");
+    checked(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), path);
+    checked(listen(fd, kBacklog), path);
+    return fd;
+}
+
+bool write_all(int fd, const Bytes& bytes) {
+    for (size_t sent = 0; sent < bytes.size();) {
+        const ssize_t result = send(fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+        if (result <= 0)
+            return false;
+        sent += static_cast<size_t>(result);
+    }
+    return true;
+}
+
+template <class T>
+T peek(const Bytes& bytes, size_t offset) {
+    T value{};
+    std::memcpy(&value, bytes.data() + offset, sizeof value);
+    return value;
+}
+
+// The length of the request at the front of the bytes, as far as they tell: more than there are when some
+// miss.
+size_t request_length(const Bytes& bytes) {
+    constexpr size_t header_length = sizeof(wire::RequestHeader);
+    if (bytes.size() < header_length)
+        return header_length;
+    const auto header = peek<wire::RequestHeader>(bytes, 0);
+    switch (header.Command) {
+        case wire::NETCM_CLIENT_TUNNEL_REQ:
+            return header_length + header.Arg4;
+        case wire::NETPM_PROFILE_REQ: {
+            const size_t with_pm_header = header_length + sizeof(wire::PmRequestHeader);
+            if (bytes.size() < with_pm_header)
+                return with_pm_header;
+            return with_pm_header + peek<wire::PmRequestHeader>(bytes, header_length).DataLength;
+        }
+        case wire::NETPM_APPPROF_REQ:
+            return header_length + sizeof(wire::AppProfMsg);
+        default:
+            return header_length;
+    }
+}
+
+}  // namespace
+
+struct ScriptedServer::Connection {
+    Connection(int descriptor, int number) : fd(descriptor), id(number) {}
+    ~Connection() { close(fd); }
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    const int fd;
+    const int id;
+    std::atomic<bool> is_async{false};
+    Bytes received;
+};
+
+ScriptedServer::ScriptedServer() {
+    start();
+}
+
+ScriptedServer::~ScriptedServer() {
+    stop();
+}
+
+void ScriptedServer::start() {
+    if (thread_.joinable())
+        return;
+    listener_ = listen_at(wire::kServerPath);
+    wake_ = checked(eventfd(0, EFD_CLOEXEC), "eventfd");
+    std::fill(std::begin(calls_), std::end(calls_), false);
+    stopping_ = false;
+    thread_ = std::thread([this] { serve(); });
+}
+
+void ScriptedServer::stop() {
+    if (!thread_.joinable())
+        return;
+    checked(eventfd_write(wake_, 1), "eventfd");
+    {
+        const std::lock_guard lock(mutex_);
+        stopping_ = true;
+        for (const auto& gate : gates_)
+            gate->open();
+    }
+    thread_.join();
+    unlink(wire::kServerPath);
+    close(listener_);
+    close(wake_);
+    drop_all();
+}
+
+void ScriptedServer::on(uint32_t command, Script script) {
+    const std::lock_guard lock(mutex_);
+    scripts_[command] = std::move(script);
+}
+
+void ScriptedServer::on(uint32_t command, Answer answer) {
+    on(command, [answer = std::move(answer)](const Request&) { return answer; });
+}
+
+void ScriptedServer::once(uint32_t command, Script script) {
+    const std::lock_guard lock(mutex_);
+    scripts_once_[command].push_back(std::move(script));
+}
+
+void ScriptedServer::once(uint32_t command, Answer answer) {
+    once(command, [answer = std::move(answer)](const Request&) { return answer; });
+}
+
+void ScriptedServer::forget_scripts() {
+    const std::lock_guard lock(mutex_);
+    scripts_.clear();
+    scripts_once_.clear();
+}
+
+void ScriptedServer::drop_next_connections(int count) {
+    const std::lock_guard lock(mutex_);
+    connections_to_drop_ = count;
+}
+
+std::vector<Request> ScriptedServer::requests() const {
+    const std::lock_guard lock(mutex_);
+    return requests_;
+}
+
+std::vector<Request> ScriptedServer::requests(uint32_t command) const {
+    std::vector<Request> all = requests();
+    std::erase_if(all, [&](const Request& request) { return request.command() != command; });
+    return all;
+}
+
+std::optional<Request> ScriptedServer::last(uint32_t command) const {
+    std::vector<Request> all = requests(command);
+    return all.empty() ? std::nullopt : std::optional(std::move(all.back()));
+}
+
+size_t ScriptedServer::count(uint32_t command) const {
+    return requests(command).size();
+}
+
+bool ScriptedServer::wait_for(uint32_t command, size_t times, std::chrono::milliseconds patience) const {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, patience, [&] {
+        const auto is_it = [&](const Request& request) { return request.command() == command; };
+        return static_cast<size_t>(std::count_if(requests_.begin(), requests_.end(), is_it)) >= times;
+    });
+}
+
+int ScriptedServer::accepted_connections() const {
+    const std::lock_guard lock(mutex_);
+    return accepted_;
+}
+
+uint32_t ScriptedServer::client_id() const {
+    const std::lock_guard lock(mutex_);
+    return client_id_;
+}
+
+bool ScriptedServer::push(const wire::Record& record) {
+    return push(bytes_of(record));
+}
+
+bool ScriptedServer::push(const Bytes& bytes) {
+    return wait_for_async_socket() && push_now(bytes);
+}
+
+bool ScriptedServer::push_now(const Bytes& bytes) {
+    const std::lock_guard lock(mutex_);
+    const ConnectionPtr connection = async_connection();
+    return connection != nullptr && write_all(connection->fd, bytes);
+}
+
+bool ScriptedServer::wait_for_async_socket(std::chrono::milliseconds patience) const {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, patience, [this] { return async_connection() != nullptr; });
+}
+
+void ScriptedServer::close_async() {
+    const std::lock_guard lock(mutex_);
+    if (const ConnectionPtr connection = async_connection())
+        drop(connection);
+}
+
+void ScriptedServer::close_sync() {
+    const std::lock_guard lock(mutex_);
+    for (const ConnectionPtr& connection : std::vector(connections_))
+        if (!connection->is_async)
+            drop(connection);
+}
+
+// The latest: a client that has registered anew has left the older ones behind.
+ScriptedServer::ConnectionPtr ScriptedServer::async_connection() const {
+    const auto found =
+        std::find_if(connections_.rbegin(), connections_.rend(),
+                     [](const ConnectionPtr& connection) { return connection->is_async.load(); });
+    return found != connections_.rend() ? *found : nullptr;
+}
+
+// The descriptor lives until the serving thread lets go of it; the client sees the end at once.
+void ScriptedServer::drop(const ConnectionPtr& connection) {
+    shutdown(connection->fd, SHUT_RDWR);
+    std::erase(connections_, connection);
+}
+
+void ScriptedServer::drop_all() {
+    const std::lock_guard lock(mutex_);
+    for (const ConnectionPtr& connection : std::vector(connections_))
+        drop(connection);
+}
+
+void ScriptedServer::serve() {
+    for (;;) {
+        std::vector<ConnectionPtr> served;
+        std::vector<pollfd> waiting = {{wake_, POLLIN, 0}, {listener_, POLLIN, 0}};
+        {
+            const std::lock_guard lock(mutex_);
+            served = connections_;
+        }
+        for (const ConnectionPtr& connection : served)
+            waiting.push_back({connection->fd, POLLIN, 0});
+        poll(waiting.data(), waiting.size(), -1);
+        if (waiting[0].revents != 0)
+            return;
+        if (waiting[1].revents != 0)
+            accept_one();
+        for (size_t i = 0; i < served.size(); ++i) {
+            if (waiting[i + 2].revents == 0 || read_from(served[i]))
+                continue;
+            const std::lock_guard lock(mutex_);
+            drop(served[i]);
+        }
+    }
+}
+
+void ScriptedServer::accept_one() {
+    const int fd = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    if (fd < 0)
+        return;
+    const std::lock_guard lock(mutex_);
+    const auto connection = std::make_shared<Connection>(fd, ++accepted_);
+    changed_.notify_all();
+    if (connections_to_drop_ > 0)
+        --connections_to_drop_;
+    else
+        connections_.push_back(connection);
+}
+
+// False when the client has closed its end.
+bool ScriptedServer::read_from(const ConnectionPtr& connection) {
+    std::array<std::byte, 65536> part;
+    const ssize_t got = recv(connection->fd, part.data(), part.size(), 0);
+    if (got <= 0)
+        return false;
+    connection->received.insert(connection->received.end(), part.begin(), part.begin() + got);
+    Request request{};
+    while (take_request(connection, request))
+        perform(connection, answer_to(request));
+    return true;
+}
+
+bool ScriptedServer::take_request(const ConnectionPtr& connection, Request& request) {
+    Bytes& bytes = connection->received;
+    const size_t length = request_length(bytes);
+    if (bytes.size() < length)
+        return false;
+    const auto end = bytes.begin() + static_cast<std::ptrdiff_t>(length);
+    request.header = peek<wire::RequestHeader>(bytes, 0);
+    request.payload.assign(bytes.begin() + sizeof(wire::RequestHeader), end);
+    bytes.erase(bytes.begin(), end);
+    if (request.command() == wire::NETCM_CLIENT_ASYNC_REGISTER_REQ)
+        connection->is_async = true;
+    request.connection = connection->id;
+    request.is_async = connection->is_async;
+    return true;
+}
+
+Answer ScriptedServer::answer_to(const Request& request) {
+    Script script;
+    {
+        const std::lock_guard lock(mutex_);
+        requests_.push_back(request);
+        changed_.notify_all();
+        auto& once = scripts_once_[request.command()];
+        if (!once.empty()) {
+            script = std::move(once.front());
+            once.pop_front();
+        } else if (const auto found = scripts_.find(request.command()); found != scripts_.end()) {
+            script = found->second;
+        }
+        if (!script)
+            return good_answer(request);
+    }
+    return script(request);
+}
+
+// False when there is no waiting any more, because the server is being stopped.
+bool ScriptedServer::remember(const std::shared_ptr<Gate>& gate) {
+    const std::lock_guard lock(mutex_);
+    gates_.push_back(gate);
+    return !stopping_;
+}
+
+void ScriptedServer::perform(const ConnectionPtr& connection, const Answer& answer) {
+    for (const Step& step : answer.steps()) {
+        if (const auto* send = std::get_if<Send>(&step)) {
+            write_all(connection->fd, send->bytes);
+        } else if (const auto* pushed = std::get_if<Push>(&step)) {
+            push_now(pushed->bytes);
+        } else if (const auto* delay = std::get_if<Delay>(&step)) {
+            pollfd woken = {wake_, POLLIN, 0};
+            poll(&woken, 1, static_cast<int>(delay->time.count()));
+        } else if (const auto* wait = std::get_if<WaitAt>(&step)) {
+            if (remember(wait->gate))
+                wait->gate->pass();
+        } else if (std::holds_alternative<CloseConnection>(step)) {
+            const std::lock_guard lock(mutex_);
+            drop(connection);
+        } else {
+            close_async();
+        }
+    }
+}
+
+}  // namespace quorvel::test
