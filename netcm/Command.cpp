@@ -1,0 +1,71 @@
+#include "Command.h"
+
+#include <quorvel/NetCM.h>
+
+#include <iostream>
+#include <map>
+
+#include "Status.h"
+
+namespace quorvel::netcm {
+namespace {
+
+constexpr double kThirtyYears = 1e9;
+
+const std::map<std::string, uint32_t> kInterfaces{{"pdp", NETCM_IFACE_PDP}, {"wifi", NETCM_IFACE_WIFI}};
+
+}  // namespace
+
+Printer CommonOptions::printer() const {
+    return {std::cout, json ? Format::kJson : Format::kText};
+}
+
+EventHandler printing(Printer& printer) {
+    return [&printer](const Event& event) { printer.event(to_json(event)); };
+}
+
+void forget(const Event&) {}
+
+CLI::Option* add_profile(CLI::App& command, int32_t& profile) {
+    return command.add_option("PROFILE", profile, "Profile id")
+        ->type_name("")
+        ->required()
+        ->check(CLI::Range(1, kLargestId));
+}
+
+void StayOption::define(CLI::App& command) {
+    command.add_option("--for", seconds, "End after this time; without it, at SIGINT or SIGTERM")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.0, kThirtyYears));
+}
+
+Deadline StayOption::deadline() const {
+    return seconds ? in(std::chrono::duration<double>(*seconds)) : Deadline();
+}
+
+void TimeoutOption::define(CLI::App& command) {
+    command.add_option("--timeout", seconds, "How long to wait for the answer (30)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.0, kThirtyYears));
+}
+
+Event TimeoutOption::await(Session& session, const EventTest& test, const std::string& what) const {
+    const std::optional<Event> event =
+        session.await(test, in(std::chrono::duration<double>(seconds)), forget);
+    if (!event) {
+        throw Failure("no " + what + (session.interrupted() ? ": interrupted" : " within the time-out"));
+    }
+    return *event;
+}
+
+CLI::Option* add_interface(CLI::App& command, const char* name, uint32_t& interface, const char* help) {
+    return command.add_option(name, interface, help)
+        ->transform(CLI::CheckedTransformer(kInterfaces).description(""))
+        ->type_name("pdp|wifi");
+}
+
+const char* interface_name(uint32_t interface) {
+    return interface == NETCM_IFACE_WIFI ? "wifi" : "pdp";
+}
+
+}  // namespace quorvel::netcm

@@ -1,0 +1,71 @@
+// What the subcommands share.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Printer.h"
+#include "Session.h"
+
+namespace quorvel::netcm {
+
+// The options that stand before or behind any subcommand.
+struct CommonOptions {
+    bool json = false;
+
+    Printer printer() const;
+};
+
+// Adds a subcommand. Its options are a struct that declares them with `define(CLI::App&)`; `run` gets them
+// when the subcommand has been chosen.
+template <class Options>
+CLI::App* add_command(CLI::App& parent, const CommonOptions& common, const char* name, const char* help,
+                      void (*run)(const CommonOptions&, const Options&)) {
+    CLI::App* command = parent.add_subcommand(name, help);
+    const auto options = std::make_shared<Options>();
+    options->define(*command);
+    command->callback([&common, options, run] { run(common, *options); });
+    return command;
+}
+
+struct NoOptions {
+    void define(CLI::App&) {}
+};
+
+// Each adds the subcommands of one family to the program.
+void add_connection_commands(CLI::App& app, const CommonOptions& common);
+
+// Prints each event as it comes; forgets it.
+EventHandler printing(Printer& printer);
+void forget(const Event& event);
+
+constexpr int32_t kLargestId = std::numeric_limits<int32_t>::max();
+
+// The PROFILE of a command that needs one.
+CLI::Option* add_profile(CLI::App& command, int32_t& profile);
+
+// `--for SECONDS` of a command that stays: without it, until it is interrupted.
+struct StayOption {
+    std::optional<double> seconds;
+
+    void define(CLI::App& command);
+    Deadline deadline() const;
+};
+
+// `--timeout SECONDS` of a command that waits for an answer.
+struct TimeoutOption {
+    double seconds = 30;
+
+    void define(CLI::App& command);
+    // The event that passes the test; throws a Failure when it did not come.
+    Event await(Session& session, const EventTest& test, const std::string& what) const;
+};
+
+// `--interface pdp|wifi`, or the same as a positional.
+CLI::Option* add_interface(CLI::App& command, const char* name, uint32_t& interface, const char* help);
+const char* interface_name(uint32_t interface);
+
+}  // namespace quorvel::netcm

@@ -1,0 +1,45 @@
+// Everything that netcm prints on standard output: one JSON document, as it is or as aligned text.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <ostream>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "Json.h"
+
+namespace quorvel::netcm {
+
+enum class Format { kText, kJson };
+
+class Printer {
+  public:
+    Printer(std::ostream& out, Format format) : out_(out), format_(format) {}
+
+    // A result. As text an object is a line per member with the values aligned, a list of objects a table
+    // with a heading, and a list of plain values a line each.
+    void result(const Json& document);
+
+    // One of many, on a line of its own, seen at once: "time" and "event" first, then the other members by
+    // name.
+    void event(const Json& event);
+
+  private:
+    std::ostream& out_;
+    Format format_;
+};
+
+// "dns_servers" as a person reads it: "DNS servers".
+std::string label_of(std::string_view key);
+
+// Text of foreign origin with its control characters written as \xNN, so that it cannot steer a terminal.
+std::string printable(std::string_view text);
+
+// A moment in UTC: "2026-11-21T14:02:11.120Z".
+std::string time_text(std::chrono::system_clock::time_point time);
+
+std::string hex_text(std::span<const uint8_t> bytes);
+
+}  // namespace quorvel::netcm

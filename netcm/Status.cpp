@@ -1,0 +1,69 @@
+#include "Status.h"
+
+#include <quorvel/NetCM.h>
+
+#include <algorithm>
+#include <array>
+
+namespace quorvel::netcm {
+namespace {
+
+#define NETCM_STATUS(code, meaning) \
+    StatusText {                    \
+        code, #code, meaning        \
+    }
+
+constexpr std::array kStatusTexts{
+    NETCM_STATUS(NETCM_SUCCESS, "success"),
+    NETCM_STATUS(NETCM_ERR_FAILURE, "the exchange with the CM server failed, or memory ran out"),
+    NETCM_STATUS(NETCM_ERR_REREGISTER_FAILED,
+                 "the link to the CM server is broken and could not be repaired"),
+    NETCM_STATUS(NETCM_ERR_ALREADY_REGISTERED, "the calling thread is already registered"),
+    NETCM_STATUS(NETCM_ERR_REREGISTER_RETRY_EXHAUSTED,
+                 "the CM server could not be reached in three attempts; is it running?"),
+    NETCM_STATUS(NETCM_ERR_NO_FREE_ENTRY, "16 threads are registered already"),
+    NETCM_STATUS(NETCM_ERR_NOT_REGISTERED,
+                 "the process or the calling thread is not registered, or has no connection"),
+    NETCM_STATUS(NETCM_ERR_INVALID_PROFILE, "invalid profile id"),
+    NETCM_STATUS(NETCM_ERR_NOT_ACTIVE, "no such connection, or this process does not use it"),
+    NETCM_STATUS(NETCM_ERR_ALREADY_EXISTS,
+                 "the calling thread already has this connection, or still has one"),
+    NETCM_STATUS(NETCM_ERR_CLOSING, "the calling thread has already asked to kill this connection"),
+    NETCM_STATUS(NETCM_ERR_CALL_CLOSING, "the connection is being closed"),
+    NETCM_STATUS(NETCM_ERR_MAX_LIMIT, "no room for another thread or profile on this connection"),
+    NETCM_STATUS(NETCM_ERR_NO_FREE_KILL_ENTRY, "four kills are pending already"),
+    NETCM_STATUS(NETCM_ERR_NO_FREE_TUNNEL_ENTRY, "twenty tunnel requests are pending already"),
+    NETCM_STATUS(NETCM_ERR_INVALID_PARAM, "an argument is out of range"),
+};
+
+#undef NETCM_STATUS
+
+}  // namespace
+
+const StatusText* find_status(uint32_t status) {
+    const auto found = std::ranges::find(kStatusTexts, status, &StatusText::code);
+    return found == kStatusTexts.end() ? nullptr : &*found;
+}
+
+std::string describe_status(uint32_t status) {
+    const std::string number = std::to_string(status);
+    const StatusText* text = find_status(status);
+    if (text == nullptr) {
+        return "status " + number + " of the CM server";
+    }
+    return std::string(text->name) + " (" + number + "): " + std::string(text->meaning);
+}
+
+std::string describe_open_failure(uint32_t status, int32_t transport_error) {
+    const std::string text = describe_status(status);
+    return status == kTransportFailure ? text + ", transport error " + std::to_string(transport_error) : text;
+}
+
+void require_success(uint32_t status, const std::string& what, const std::string& hint) {
+    if (status == NETCM_SUCCESS) {
+        return;
+    }
+    throw Failure(what + ": " + describe_status(status) + (hint.empty() ? "" : "\n" + hint));
+}
+
+}  // namespace quorvel::netcm

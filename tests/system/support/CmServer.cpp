@@ -1,0 +1,33 @@
+#include "support/CmServer.h"
+
+#include <csignal>
+#include <fstream>
+
+namespace quorvel::test {
+namespace {
+
+constexpr const char* kConfigPath = "/tmp/cm-server.toml";
+
+std::vector<std::string> command(const std::string& config, const std::vector<std::string>& more) {
+    std::vector<std::string> words{CM_SERVER_PATH};
+    if (!config.empty()) {
+        std::ofstream(kConfigPath) << config;
+        words.insert(words.end(), {"--config", kConfigPath});
+    }
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+}
+
+}  // namespace
+
+CmServer::CmServer(const std::string& config, const std::vector<std::string>& more)
+    : program_(command(config, more)) {
+    program_.wait_for_err("listening on");
+}
+
+Ended CmServer::stop() {
+    program_.send_signal(SIGTERM);
+    return program_.wait();
+}
+
+}  // namespace quorvel::test
