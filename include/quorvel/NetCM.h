@@ -79,6 +79,14 @@ typedef struct NetCMConnInfo {
     NetCMAddr OptAddr2; /* valid when HasOptAddr2 is 1; its meaning is the server's */
 } NetCMConnInfo;
 
+/* Tunnel data: of a request (NetCMTunnelRequest) and of a tunnel event. */
+typedef struct NetCMTunnelData {
+    int32_t Param;       /* request: passed to the server unchanged; event: -1 */
+    uint32_t RequestId;  /* the server's id of the request; in an indication the server's word */
+    uint32_t DataLength; /* bytes of Data */
+    void *Data;          /* request: the caller's; event: the library's, during the callback */
+} NetCMTunnelData;
+
 /* What an event is about, and what its Data points to. Where nothing is said, Data is null, or, when Result is
  * 21, points to one int32_t: the server's reason word. */
 enum NetCMEventType {
@@ -181,6 +189,15 @@ uint32_t NetCMConnectionClose(int32_t profile);
  *   NETCM_ERR_FAILURE             the request could not be sent */
 uint32_t NetCMConnectionKill(int32_t profile);
 
+/* Kills every active packet-data connection of the device, with a pause of two seconds after each. Holds
+ * NetCMAppMutex all the time: no event is delivered meanwhile.
+ *
+ *   NETCM_SUCCESS                all kills were sent, or there was nothing to kill
+ *   NETCM_ERR_NOT_REGISTERED     the process or the calling thread is not registered
+ *   NETCM_ERR_REREGISTER_FAILED  rule 3
+ *   any other                    why the list could not be read, or the result of the last kill */
+uint32_t NetCMConnectionCleanup(void);
+
 /* Why the server refused the calling thread's last request, as far as it said so. Reading does not reset it.
  *
  *   error   the server's reason word; -1: none
@@ -194,6 +211,112 @@ uint32_t NetCMGetTransportError(int32_t *error);
  * response, in seconds since the epoch with microseconds behind the point. */
 extern double ps_call_act_time[2];
 extern double ps_call_deact_time[2];
+
+/* ---------------------------------------------------------------------------------------------------------------
+ * Settings and state
+ *
+ * Results that every function of this group and of the next has, where nothing else is said:
+ *
+ *   NETCM_SUCCESS                done; output arguments are written on success alone
+ *   NETCM_ERR_NOT_REGISTERED     the process is not registered
+ *   NETCM_ERR_INVALID_PARAM      a null pointer or an argument out of range
+ *   NETCM_ERR_REREGISTER_FAILED  rule 3
+ *   NETCM_ERR_FAILURE            the exchange failed: the request could not be sent, the answer did not come within
+ *                                60 seconds, or was another one
+ *   any other                    the server's refusal */
+
+/* Reads or changes a setting of the server. These two answer differently from the rest: 1 on success, 0 on failure,
+ * with the status in *result; NETCM_ERR_REREGISTER_FAILED (2) when the link could not be repaired, and then *result
+ * is not written. A null `result` gives 0, and nothing is done.
+ *
+ *   key     0 to 4; the meaning of keys and values is the server's
+ *   value   the value read, or to be set */
+uint32_t NetCMSettingsGet(uint32_t key, uint32_t *value, uint32_t *result);
+uint32_t NetCMSettingsSet(uint32_t key, uint32_t *value, uint32_t *result);
+
+/* Reads the state of one network interface.
+ *
+ *   netIface  NETCM_IFACE_PDP or NETCM_IFACE_WIFI
+ *   status    the server's state word; set to 0 before the exchange */
+uint32_t NetCMGetNetworkStatus(uint32_t netIface, uint32_t *status);
+
+/* Reads or switches packet data, for the process's first call and its first profile.
+ *
+ *   state   1 to 3; their meaning is the server's
+ *
+ *   NETCM_ERR_NOT_REGISTERED  also: the process has no call */
+uint32_t NetCMGetPacketDataState(uint32_t *state);
+uint32_t NetCMSetPacketDataState(uint32_t state);
+
+/* Reads which network interfaces are available.
+ *
+ *   ifaceList  a mask of NETCM_IFACE_PDP and NETCM_IFACE_WIFI */
+uint32_t NetCMGetNetIfaceList(int32_t *ifaceList);
+
+/* 1 when the network interface (NETCM_IFACE_PDP or NETCM_IFACE_WIFI) is available, else 0, also when the list
+ * could not be read. */
+uint32_t NetCMNetIfaceSupport(uint32_t netIface);
+
+/* Resets statistics.
+ *
+ *   level   0 to 4; their meaning is the server's */
+uint32_t NetCMResetStatInfo(uint32_t level);
+
+/* ---------------------------------------------------------------------------------------------------------------
+ * What is connected
+ *
+ * The three lists need a registered thread, and give NETCM_ERR_NOT_ACTIVE with a count of 0 when there is nothing to
+ * list. A block of the server that does not come within 10 seconds gives NETCM_ERR_FAILURE. */
+
+/* Reads the ids of the active profiles.
+ *
+ *   ids     room for 16 int32_t (64 bytes)
+ *   count   how many were written: 0 to 16 */
+uint32_t NetCMGetActiveProfileIDs(uint8_t *ids, uint32_t *count);
+
+/* Reads the names of the active profiles.
+ *
+ *   names   room for 16 names of 100 bytes each (1600 bytes), NUL-terminated
+ *   count   how many were written: 0 to 16 */
+uint32_t NetCMGetActiveProfileNameList(uint8_t *names, uint32_t *count);
+
+/* Reads the active connections of one network interface.
+ *
+ *   netIface  NETCM_IFACE_PDP or NETCM_IFACE_WIFI
+ *   list      room for 4 entries of 176 bytes each (704 bytes): the profile id, an int32_t, at offset 0; the access
+ *             point name, NUL-terminated, at offset 4 (at most 104 bytes); the rest is the server's
+ *   count     how many were written: 0 to 4 */
+uint32_t NetCMGetActiveConnectionList(uint32_t netIface, uint8_t *list, uint32_t *count);
+
+/* Reads the six counters of the server's statistics; their meaning is the server's. */
+uint32_t NetCMGetStatInfo(uint32_t stat[6]);
+
+/* The details of an active connection of this process, without asking the server. Both DnsAddr are written and
+ * DnsCount is always 2: an address of 0 means none. An optional address is written only where the connection has
+ * one, and OptAddr1 then carries the second; nothing else of the record is touched.
+ *
+ *   NETCM_ERR_INVALID_PROFILE  id below 1
+ *   NETCM_ERR_NOT_ACTIVE       no active connection has this profile */
+uint32_t NetCMDeviceGetInfo(int32_t profileId, NetCMConnInfo *devinfo);
+
+/* ---------------------------------------------------------------------------------------------------------------
+ * Tunnel data */
+
+/* Registers the process for tunnel indications, or deregisters it. Every registered thread gets every indication, as
+ * NETCM_EVENT_TUNNEL_IND. */
+uint32_t NetCMClientRegisterTunnelInd(void);
+uint32_t NetCMClientDeRegisterTunnelInd(void);
+
+/* Sends data to the server. The server's answer comes to the callback of the calling thread as
+ * NETCM_EVENT_TUNNEL_RSP with the same request id.
+ *
+ *   record   Param, DataLength and Data are the caller's and are copied; RequestId is written on success. Data may be
+ *            null when DataLength is 0
+ *
+ *   NETCM_ERR_NOT_REGISTERED        also: the calling thread is not registered
+ *   NETCM_ERR_NO_FREE_TUNNEL_ENTRY  twenty requests of the process wait for their answer
+ *   any other                       the server's refusal; its reason: NetCMGetTransportError */
+uint32_t NetCMTunnelRequest(NetCMTunnelData *record);
 
 /* ---------------------------------------------------------------------------------------------------------------
  * The client table

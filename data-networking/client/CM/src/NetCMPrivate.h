@@ -60,7 +60,7 @@ int32_t NetCMClientThreadProfDeleteProfileEntry(int32_t call, int32_t threadProf
 int32_t NetCMClientThreadProfCheckProfile(int32_t call, int32_t threadProf, int32_t profile)
     QV_REQUIRES(quorvel::app_mutex);
 int32_t NetCMGetCurrentTid(void);
-int32_t NetCMGetThreadIndex(int32_t tid, int32_t* index) QV_REQUIRES(quorvel::app_mutex);
+int32_t NetCMGetThreadIndex(int32_t tid, int32_t* index);
 uint32_t NetCMGetCallIdFromProfileId(int32_t profile, int32_t* callId, int32_t* callIndex)
     QV_REQUIRES(quorvel::app_mutex);
 uint32_t NetCMClientValidateConnection(int32_t profile, int32_t* callIndex) QV_REQUIRES(quorvel::app_mutex);
@@ -76,6 +76,8 @@ uint32_t NetCMClientAddThreadToCallinfo(int32_t tid, int32_t callIndex, int32_t 
     QV_REQUIRES(quorvel::app_mutex);
 uint32_t NetCMClientRemoveCall(int32_t clientId, int32_t tid, int32_t callId, int32_t profile,
                                int32_t threadIndex) QV_REQUIRES(quorvel::app_mutex);
+uint32_t NetCMNetIfaceSupportEx(uint32_t netIface, uint32_t ifaceList);
+uint32_t NetCMClientTunnelRequest(NetCMTunnelData* record, int32_t index) QV_REQUIRES(quorvel::app_mutex);
 int32_t NetCMCopyAddress(NetCMAddr* destination, const NetCMAddr* source);
 void* ThreadPostStartEvent(void* block);
 void* ThreadPostStopEvent(void* block);
@@ -89,5 +91,7 @@ uint32_t NetCMClientProcessSuspendInd(const uint32_t* record) QV_REQUIRES(quorve
 uint32_t NetCMClientProcessResumeInd(const uint32_t* record) QV_REQUIRES(quorvel::app_mutex);
 uint32_t NetCMClientProcessNetworkStatusChangeInd(const uint32_t* record) QV_REQUIRES(quorvel::app_mutex);
 uint32_t NetCMClientProcesIpChangeInd(const uint32_t* record) QV_REQUIRES(quorvel::app_mutex);
+uint32_t NetCMClientProcesTunnelRsp(const uint32_t* event) QV_REQUIRES(quorvel::app_mutex);
+uint32_t NetCMClientProcesTunnelInd(const uint32_t* event) QV_REQUIRES(quorvel::app_mutex);
 uint32_t NetCMClientProcessProperProfRsp(const uint32_t* record) QV_REQUIRES(quorvel::app_mutex);
 }

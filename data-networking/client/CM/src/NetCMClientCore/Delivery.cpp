@@ -50,6 +50,12 @@ void deliver_to_everyone(const NetCMCallInfo& call, NetCMEvent event) {
     }
 }
 
+void deliver_to_requester(int32_t thread_id, const NetCMEvent& event) {
+    int32_t index = 0;
+    if (NetCMGetThreadIndex(thread_id, &index) == 0)
+        deliver(index, event);
+}
+
 NetCMThreadProf* next_user(NetCMCallInfo& call, int32_t profile, int32_t first) {
     for (int32_t i = first; i < NETCM_MAX_THREADS; ++i)
         if (in_use(call.ThreadProf[i]) && holds(call.ThreadProf[i], profile))

@@ -30,6 +30,22 @@ void deliver_response(int32_t thread_index, const NetCMEvent& event) QV_REQUIRES
 // To every profile of every thread of a call: one event each, with ProfileId set to the profile.
 void deliver_to_everyone(const NetCMCallInfo& call, NetCMEvent event) QV_REQUIRES(app_mutex);
 
+// To every registered thread that has a callback; `then` is done with its kernel thread id after each.
+template <class Then>
+void deliver_to_registered(const NetCMEvent& event, Then then) QV_REQUIRES(app_mutex) {
+    for (int32_t i = 0; i < NETCM_MAX_THREADS; ++i) {
+        const NetCMThreadInfo& thread = table().ThreadInfo[i];
+        const int32_t thread_id = thread.ThreadId;
+        if (thread_id == -1 || thread.EventCbk == nullptr)
+            continue;
+        deliver(i, event);
+        then(thread_id);
+    }
+}
+
+// Calls the callback of a thread that asked, and may have left meanwhile.
+void deliver_to_requester(int32_t thread_id, const NetCMEvent& event) QV_REQUIRES(app_mutex);
+
 // The first entry in use, from `first` on, that holds the profile; null when there is none.
 NetCMThreadProf* next_user(NetCMCallInfo& call, int32_t profile, int32_t first = 0);
 

@@ -30,14 +30,9 @@ uint32_t NetCMClientProcessNetworkStatusChangeInd(const uint32_t* record) {
         return NETCM_ERR_INVALID_PARAM;
     const wire::Record& indication = as_record(record);
     int32_t states[2] = {static_cast<int32_t>(indication.Word2), static_cast<int32_t>(indication.CallId)};
-    for (int32_t i = 0; i < NETCM_MAX_THREADS; ++i) {
-        const NetCMThreadInfo& thread = table().ThreadInfo[i];
-        const int32_t thread_id = thread.ThreadId;
-        if (thread_id == -1 || thread.EventCbk == nullptr)
-            continue;
-        deliver(i, {NETCM_EVENT_NETWORK_STATUS_IND, -1, 0, states});
+    deliver_to_registered({NETCM_EVENT_NETWORK_STATUS_IND, -1, 0, states}, [](int32_t thread_id) {
         QV_TRACE(0, "Sent PS state change indication to thread [%d]\n", thread_id);
-    }
+    });
     return NETCM_SUCCESS;
 }
 

@@ -10,13 +10,6 @@ namespace {
 // What the users of a killed connection learn.
 constexpr int32_t kKilled = 22;
 
-// Calls the callback of a thread that may have left meanwhile.
-void deliver_to_requester(int32_t thread_id, const NetCMEvent& event) QV_REQUIRES(app_mutex) {
-    int32_t index = 0;
-    if (NetCMGetThreadIndex(thread_id, &index) == 0)
-        deliver(index, event);
-}
-
 NetCMCallInfo* killed_call(int32_t profile) QV_REQUIRES(app_mutex) {
     int32_t call_id = -1;
     int32_t index = -1;

@@ -32,6 +32,10 @@ void dispatch(const uint32_t* record) QV_REQUIRES(app_mutex) {
             QV_TRACE(0, "Received stop response from server \n");
             NetCMClientProcesStopRsp(record);
             break;
+        case wire::NETCM_CLIENT_TUNNEL_RSP:
+            QV_TRACE(0, "Received tunnel response from server \n");
+            NetCMClientProcesTunnelRsp(record);
+            break;
         case wire::NETCM_CLIENT_KILL_RSP:
             QV_TRACE(0, "Received kill response from server \n");
             NetCMClientProcesKillRsp(record);
@@ -47,6 +51,10 @@ void dispatch(const uint32_t* record) QV_REQUIRES(app_mutex) {
         case wire::NETCM_CLIENT_RESUME_IND:
             QV_TRACE(0, "Received Resume indication from server \n");
             NetCMClientProcessResumeInd(record);
+            break;
+        case wire::NETCM_CLIENT_TUNNEL_IND:
+            QV_TRACE(0, "Received tunnel indication from server \n");
+            NetCMClientProcesTunnelInd(record);
             break;
         case wire::NETCM_CLIENT_PROPER_PROFILE_RSP:
             QV_TRACE(0, "Received proper profile response from server \n");

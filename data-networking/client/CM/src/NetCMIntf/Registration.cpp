@@ -23,8 +23,8 @@ uint32_t add_thread(int32_t tid, NetCMEventCallback callback, int32_t& index) QV
         QV_TRACE(2, "Client max. limit reached\n");
         return NETCM_ERR_NO_FREE_ENTRY;
     }
-    table().ThreadInfo[index].ThreadId = tid;
     table().ThreadInfo[index].EventCbk = callback;
+    store(table().ThreadInfo[index].ThreadId, tid);
     return NETCM_SUCCESS;
 }
 
@@ -99,7 +99,7 @@ bool uses_a_call(int32_t tid) QV_REQUIRES(app_mutex) {
 // LastSyncError stays: it is the record's, until the record is given to another thread's first error.
 void remove_thread(int32_t index) QV_REQUIRES(app_mutex) {
     table().ThreadInfo[index].EventCbk = nullptr;
-    table().ThreadInfo[index].ThreadId = -1;
+    store(table().ThreadInfo[index].ThreadId, -1);
 }
 
 void log_removed(int32_t tid, int32_t index) {

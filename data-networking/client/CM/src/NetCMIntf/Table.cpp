@@ -200,7 +200,11 @@ int32_t NetCMClientLibInit(void) {
     store(info.AsyncSockFd, kNoDescriptor);
     for (int32_t call = 0; call < NETCM_MAX_CALLS; ++call)
         NetCMClientCleanCallInfo(call);
-    std::fill(std::begin(info.ThreadInfo), std::end(info.ThreadInfo), NetCMThreadInfo{-1, nullptr, -1});
+    for (NetCMThreadInfo& thread : info.ThreadInfo) {
+        store(thread.ThreadId, -1);
+        thread.EventCbk = nullptr;
+        thread.LastSyncError = -1;
+    }
     std::fill(std::begin(info.KillReq), std::end(info.KillReq), NetCMKillReq{-1, -1});
     std::fill(std::begin(info.TunnelReq), std::end(info.TunnelReq), NetCMTunnelReq{-1, -1});
     return 1;

@@ -18,10 +18,10 @@ inline NetCMClientAppInfo& table() QV_REQUIRES(app_mutex) {
     return g_NetCMClientAppInfo;
 }
 
-// Some fields are also read where the mutex is not held: IsRegistered and ClientId by the checks before a
-// lock, RecvThreadId and AsyncSockFd by the receiver, and by name resolution, which must not wait for an
-// exchange of another thread, which calls hold which profiles. They are always written, and there read,
-// through these two.
+// Some fields are also read where the mutex is not held: IsRegistered, ClientId and thread ids by the checks
+// before a lock, RecvThreadId and AsyncSockFd by the receiver, and by name resolution, which must not wait
+// for an exchange of another thread, which calls hold which profiles. They are always written, and there
+// read, through these two.
 template <class T>
 T load(const T& field) {
     return std::atomic_ref<T>(const_cast<T&>(field)).load(std::memory_order_acquire);

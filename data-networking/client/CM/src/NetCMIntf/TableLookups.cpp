@@ -61,9 +61,10 @@ int32_t NetCMGetCurrentTid(void) {
     return static_cast<int32_t>(syscall(SYS_gettid));
 }
 
+// Also called by queries before they take the mutex.
 int32_t NetCMGetThreadIndex(int32_t tid, int32_t* index) {
     for (int32_t i = 0; i < NETCM_MAX_THREADS; ++i) {
-        if (table().ThreadInfo[i].ThreadId != tid)
+        if (load(g_NetCMClientAppInfo.ThreadInfo[i].ThreadId) != tid)
             continue;
         *index = i;
         QV_TRACE(0, "Found thread [%d] index at [%d]\n", tid, i);

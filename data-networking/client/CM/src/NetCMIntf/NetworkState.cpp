@@ -1,0 +1,177 @@
+// State of the interfaces and of packet data.
+#include "client/CM/src/NetCMIntf/Request.h"
+#include "client/CM/src/NetCMPrivate.h"
+
+using namespace quorvel;
+
+namespace {
+
+bool is_interface(uint32_t net_iface) {
+    return net_iface == NETCM_IFACE_PDP || net_iface == NETCM_IFACE_WIFI;
+}
+
+const NetCMCallInfo* first_call_in_use() QV_REQUIRES(app_mutex) {
+    for (const NetCMCallInfo& call : table().CallInfo)
+        if (call.InUse == 1)
+            return &call;
+    return nullptr;
+}
+
+// The first profile of the first user of a call; 0 when it has none.
+int32_t first_profile(const NetCMCallInfo& call) {
+    for (int32_t i = 0; i < NETCM_MAX_THREADS; ++i) {
+        const NetCMThreadProf& entry = call.ThreadProf[i];
+        if (!in_use(entry))
+            continue;
+        for (const int32_t profile : entry.ProfileId) {
+            if (profile == -1)
+                continue;
+            QV_TRACE(0, "Found profile [%d]. Thread-profile index [%d]\n", profile, i);
+            return profile;
+        }
+    }
+    return 0;
+}
+
+// Packet data is read and switched for the process's first call, whose profile goes into the request.
+uint32_t ask_about_packet_data(Here here, wire::RequestHeader request, wire::Event expected,
+                               wire::Record& answer) QV_REQUIRES(app_mutex) {
+    uint32_t status = repair_link(here);
+    if (status != NETCM_SUCCESS)
+        return status;
+    const NetCMCallInfo* call = first_call_in_use();
+    if (call == nullptr) {
+        QV_TRACE_AT(here, 0, "Could not find active call for client \n");
+        return NETCM_ERR_NOT_REGISTERED;
+    }
+    QV_TRACE_AT(here, 0, "Client associated with active call. Call instance = [%d]\n", index_of(*call));
+    request.Arg4 = static_cast<uint32_t>(first_profile(*call));
+    status = exchange(here, request, expected, answer);
+    if (status == NETCM_SUCCESS)
+        QV_TRACE_AT(here, 2, "Received response = %d \n", static_cast<int>(answer.Code));
+    return status;
+}
+
+}  // namespace
+
+extern "C" {
+
+uint32_t NetCMGetNetworkStatus(uint32_t netIface, uint32_t* status) {
+    QV_TRACE(0, "Request to get network status\n");
+    if (!registered(QV_HERE))
+        return NETCM_ERR_NOT_REGISTERED;
+    if (!is_interface(netIface) || status == nullptr) {
+        QV_TRACE(5, "Error.. Invalid parameter NetIface[%d] Status [%p]\n", static_cast<int>(netIface),
+                 static_cast<void*>(status));
+        return NETCM_ERR_INVALID_PARAM;
+    }
+    // Cleared before the exchange: a caller that looks only at the status reads "none" after a failure. The
+    // header keeps the client id of before a repair of the link.
+    *status = 0;
+    const wire::RequestHeader request = request_header(wire::NETCM_CLIENT_GET_NETWORK_STATUS_REQ);
+    const AppMutexGuard guard(QV_HERE);
+    wire::Record answer;
+    const uint32_t result = ask(QV_HERE, request, wire::NETCM_CLIENT_GET_NETWORK_STATUS_RSP, answer);
+    if (result != NETCM_SUCCESS)
+        return result;
+    if (answer.Status != 0) {
+        QV_TRACE(3, "Error getting network status. Error = %d \n", static_cast<int>(answer.Status));
+        return answer.Status;
+    }
+    if (netIface == NETCM_IFACE_PDP) {
+        *status = answer.Word8;
+        QV_TRACE(0, "Success.. PDP status = [%d]\n", static_cast<int>(*status));
+    } else {
+        *status = answer.Word7;
+        QV_TRACE(0, "Success.. Wi-Fi status = [%d]\n", static_cast<int>(*status));
+    }
+    return NETCM_SUCCESS;
+}
+
+uint32_t NetCMGetPacketDataState(uint32_t* state) {
+    QV_TRACE(0, "Request to retrieve packet data state\n");
+    if (!registered(QV_HERE))
+        return NETCM_ERR_NOT_REGISTERED;
+    if (state == nullptr) {
+        QV_TRACE(5, "Error.. Invalid parameter \n");
+        return NETCM_ERR_INVALID_PARAM;
+    }
+    const wire::RequestHeader request = request_header(wire::NETCM_CLIENT_GET_PACKET_DATA_STATE_REQ);
+    const AppMutexGuard guard(QV_HERE);
+    wire::Record answer;
+    const uint32_t status =
+        ask_about_packet_data(QV_HERE, request, wire::NETCM_CLIENT_GET_PACKET_DATA_STATE_RSP, answer);
+    if (status != NETCM_SUCCESS)
+        return status;
+    if (answer.Status != 0) {
+        QV_TRACE(3, "Error reading packet data state. Error = %d \n", static_cast<int>(answer.Status));
+        return answer.Status;
+    }
+    *state = answer.Word2;
+    QV_TRACE(0, "Successfully retrieved packet data state [%d]\n", static_cast<int>(*state));
+    return NETCM_SUCCESS;
+}
+
+uint32_t NetCMSetPacketDataState(uint32_t state) {
+    QV_TRACE(0, "Request to set packet data state to [%d]\n", static_cast<int>(state));
+    if (!registered(QV_HERE))
+        return NETCM_ERR_NOT_REGISTERED;
+    if (state < 1 || state > 3) {
+        QV_TRACE(5, "Error.. Invalid parameter. State = %d\n", static_cast<int>(state));
+        return NETCM_ERR_INVALID_PARAM;
+    }
+    wire::RequestHeader request = request_header(wire::NETCM_CLIENT_SET_PACKET_DATA_STATE_REQ);
+    request.Arg3 = state;
+    const AppMutexGuard guard(QV_HERE);
+    wire::Record answer;
+    const uint32_t status =
+        ask_about_packet_data(QV_HERE, request, wire::NETCM_CLIENT_SET_PACKET_DATA_STATE_RSP, answer);
+    if (status != NETCM_SUCCESS)
+        return status;
+    if (answer.Status != 0) {
+        QV_TRACE(3, "Error setting packet data state. Error = %d \n", static_cast<int>(answer.Status));
+        return answer.Status;
+    }
+    QV_TRACE(0, "Successfully set packet data state to [%d]\n", static_cast<int>(state));
+    return NETCM_SUCCESS;
+}
+
+uint32_t NetCMGetNetIfaceList(int32_t* ifaceList) {
+    if (ifaceList == nullptr) {
+        QV_TRACE(5, "Invalid input parameter\n");
+        return NETCM_ERR_INVALID_PARAM;
+    }
+    if (!registered(QV_HERE))
+        return NETCM_ERR_NOT_REGISTERED;
+    const wire::RequestHeader request = request_header(wire::NETCM_CLIENT_GET_NETIFACE_LIST_REQ);
+    const AppMutexGuard guard(QV_HERE);
+    wire::Record answer;
+    const uint32_t status = ask(QV_HERE, request, wire::NETCM_CLIENT_GET_NETIFACE_LIST_RSP, answer,
+                                {.send = SendFailure::TwoBlanks});
+    if (status != NETCM_SUCCESS)
+        return status;
+    if (answer.Status != 0) {
+        QV_TRACE(3, "Failed to read network interface list. Status = %d\n", static_cast<int>(answer.Status));
+        return answer.Status;
+    }
+    *ifaceList = static_cast<int32_t>(answer.Word2);
+    QV_TRACE(0, "Successfully read network interface list [%d]\n", *ifaceList);
+    return NETCM_SUCCESS;
+}
+
+// A list that cannot be read counts as empty.
+uint32_t NetCMNetIfaceSupport(uint32_t netIface) {
+    int32_t list = 0;
+    NetCMGetNetIfaceList(&list);
+    return NetCMNetIfaceSupportEx(netIface, static_cast<uint32_t>(list));
+}
+
+uint32_t NetCMNetIfaceSupportEx(uint32_t netIface, uint32_t ifaceList) {
+    if (!client_is_registered()) {
+        QV_TRACE(2, "Cleint is not yet registered with CM\n");
+        return 0;
+    }
+    return is_interface(netIface) && (netIface & ifaceList) != 0 ? 1 : 0;
+}
+
+}  // extern "C"

@@ -1,0 +1,122 @@
+// Tunnel data to the server, and the registration for tunnel data from it.
+#include <cstdlib>
+#include <cstring>
+
+#include "client/CM/src/NetCMIntf/Request.h"
+#include "client/CM/src/NetCMPrivate.h"
+
+using namespace quorvel;
+
+namespace {
+
+// One of the two registrations: ask the server and say how it went.
+template <class Success, class Error>
+uint32_t ask_for_indications(wire::Command command, wire::Event expected, Success success, Error error) {
+    if (!registered(QV_HERE))
+        return NETCM_ERR_NOT_REGISTERED;
+    const AppMutexGuard guard(QV_HERE);
+    wire::Record answer;
+    const uint32_t status = ask(QV_HERE, request_header(command), expected, answer);
+    if (status != NETCM_SUCCESS)
+        return status;
+    if (answer.Status != 0)
+        error(static_cast<int>(answer.Status));
+    else
+        success();
+    return answer.Status;
+}
+
+// The first free entry, or -1.
+int32_t free_entry() QV_REQUIRES(app_mutex) {
+    for (int32_t i = 0; i < NETCM_MAX_TUNNELS; ++i)
+        if (table().TunnelReq[i].ThreadId == -1 && table().TunnelReq[i].RequestId == -1)
+            return i;
+    return -1;
+}
+
+// Header and data in one write. A length that cannot be had fails like an allocation.
+uint32_t send_tunnel_request(const NetCMTunnelData& record) QV_REQUIRES(app_mutex) {
+    wire::RequestHeader header = request_header(wire::NETCM_CLIENT_TUNNEL_REQ);
+    header.Arg3 = static_cast<uint32_t>(record.Param);
+    header.Arg4 = record.DataLength;
+    if (record.DataLength > UINT32_MAX - sizeof header)
+        return NETCM_ERR_FAILURE;
+    const uint32_t length = record.DataLength + static_cast<uint32_t>(sizeof header);
+    auto* message = static_cast<char*>(malloc(length));
+    if (message == nullptr)
+        return NETCM_ERR_FAILURE;
+    memcpy(message, &header, sizeof header);
+    if (record.DataLength != 0)
+        memcpy(message + sizeof header, record.Data, record.DataLength);
+    const uint32_t status = NetCMWriteSocket(table().SyncSockFd, message, length);
+    free(message);
+    return status;
+}
+
+uint32_t tunnel_refused(const wire::Record& answer) QV_REQUIRES(app_mutex) {
+    QV_TRACE(3, "Error in tunnel request = %d \n", static_cast<int>(answer.Status));
+    int32_t thread_index = -1;
+    if (NetCMGetThreadIndex(NetCMGetCurrentTid(), &thread_index) == 0)
+        table().ThreadInfo[thread_index].LastSyncError = static_cast<int32_t>(answer.Word5);
+    QV_TRACE(3, "Reason  = %d, Index = %d\n", static_cast<int>(answer.Word5), thread_index);
+    return answer.Status;
+}
+
+}  // namespace
+
+extern "C" {
+
+uint32_t NetCMClientRegisterTunnelInd(void) {
+    QV_TRACE(0, "Request to register for receiving tunnel indication\n");
+    return ask_for_indications(
+        wire::NETCM_CLIENT_REGISTER_TUNNEL_IND_REQ, wire::NETCM_CLIENT_REGISTER_TUNNEL_IND_RSP,
+        [] { QV_TRACE(0, "Successfully registered to receive tunnel indication\n"); },
+        [](int status) { QV_TRACE(3, "Error registering to receive tunnel ind. Error = %d \n", status); });
+}
+
+uint32_t NetCMClientDeRegisterTunnelInd(void) {
+    QV_TRACE(0, "Request to de-register for receiving tunnel indication\n");
+    return ask_for_indications(
+        wire::NETCM_CLIENT_DEREGISTER_TUNNEL_IND_REQ, wire::NETCM_CLIENT_DEREGISTER_TUNNEL_IND_RSP,
+        [] { QV_TRACE(0, "Successfully de-registered for tunnel indication\n"); },
+        [](int status) { QV_TRACE(3, "Error de-registering for tunnel ind. Error = %d \n", status); });
+}
+
+uint32_t NetCMTunnelRequest(NetCMTunnelData* record) {
+    if (record == nullptr || (record->Data == nullptr && record->DataLength != 0)) {
+        QV_TRACE(5, "NULL pointer variable passed\n");
+        return NETCM_ERR_INVALID_PARAM;
+    }
+    const AppMutexGuard guard(QV_HERE);
+    int32_t thread_index = 0;
+    uint32_t status = check_caller(QV_HERE, guard.thread_id(), UnknownThread::IsNotFound, thread_index);
+    if (status == NETCM_SUCCESS)
+        status = repair_link(QV_HERE);
+    if (status != NETCM_SUCCESS)
+        return status;
+    const int32_t entry = free_entry();
+    if (entry < 0) {
+        QV_TRACE(2, "No free tunnel info entries\n");
+        return NETCM_ERR_NO_FREE_TUNNEL_ENTRY;
+    }
+    return NetCMClientTunnelRequest(record, entry);
+}
+
+uint32_t NetCMClientTunnelRequest(NetCMTunnelData* record, int32_t index) {
+    if (send_tunnel_request(*record) != NETCM_SUCCESS)
+        return NETCM_ERR_FAILURE;
+    QV_TRACE(2, "Sent Tunnel Request to the CM server \n");
+    wire::Record answer = {};
+    if (NetCMReadResponse(table().SyncSockFd, wire::NETCM_CLIENT_TUNNEL_RSP, &answer.Code) != NETCM_SUCCESS)
+        return NETCM_ERR_FAILURE;
+    QV_TRACE(2, "Received response = %d \n", static_cast<int>(answer.Code));
+    if (answer.Status != 0)
+        return tunnel_refused(answer);
+    record->RequestId = answer.CallId;
+    table().TunnelReq[index] = {NetCMGetCurrentTid(), static_cast<int32_t>(answer.CallId)};
+    QV_TRACE(0, "Inserted tunnel reference in free index :%d, request id :%d\n", index,
+             static_cast<int>(answer.CallId));
+    return NETCM_SUCCESS;
+}
+
+}  // extern "C"
