@@ -66,6 +66,15 @@ size_t count_in(const std::vector<TraceLine>& lines, std::string_view text) {
 
 namespace trace {
 
+std::string text(const char* format, ...) {
+    char buffer[2048];
+    va_list values;
+    va_start(values, format);
+    vsnprintf(buffer, sizeof buffer, format, values);
+    va_end(values);
+    return buffer;
+}
+
 std::vector<TraceLine> lines() {
     Capture& all = capture();
     const std::lock_guard lock(all.mutex);
@@ -110,6 +119,22 @@ TraceLine find(std::string_view text) {
         if (line.text == text)
             return line;
     return {};
+}
+
+::testing::AssertionResult traced(uint32_t level, std::string_view text, std::string_view unit) {
+    const std::string file = "data-networking/" + std::string(unit);
+    std::string others;
+    for (const TraceLine& line : lines()) {
+        const bool same_place =
+            line.mid == kModuleId && (unit.empty() ? line.file.starts_with(file) : line.file == file);
+        if (line.text == text && line.mask == level_mask(level) && same_place)
+            return ::testing::AssertionSuccess();
+        others += line.file + " " + std::to_string(line.mask) + " " + line.text;
+        if (!others.ends_with('\n'))
+            others += '\n';
+    }
+    return ::testing::AssertionFailure() << "not traced at level " << level << ": " << text << "\nbut:\n"
+                                         << others;
 }
 
 bool wait_for(std::string_view text, size_t times, std::chrono::milliseconds patience) {

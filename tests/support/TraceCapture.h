@@ -4,6 +4,8 @@
 // of the platform's.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <cstdint>
 #include <initializer_list>
@@ -31,6 +33,9 @@ inline constexpr uint32_t kNormal = 0x4000000;
 inline constexpr uint32_t kInternal = 0x2000000;
 inline constexpr uint32_t kCaller = 0x1000000;
 
+// A text with values in it, as a trace has it.
+std::string text(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
 std::vector<TraceLine> lines();
 std::vector<std::string> texts();
 
@@ -44,6 +49,10 @@ bool contains(std::string_view text);
 bool contains_in_order(std::initializer_list<std::string_view> texts);
 // The first line with exactly this text; one with an empty file name when there is none.
 TraceLine find(std::string_view text);
+
+// Whether a line with exactly this text was traced at this level, with the library's module; where the unit
+// is given, under its name ("client/CM/src/NetCMIntf"). Says what was traced instead when it was not.
+::testing::AssertionResult traced(uint32_t level, std::string_view text, std::string_view unit = {});
 
 // Waits until the line has been traced `times` times since the last clear(); false after `patience`.
 bool wait_for(std::string_view text, size_t times = 1, std::chrono::milliseconds patience = kPatience);
