@@ -11,20 +11,21 @@ alignas(8) double ps_call_deact_time[2] = {0, 0};
 namespace quorvel {
 namespace {
 
-void set(double& time) {
+double set(double& time) {
     timeval now{};
     gettimeofday(&now, nullptr);
     double seconds = static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_usec) / 1000000.0;
     __atomic_store(&time, &seconds, __ATOMIC_RELAXED);
+    return seconds;
 }
 
 }  // namespace
 
-void call_asked(double (&times)[2]) {
-    set(times[0]);
+double call_asked(double (&times)[2]) {
+    return set(times[0]);
 }
-void call_answered(double (&times)[2]) {
-    set(times[1]);
+double call_answered(double (&times)[2]) {
+    return set(times[1]);
 }
 
 double duration(const double (&times)[2]) {

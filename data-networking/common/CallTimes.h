@@ -5,9 +5,9 @@
 
 namespace quorvel {
 
-// Take the time of the request or of its answer.
-void call_asked(double (&times)[2]);
-void call_answered(double (&times)[2]);
+// Take the time of the request or of its answer, and give it back.
+double call_asked(double (&times)[2]);
+double call_answered(double (&times)[2]);
 
 double duration(const double (&times)[2]);
 

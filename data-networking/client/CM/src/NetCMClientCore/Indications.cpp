@@ -8,12 +8,17 @@ using namespace quorvel;
 
 namespace {
 
-// The call that an indication is about, with the two traces of finding it or not.
-NetCMCallInfo* indicated_call(const wire::Record& indication) QV_REQUIRES(app_mutex) {
+// The frame of an indication about a call: finds the call and hands it on.
+template <class Use>
+uint32_t for_indicated_call(const uint32_t* record, Use use) QV_REQUIRES(app_mutex) {
+    if (is_null_record(record))
+        return NETCM_ERR_INVALID_PARAM;
+    wire::Record indication = as_record(record);
     NetCMCallInfo* call = named_call(indication);
-    if (call != nullptr)
-        QV_TRACE(0, "Call exists for the callid [%d] \n", static_cast<int>(indication.CallId));
-    return call;
+    if (call == nullptr)
+        return NETCM_ERR_NOT_ACTIVE;
+    QV_TRACE(0, "Call exists for the callid [%d] \n", static_cast<int>(indication.CallId));
+    return use(*call, indication);
 }
 
 void indicate(const NetCMCallInfo& call, uint32_t type, uint32_t status, void* reason)
@@ -37,45 +42,36 @@ uint32_t NetCMClientProcessNetworkStatusChangeInd(const uint32_t* record) {
 }
 
 uint32_t NetCMClientProcessSuspendInd(const uint32_t* record) {
-    if (is_null_record(record))
-        return NETCM_ERR_INVALID_PARAM;
-    const wire::Record& indication = as_record(record);
-    NetCMCallInfo* call = indicated_call(indication);
-    if (call == nullptr)
-        return NETCM_ERR_NOT_ACTIVE;
-    call->CallState = kSuspended;
-    int32_t suspended = 1;
-    indicate(*call, NETCM_EVENT_SUSPEND_IND, indication.Status, &suspended);
-    return NETCM_SUCCESS;
+    return for_indicated_call(
+        record, [](NetCMCallInfo& call, wire::Record& indication) QV_REQUIRES(app_mutex) -> uint32_t {
+            call.CallState = kSuspended;
+            int32_t suspended = 1;
+            indicate(call, NETCM_EVENT_SUSPEND_IND, indication.Status, &suspended);
+            return NETCM_SUCCESS;
+        });
 }
 
 uint32_t NetCMClientProcessResumeInd(const uint32_t* record) {
-    if (is_null_record(record))
-        return NETCM_ERR_INVALID_PARAM;
-    const wire::Record& indication = as_record(record);
-    NetCMCallInfo* call = indicated_call(indication);
-    if (call == nullptr)
-        return NETCM_ERR_NOT_ACTIVE;
-    if (call->CallState != kSuspended) {
-        QV_TRACE(2, "Callid [%d] not in suspend state \n", static_cast<int>(indication.CallId));
-        return NETCM_ERR_FAILURE;
-    }
-    call->CallState = kResumed;
-    int32_t suspended = 0;
-    indicate(*call, NETCM_EVENT_RESUME_IND, indication.Status, &suspended);
-    return NETCM_SUCCESS;
+    return for_indicated_call(
+        record, [](NetCMCallInfo& call, wire::Record& indication) QV_REQUIRES(app_mutex) -> uint32_t {
+            if (call.CallState != kSuspended) {
+                QV_TRACE(2, "Callid [%d] not in suspend state \n", static_cast<int>(indication.CallId));
+                return NETCM_ERR_FAILURE;
+            }
+            call.CallState = kResumed;
+            int32_t suspended = 0;
+            indicate(call, NETCM_EVENT_RESUME_IND, indication.Status, &suspended);
+            return NETCM_SUCCESS;
+        });
 }
 
 uint32_t NetCMClientProcesStopInd(const uint32_t* record) {
-    if (is_null_record(record))
-        return NETCM_ERR_INVALID_PARAM;
-    wire::Record indication = as_record(record);
-    NetCMCallInfo* call = indicated_call(indication);
-    if (call == nullptr)
-        return NETCM_ERR_NOT_ACTIVE;
-    indicate(*call, NETCM_EVENT_STOP_IND, indication.Status, &indication.Word5);
-    NetCMClientCleanCallInfo(index_of(*call));
-    return NETCM_SUCCESS;
+    return for_indicated_call(
+        record, [](NetCMCallInfo& call, wire::Record& indication) QV_REQUIRES(app_mutex) -> uint32_t {
+            indicate(call, NETCM_EVENT_STOP_IND, indication.Status, &indication.Word5);
+            NetCMClientCleanCallInfo(index_of(call));
+            return NETCM_SUCCESS;
+        });
 }
 
 // Tells the first thread of the call that holds the profile, and no other: one user of an address renews it

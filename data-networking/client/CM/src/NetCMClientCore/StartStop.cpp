@@ -67,8 +67,7 @@ uint32_t NetCMClientProcesStartRsp(const uint32_t* record) {
     const wire::Record& response = as_record(record);
     QV_TRACE(0, "Response for the callid = %d Profile id = %d\n", static_cast<int>(response.CallId),
              static_cast<int>(response.Word2));
-    call_answered(ps_call_act_time);
-    QV_TRACE(2, "PS Connection Open Rsp time = %f\n", ps_call_act_time[1]);
+    QV_TRACE(2, "PS Connection Open Rsp time = %f\n", call_answered(ps_call_act_time));
     QV_TRACE(2, "Total PS Call setup time = %f\n", duration(ps_call_act_time));
     NetCMCallInfo* call = named_call(response);
     if (call == nullptr) {
@@ -86,8 +85,7 @@ uint32_t NetCMClientProcesStopRsp(const uint32_t* record) {
     if (is_null_record(record))
         return NETCM_ERR_INVALID_PARAM;
     wire::Record response = as_record(record);
-    call_answered(ps_call_deact_time);
-    QV_TRACE(2, "PS Connection Close Rsp time = %f\n", ps_call_deact_time[1]);
+    QV_TRACE(2, "PS Connection Close Rsp time = %f\n", call_answered(ps_call_deact_time));
     QV_TRACE(2, "Total PS Call Teardown time = %f\n", duration(ps_call_deact_time));
     NetCMCallInfo* call = named_call(response);
     if (call == nullptr)

@@ -13,9 +13,7 @@ namespace {
 
 uint32_t close_profile(int32_t tid, int32_t profile) QV_REQUIRES(app_mutex) {
     int32_t caller_index = 0;
-    uint32_t status = check_caller(QV_HERE, tid, UnknownThread::IsNotPresent, caller_index);
-    if (status == NETCM_SUCCESS)
-        status = repair_link(QV_HERE);
+    const uint32_t status = admit_caller(QV_HERE, tid, UnknownThread::IsNotPresent, caller_index);
     if (status != NETCM_SUCCESS)
         return status;
     int32_t call_id = -1;
@@ -86,8 +84,7 @@ extern "C" {
 uint32_t NetCMConnectionClose(int32_t profile) {
     QV_TRACE(0, "Stop Network Connection Request from the client %d, profile id = %d\n",
              load(g_NetCMClientAppInfo.ClientId), profile);
-    call_asked(ps_call_deact_time);
-    QV_TRACE(2, "PS Connection Close START TIME = %f\n", ps_call_deact_time[0]);
+    QV_TRACE(2, "PS Connection Close START TIME = %f\n", call_asked(ps_call_deact_time));
     if (profile < 1) {
         QV_TRACE(5, "Invalid profile ID [%d]\n", profile);
         return NETCM_ERR_INVALID_PROFILE;

@@ -61,9 +61,7 @@ NetCMCallInfo* call_of(int32_t profile) QV_REQUIRES(app_mutex) {
 
 uint32_t kill_profile(int32_t tid, int32_t profile) QV_REQUIRES(app_mutex) {
     int32_t thread_index = 0;
-    uint32_t status = check_caller(QV_HERE, tid, UnknownThread::IsNotFound, thread_index);
-    if (status == NETCM_SUCCESS)
-        status = repair_link(QV_HERE);
+    uint32_t status = admit_caller(QV_HERE, tid, UnknownThread::IsNotFound, thread_index);
     if (status != NETCM_SUCCESS)
         return status;
     const PendingKills pending = scan(tid, profile);

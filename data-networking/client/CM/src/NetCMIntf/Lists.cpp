@@ -4,19 +4,19 @@
 #include <cstring>
 #include <iterator>
 
-#include "client/CM/src/NetCMIntf/Request.h"
+#include "client/CM/src/NetCMIntf/Query.h"
 #include "client/CM/src/NetCMPrivate.h"
 
 using namespace quorvel;
 
 namespace {
 
-// What one query has of its own: codes, block and wording.
+// What one list has of its own: codes, block and wording.
 struct ProfileIds {
     using Block = wire::ProfileIdBlock;
     static constexpr wire::Command kCommand = wire::NETCM_CLIENT_GET_ACTIVE_PROFILE_IDS_REQ;
     static constexpr wire::Event kAnswer = wire::NETCM_CLIENT_GET_ACTIVE_PROFILE_IDS_RSP;
-    static constexpr Wording kWording = {};
+    static constexpr ReadFailure kReadFailure = ReadFailure::Server;
     static constexpr auto& entries(const Block& block) { return block.ProfileId; }
     static void requested() { QV_TRACE(0, "Request to get active Profile ids list \n"); }
     static bool registered() {
@@ -35,7 +35,7 @@ struct ProfileNames {
     using Block = wire::ProfileNameBlock;
     static constexpr wire::Command kCommand = wire::NETCM_CLIENT_GET_ACTIVE_PROFILE_NAME_LIST_REQ;
     static constexpr wire::Event kAnswer = wire::NETCM_CLIENT_GET_ACTIVE_PROFILE_NAME_LIST_RSP;
-    static constexpr Wording kWording = {.read = ReadFailure::Plain};
+    static constexpr ReadFailure kReadFailure = ReadFailure::Plain;
     static constexpr auto& entries(const Block& block) { return block.Name; }
     static void requested() { QV_TRACE(0, "Request to get active profile name list \n"); }
     static bool registered() { return quorvel::registered(QV_HERE); }
@@ -47,7 +47,7 @@ struct Connections {
     using Block = wire::ActiveConnectionBlock;
     static constexpr wire::Command kCommand = wire::NETCM_CLIENT_GET_ACTIVE_CONN_LIST_REQ;
     static constexpr wire::Event kAnswer = wire::NETCM_CLIENT_GET_ACTIVE_CONN_LIST_RSP;
-    static constexpr Wording kWording = {};
+    static constexpr ReadFailure kReadFailure = ReadFailure::Server;
     static constexpr auto& entries(const Block& block) { return block.Connection; }
     static void requested() { QV_TRACE(0, "Request to get active APN list \n"); }
     static bool registered() { return quorvel::registered(QV_HERE); }
@@ -56,47 +56,42 @@ struct Connections {
 };
 
 // The exchange and the block behind it: 0 with at least one entry, or the status.
-template <class Query>
-uint32_t read_block(const wire::RequestHeader& request, typename Query::Block& block) QV_REQUIRES(app_mutex) {
-    uint32_t status = repair_link(QV_HERE);
-    if (status != NETCM_SUCCESS)
-        return status;
-    wire::Record answer;
-    status = exchange(QV_HERE, request, Query::kAnswer, answer, Query::kWording);
-    if (status != NETCM_SUCCESS)
-        return status;
-    if (answer.Status != 0) {
-        Query::refused(static_cast<int>(answer.Status));
-        return answer.Status;
-    }
-    if (NetCMClientReadMoreData(table().SyncSockFd, &block, sizeof block) != NETCM_SUCCESS) {
-        Query::no_block();
-        return NETCM_ERR_FAILURE;
-    }
-    return block.Count == 0 ? NETCM_ERR_NOT_ACTIVE : NETCM_SUCCESS;
+template <class List>
+uint32_t read_block(uint32_t net_iface, typename List::Block& block) QV_REQUIRES(app_mutex) {
+    Query query = {.request = request_header(List::kCommand),
+                   .answer = List::kAnswer,
+                   .read_failure = List::kReadFailure,
+                   .arrival = Arrival::Silent};
+    query.request.Param = net_iface;
+    const auto read = [&](const wire::Record&) QV_REQUIRES(app_mutex) -> uint32_t {
+        if (NetCMClientReadMoreData(table().SyncSockFd, &block, sizeof block) != NETCM_SUCCESS) {
+            List::no_block();
+            return NETCM_ERR_FAILURE;
+        }
+        return block.Count == 0 ? NETCM_ERR_NOT_ACTIVE : NETCM_SUCCESS;
+    };
+    return ask_locked(QV_HERE, query, read, List::refused);
 }
 
-template <class Query>
+template <class List>
 uint32_t read_list(uint32_t net_iface, uint8_t* out, uint32_t* count) {
     *count = 0;
-    Query::requested();
-    if (!Query::registered())
+    List::requested();
+    if (!List::registered())
         return NETCM_ERR_NOT_REGISTERED;
     int32_t thread_index = 0;
     if (NetCMGetThreadIndex(NetCMGetCurrentTid(), &thread_index) != 0) {
         QV_TRACE(2, "Thread info not found with CM\n");
         return NETCM_ERR_NOT_REGISTERED;
     }
-    wire::RequestHeader request = request_header(Query::kCommand);
-    request.Param = net_iface;
     const AppMutexGuard guard(QV_HERE);
-    typename Query::Block block;
-    const uint32_t status = read_block<Query>(request, block);
+    typename List::Block block;
+    const uint32_t status = read_block<List>(net_iface, block);
     if (status != NETCM_SUCCESS) {
         table().ThreadInfo[thread_index].LastSyncError = -1;
         return status;
     }
-    const auto& entries = Query::entries(block);
+    const auto& entries = List::entries(block);
     *count = std::min(block.Count, static_cast<uint32_t>(std::size(entries)));
     memcpy(out, entries, *count * sizeof entries[0]);
     return NETCM_SUCCESS;

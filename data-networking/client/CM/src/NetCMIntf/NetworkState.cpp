@@ -1,5 +1,5 @@
 // State of the interfaces and of packet data.
-#include "client/CM/src/NetCMIntf/Request.h"
+#include "client/CM/src/NetCMIntf/Query.h"
 #include "client/CM/src/NetCMPrivate.h"
 
 using namespace quorvel;
@@ -34,11 +34,7 @@ int32_t first_profile(const NetCMCallInfo& call) {
 }
 
 // Packet data is read and switched for the process's first call, whose profile goes into the request.
-uint32_t ask_about_packet_data(Here here, wire::RequestHeader request, wire::Event expected,
-                               wire::Record& answer) QV_REQUIRES(app_mutex) {
-    uint32_t status = repair_link(here);
-    if (status != NETCM_SUCCESS)
-        return status;
+uint32_t add_profile(Here here, wire::RequestHeader& request) QV_REQUIRES(app_mutex) {
     const NetCMCallInfo* call = first_call_in_use();
     if (call == nullptr) {
         QV_TRACE_AT(here, 0, "Could not find active call for client \n");
@@ -46,10 +42,7 @@ uint32_t ask_about_packet_data(Here here, wire::RequestHeader request, wire::Eve
     }
     QV_TRACE_AT(here, 0, "Client associated with active call. Call instance = [%d]\n", index_of(*call));
     request.Arg4 = static_cast<uint32_t>(first_profile(*call));
-    status = exchange(here, request, expected, answer);
-    if (status == NETCM_SUCCESS)
-        QV_TRACE_AT(here, 2, "Received response = %d \n", static_cast<int>(answer.Code));
-    return status;
+    return NETCM_SUCCESS;
 }
 
 }  // namespace
@@ -68,24 +61,19 @@ uint32_t NetCMGetNetworkStatus(uint32_t netIface, uint32_t* status) {
     // Cleared before the exchange: a caller that looks only at the status reads "none" after a failure. The
     // header keeps the client id of before a repair of the link.
     *status = 0;
-    const wire::RequestHeader request = request_header(wire::NETCM_CLIENT_GET_NETWORK_STATUS_REQ);
-    const AppMutexGuard guard(QV_HERE);
-    wire::Record answer;
-    const uint32_t result = ask(QV_HERE, request, wire::NETCM_CLIENT_GET_NETWORK_STATUS_RSP, answer);
-    if (result != NETCM_SUCCESS)
-        return result;
-    if (answer.Status != 0) {
-        QV_TRACE(3, "Error getting network status. Error = %d \n", static_cast<int>(answer.Status));
-        return answer.Status;
-    }
-    if (netIface == NETCM_IFACE_PDP) {
-        *status = answer.Word8;
-        QV_TRACE(0, "Success.. PDP status = [%d]\n", static_cast<int>(*status));
-    } else {
-        *status = answer.Word7;
-        QV_TRACE(0, "Success.. Wi-Fi status = [%d]\n", static_cast<int>(*status));
-    }
-    return NETCM_SUCCESS;
+    const Query query = {.request = request_header(wire::NETCM_CLIENT_GET_NETWORK_STATUS_REQ),
+                         .answer = wire::NETCM_CLIENT_GET_NETWORK_STATUS_RSP};
+    return ask(
+        QV_HERE, query,
+        [&](const wire::Record& answer) -> uint32_t {
+            *status = netIface == NETCM_IFACE_PDP ? answer.Word8 : answer.Word7;
+            if (netIface == NETCM_IFACE_PDP)
+                QV_TRACE(0, "Success.. PDP status = [%d]\n", static_cast<int>(*status));
+            else
+                QV_TRACE(0, "Success.. Wi-Fi status = [%d]\n", static_cast<int>(*status));
+            return NETCM_SUCCESS;
+        },
+        [](int error) { QV_TRACE(3, "Error getting network status. Error = %d \n", error); });
 }
 
 uint32_t NetCMGetPacketDataState(uint32_t* state) {
@@ -96,20 +84,17 @@ uint32_t NetCMGetPacketDataState(uint32_t* state) {
         QV_TRACE(5, "Error.. Invalid parameter \n");
         return NETCM_ERR_INVALID_PARAM;
     }
-    const wire::RequestHeader request = request_header(wire::NETCM_CLIENT_GET_PACKET_DATA_STATE_REQ);
-    const AppMutexGuard guard(QV_HERE);
-    wire::Record answer;
-    const uint32_t status =
-        ask_about_packet_data(QV_HERE, request, wire::NETCM_CLIENT_GET_PACKET_DATA_STATE_RSP, answer);
-    if (status != NETCM_SUCCESS)
-        return status;
-    if (answer.Status != 0) {
-        QV_TRACE(3, "Error reading packet data state. Error = %d \n", static_cast<int>(answer.Status));
-        return answer.Status;
-    }
-    *state = answer.Word2;
-    QV_TRACE(0, "Successfully retrieved packet data state [%d]\n", static_cast<int>(*state));
-    return NETCM_SUCCESS;
+    const Query query = {.request = request_header(wire::NETCM_CLIENT_GET_PACKET_DATA_STATE_REQ),
+                         .answer = wire::NETCM_CLIENT_GET_PACKET_DATA_STATE_RSP,
+                         .complete = add_profile};
+    return ask(
+        QV_HERE, query,
+        [&](const wire::Record& answer) -> uint32_t {
+            *state = answer.Word2;
+            QV_TRACE(0, "Successfully retrieved packet data state [%d]\n", static_cast<int>(*state));
+            return NETCM_SUCCESS;
+        },
+        [](int error) { QV_TRACE(3, "Error reading packet data state. Error = %d \n", error); });
 }
 
 uint32_t NetCMSetPacketDataState(uint32_t state) {
@@ -120,20 +105,17 @@ uint32_t NetCMSetPacketDataState(uint32_t state) {
         QV_TRACE(5, "Error.. Invalid parameter. State = %d\n", static_cast<int>(state));
         return NETCM_ERR_INVALID_PARAM;
     }
-    wire::RequestHeader request = request_header(wire::NETCM_CLIENT_SET_PACKET_DATA_STATE_REQ);
-    request.Arg3 = state;
-    const AppMutexGuard guard(QV_HERE);
-    wire::Record answer;
-    const uint32_t status =
-        ask_about_packet_data(QV_HERE, request, wire::NETCM_CLIENT_SET_PACKET_DATA_STATE_RSP, answer);
-    if (status != NETCM_SUCCESS)
-        return status;
-    if (answer.Status != 0) {
-        QV_TRACE(3, "Error setting packet data state. Error = %d \n", static_cast<int>(answer.Status));
-        return answer.Status;
-    }
-    QV_TRACE(0, "Successfully set packet data state to [%d]\n", static_cast<int>(state));
-    return NETCM_SUCCESS;
+    Query query = {.request = request_header(wire::NETCM_CLIENT_SET_PACKET_DATA_STATE_REQ),
+                   .answer = wire::NETCM_CLIENT_SET_PACKET_DATA_STATE_RSP,
+                   .complete = add_profile};
+    query.request.Arg3 = state;
+    return ask(
+        QV_HERE, query,
+        [&](const wire::Record&) -> uint32_t {
+            QV_TRACE(0, "Successfully set packet data state to [%d]\n", static_cast<int>(state));
+            return NETCM_SUCCESS;
+        },
+        [](int error) { QV_TRACE(3, "Error setting packet data state. Error = %d \n", error); });
 }
 
 uint32_t NetCMGetNetIfaceList(int32_t* ifaceList) {
@@ -143,20 +125,17 @@ uint32_t NetCMGetNetIfaceList(int32_t* ifaceList) {
     }
     if (!registered(QV_HERE))
         return NETCM_ERR_NOT_REGISTERED;
-    const wire::RequestHeader request = request_header(wire::NETCM_CLIENT_GET_NETIFACE_LIST_REQ);
-    const AppMutexGuard guard(QV_HERE);
-    wire::Record answer;
-    const uint32_t status = ask(QV_HERE, request, wire::NETCM_CLIENT_GET_NETIFACE_LIST_RSP, answer,
-                                {.send = SendFailure::TwoBlanks});
-    if (status != NETCM_SUCCESS)
-        return status;
-    if (answer.Status != 0) {
-        QV_TRACE(3, "Failed to read network interface list. Status = %d\n", static_cast<int>(answer.Status));
-        return answer.Status;
-    }
-    *ifaceList = static_cast<int32_t>(answer.Word2);
-    QV_TRACE(0, "Successfully read network interface list [%d]\n", *ifaceList);
-    return NETCM_SUCCESS;
+    const Query query = {.request = request_header(wire::NETCM_CLIENT_GET_NETIFACE_LIST_REQ),
+                         .answer = wire::NETCM_CLIENT_GET_NETIFACE_LIST_RSP,
+                         .send_failure = SendFailure::TwoBlanks};
+    return ask(
+        QV_HERE, query,
+        [&](const wire::Record& answer) -> uint32_t {
+            *ifaceList = static_cast<int32_t>(answer.Word2);
+            QV_TRACE(0, "Successfully read network interface list [%d]\n", *ifaceList);
+            return NETCM_SUCCESS;
+        },
+        [](int error) { QV_TRACE(3, "Failed to read network interface list. Status = %d\n", error); });
 }
 
 // A list that cannot be read counts as empty.

@@ -165,9 +165,7 @@ uint32_t start_call(int32_t profile, const Opener& opener) QV_REQUIRES(app_mutex
 }
 
 uint32_t open_profile(int32_t profile, Opener opener) QV_REQUIRES(app_mutex) {
-    uint32_t status = check_caller(QV_HERE, opener.tid, UnknownThread::IsNotPresent, opener.index);
-    if (status == NETCM_SUCCESS)
-        status = repair_link(QV_HERE);
+    uint32_t status = admit_caller(QV_HERE, opener.tid, UnknownThread::IsNotPresent, opener.index);
     if (status == NETCM_SUCCESS)
         status = resolve_default_profile(profile);
     if (status == NETCM_SUCCESS)
@@ -191,8 +189,7 @@ extern "C" {
 
 // Only the first id is opened; applications pass their whole list and mean the first that they have.
 uint32_t NetCMConnectionOpen(const int32_t* profileIds, int32_t profileCount) {
-    call_asked(ps_call_act_time);
-    QV_TRACE(2, "PS Connection Open START TIME = %f\n", ps_call_act_time[0]);
+    QV_TRACE(2, "PS Connection Open START TIME = %f\n", call_asked(ps_call_act_time));
     const uint32_t status = check_arguments(profileIds, profileCount);
     if (status != NETCM_SUCCESS)
         return status;

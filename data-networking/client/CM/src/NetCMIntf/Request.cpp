@@ -43,6 +43,11 @@ uint32_t repair_link(Here here) {
     return NETCM_SUCCESS;
 }
 
+uint32_t admit_caller(Here here, int32_t tid, UnknownThread wording, int32_t& index) {
+    const uint32_t status = check_caller(here, tid, wording, index);
+    return status != NETCM_SUCCESS ? status : repair_link(here);
+}
+
 uint32_t send_header(const wire::RequestHeader& header) {
     return NetCMSendRequest(table().SyncSockFd, &header, sizeof header);
 }
@@ -52,36 +57,6 @@ bool registered(Here here) {
         return true;
     QV_TRACE_AT(here, 2, "Cleint is not registered with CM\n");
     return false;
-}
-
-uint32_t exchange(Here here, const wire::RequestHeader& request, wire::Event expected, wire::Record& answer,
-                  Wording wording) {
-    if (send_header(request) != NETCM_SUCCESS) {
-        if (wording.send == SendFailure::TwoBlanks)
-            QV_TRACE_AT(here, 2, "Error Sending request to CM  \n");
-        else
-            QV_TRACE_AT(here, 2, "Error Sending request to CM\n");
-        return NETCM_ERR_FAILURE;
-    }
-    answer = {};
-    if (NetCMReadResponse(table().SyncSockFd, expected, &answer.Code) != NETCM_SUCCESS) {
-        if (wording.read == ReadFailure::Plain)
-            QV_TRACE_AT(here, 3, "Error reading response from CM\n");
-        else
-            QV_TRACE_AT(here, 3, "Error reading response from CM server \n");
-        return NETCM_ERR_FAILURE;
-    }
-    return NETCM_SUCCESS;
-}
-
-uint32_t ask(Here here, const wire::RequestHeader& request, wire::Event expected, wire::Record& answer,
-             Wording wording) {
-    uint32_t result = repair_link(here);
-    if (result == NETCM_SUCCESS)
-        result = exchange(here, request, expected, answer, wording);
-    if (result == NETCM_SUCCESS)
-        QV_TRACE_AT(here, 2, "Received response = %d \n", static_cast<int>(answer.Code));
-    return result;
 }
 
 }  // namespace quorvel

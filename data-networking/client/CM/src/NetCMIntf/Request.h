@@ -20,28 +20,14 @@ uint32_t check_caller(Here here, int32_t tid, UnknownThread wording, int32_t& in
 // traces name the caller's place.
 uint32_t repair_link(Here here) QV_REQUIRES(app_mutex);
 
+// Both together: what every request of a registered thread begins with.
+uint32_t admit_caller(Here here, int32_t tid, UnknownThread wording, int32_t& index) QV_REQUIRES(app_mutex);
+
 // Sends a request on the sync socket.
 uint32_t send_header(const wire::RequestHeader& header) QV_REQUIRES(app_mutex);
 
 // The check that queries begin with, before any lock. False, with its trace, when the process is not
 // registered.
 bool registered(Here here);
-
-// How a query words its failures.
-enum class SendFailure { Plain, TwoBlanks };
-enum class ReadFailure { Server, Plain };
-struct Wording {
-    SendFailure send = SendFailure::Plain;
-    ReadFailure read = ReadFailure::Server;
-};
-
-// One request and its answer on the sync socket. Returns 0 when the answer has come, whatever its status, or
-// NETCM_ERR_FAILURE.
-uint32_t exchange(Here here, const wire::RequestHeader& request, wire::Event expected, wire::Record& answer,
-                  Wording wording = {}) QV_REQUIRES(app_mutex);
-
-// Repairs the link where needed, then makes the exchange and traces that the answer has come.
-uint32_t ask(Here here, const wire::RequestHeader& request, wire::Event expected, wire::Record& answer,
-             Wording wording = {}) QV_REQUIRES(app_mutex);
 
 }  // namespace quorvel

@@ -2,29 +2,12 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "client/CM/src/NetCMIntf/Request.h"
+#include "client/CM/src/NetCMIntf/Query.h"
 #include "client/CM/src/NetCMPrivate.h"
 
 using namespace quorvel;
 
 namespace {
-
-// One of the two registrations: ask the server and say how it went.
-template <class Success, class Error>
-uint32_t ask_for_indications(wire::Command command, wire::Event expected, Success success, Error error) {
-    if (!registered(QV_HERE))
-        return NETCM_ERR_NOT_REGISTERED;
-    const AppMutexGuard guard(QV_HERE);
-    wire::Record answer;
-    const uint32_t status = ask(QV_HERE, request_header(command), expected, answer);
-    if (status != NETCM_SUCCESS)
-        return status;
-    if (answer.Status != 0)
-        error(static_cast<int>(answer.Status));
-    else
-        success();
-    return answer.Status;
-}
 
 // The first free entry, or -1.
 int32_t free_entry() QV_REQUIRES(app_mutex) {
@@ -68,18 +51,32 @@ extern "C" {
 
 uint32_t NetCMClientRegisterTunnelInd(void) {
     QV_TRACE(0, "Request to register for receiving tunnel indication\n");
-    return ask_for_indications(
-        wire::NETCM_CLIENT_REGISTER_TUNNEL_IND_REQ, wire::NETCM_CLIENT_REGISTER_TUNNEL_IND_RSP,
-        [] { QV_TRACE(0, "Successfully registered to receive tunnel indication\n"); },
-        [](int status) { QV_TRACE(3, "Error registering to receive tunnel ind. Error = %d \n", status); });
+    if (!registered(QV_HERE))
+        return NETCM_ERR_NOT_REGISTERED;
+    const Query query = {.request = request_header(wire::NETCM_CLIENT_REGISTER_TUNNEL_IND_REQ),
+                         .answer = wire::NETCM_CLIENT_REGISTER_TUNNEL_IND_RSP};
+    return ask(
+        QV_HERE, query,
+        [](const wire::Record&) -> uint32_t {
+            QV_TRACE(0, "Successfully registered to receive tunnel indication\n");
+            return NETCM_SUCCESS;
+        },
+        [](int error) { QV_TRACE(3, "Error registering to receive tunnel ind. Error = %d \n", error); });
 }
 
 uint32_t NetCMClientDeRegisterTunnelInd(void) {
     QV_TRACE(0, "Request to de-register for receiving tunnel indication\n");
-    return ask_for_indications(
-        wire::NETCM_CLIENT_DEREGISTER_TUNNEL_IND_REQ, wire::NETCM_CLIENT_DEREGISTER_TUNNEL_IND_RSP,
-        [] { QV_TRACE(0, "Successfully de-registered for tunnel indication\n"); },
-        [](int status) { QV_TRACE(3, "Error de-registering for tunnel ind. Error = %d \n", status); });
+    if (!registered(QV_HERE))
+        return NETCM_ERR_NOT_REGISTERED;
+    const Query query = {.request = request_header(wire::NETCM_CLIENT_DEREGISTER_TUNNEL_IND_REQ),
+                         .answer = wire::NETCM_CLIENT_DEREGISTER_TUNNEL_IND_RSP};
+    return ask(
+        QV_HERE, query,
+        [](const wire::Record&) -> uint32_t {
+            QV_TRACE(0, "Successfully de-registered for tunnel indication\n");
+            return NETCM_SUCCESS;
+        },
+        [](int error) { QV_TRACE(3, "Error de-registering for tunnel ind. Error = %d \n", error); });
 }
 
 uint32_t NetCMTunnelRequest(NetCMTunnelData* record) {
@@ -89,9 +86,7 @@ uint32_t NetCMTunnelRequest(NetCMTunnelData* record) {
     }
     const AppMutexGuard guard(QV_HERE);
     int32_t thread_index = 0;
-    uint32_t status = check_caller(QV_HERE, guard.thread_id(), UnknownThread::IsNotFound, thread_index);
-    if (status == NETCM_SUCCESS)
-        status = repair_link(QV_HERE);
+    const uint32_t status = admit_caller(QV_HERE, guard.thread_id(), UnknownThread::IsNotFound, thread_index);
     if (status != NETCM_SUCCESS)
         return status;
     const int32_t entry = free_entry();

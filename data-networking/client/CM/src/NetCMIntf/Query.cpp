@@ -1,0 +1,43 @@
+#include "client/CM/src/NetCMIntf/Query.h"
+
+#include "client/CM/src/NetCMPrivate.h"
+
+namespace quorvel {
+namespace {
+
+void trace_send_failure(Here here, SendFailure wording) {
+    if (wording == SendFailure::TwoBlanks)
+        QV_TRACE_AT(here, 2, "Error Sending request to CM  \n");
+    else
+        QV_TRACE_AT(here, 2, "Error Sending request to CM\n");
+}
+
+void trace_read_failure(Here here, ReadFailure wording) {
+    if (wording == ReadFailure::Plain)
+        QV_TRACE_AT(here, 3, "Error reading response from CM\n");
+    else
+        QV_TRACE_AT(here, 3, "Error reading response from CM server \n");
+}
+
+}  // namespace
+
+uint32_t exchange(Here here, Query query, wire::Record& answer) {
+    uint32_t status = repair_link(here);
+    if (status == NETCM_SUCCESS && query.complete != nullptr)
+        status = query.complete(here, query.request);
+    if (status != NETCM_SUCCESS)
+        return status;
+    if (send_header(query.request) != NETCM_SUCCESS) {
+        trace_send_failure(here, query.send_failure);
+        return NETCM_ERR_FAILURE;
+    }
+    if (NetCMReadResponse(table().SyncSockFd, query.answer, &answer.Code) != NETCM_SUCCESS) {
+        trace_read_failure(here, query.read_failure);
+        return NETCM_ERR_FAILURE;
+    }
+    if (query.arrival == Arrival::Traced)
+        QV_TRACE_AT(here, 2, "Received response = %d \n", static_cast<int>(answer.Code));
+    return NETCM_SUCCESS;
+}
+
+}  // namespace quorvel
