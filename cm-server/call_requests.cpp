@@ -15,7 +15,7 @@ void start_call(Services services, Client& client, const Request& request) {
     const auto id = static_cast<int32_t>(request.header.Arg4);
     Message answer = answer_to(request);
     answer.record.Word2 = request.header.Arg4;
-    const auto profile = services.store.find(id);
+    const auto profile = services.store.connection(id);
     const auto call = profile ? services.calls.start(client.id, *profile) : std::nullopt;
     if (call) {
         answer.record.CallId = *call;

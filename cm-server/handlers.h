@@ -30,6 +30,9 @@ void tunnel(Services services, Client& client, const Request& request);
 void register_tunnel_indications(Services services, Client& client, const Request& request);
 void deregister_tunnel_indications(Services services, Client& client, const Request& request);
 
+void ask_profile_manager(Services services, Client& client, const Request& request);
+void ask_application_profile(Services services, Client& client, const Request& request);
+
 // The answer that the request's command asks for.
 inline Message answer_to(const Request& request, uint32_t status = NETCM_SUCCESS) {
     const auto code = wire::find_command(request.header.Command)->answer;

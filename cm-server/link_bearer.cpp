@@ -9,10 +9,7 @@ LinkBearer::LinkBearer(event_base* base, const Config& config, BearerEvents& eve
 
 void LinkBearer::connect(uint32_t call, const Profile& profile) {
     Link& link = links_.at(call);
-    link.interface = profile.interface;
-    if (link.interface.empty() && profile.kind == NETCM_IFACE_PDP)
-        link.interface = config_.packet_data_interface;
-    link.dns = profile.dns.empty() ? config_.dns : profile.dns;
+    link.network = network_of(config_, profile);
     link.check = std::make_unique<Timer>(base_, [this, call] { check(call); });
     link.check->start(std::chrono::milliseconds(0));
 }
@@ -23,7 +20,7 @@ void LinkBearer::disconnect(uint32_t call) {
 
 void LinkBearer::check(uint32_t call) {
     const Link& link = links_[call];
-    const auto state = interface_state(link.interface);
+    const auto state = interface_state(link.network.interface);
     if (!state)
         events_.on_refused(call, Reason::kNoInterface);
     else if (!state->running)
@@ -31,8 +28,7 @@ void LinkBearer::check(uint32_t call) {
     else if (!state->address)
         events_.on_refused(call, Reason::kNoAddress);
     else
-        events_.on_up(call,
-                      {link.interface, *state->address, link.dns.empty() ? system_name_servers() : link.dns});
+        events_.on_up(call, {link.network.interface, *state->address, link.network.dns});
 }
 
 }  // namespace quorvel::cm

@@ -7,7 +7,7 @@
 
 #include "bearer.h"
 #include "calls.h"
-#include "config.h"
+#include "config/config.h"
 #include "events.h"
 
 namespace quorvel::cm {
@@ -22,8 +22,7 @@ class LinkBearer : public Bearer {
   private:
     struct Link {
         std::unique_ptr<Timer> check;
-        std::string interface;
-        std::vector<in_addr> dns;
+        Network network;
     };
     void check(uint32_t call);
 

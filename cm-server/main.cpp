@@ -22,6 +22,10 @@ void describe_options(CLI::App& app, Arguments& arguments) {
     app.set_version_flag("--version", "cm-server " QUORVEL_VERSION);
     app.add_option("--socket", arguments.server.socket, "Path of the socket to serve on")
         ->capture_default_str();
+    app.add_option(
+        "--db", arguments.server.store,
+        "File that keeps the profiles, or \":memory:\"; cm-server.db below the user's state directory "
+        "when not given");
     app.add_option("--config", arguments.config, "Configuration file; without one a profile on lo is served")
         ->check(CLI::ExistingFile);
     app.add_option("--log-level", arguments.log_level, "How much to log")
@@ -40,6 +44,8 @@ void describe_options(CLI::App& app, Arguments& arguments) {
 int serve(Arguments& arguments) {
     log::set_level(log::level_from_name(arguments.log_level));
     arguments.server.limits.request_time = std::chrono::milliseconds(arguments.request_time);
+    if (arguments.server.store.empty())
+        arguments.server.store = default_store_path();
     Server server(arguments.server,
                   arguments.config.empty() ? built_in_config() : read_config(arguments.config));
     server.run();

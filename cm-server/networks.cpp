@@ -33,9 +33,10 @@ const char* to_text(NetworkStatus status) {
 
 std::set<std::string> Networks::interfaces(NetIface kind) const {
     std::set<std::string> names;
-    if (kind == NETCM_IFACE_PDP)
-        names.insert(config_.packet_data_interface);
-    for (const Profile& profile : store_.all())
+    for (const Network& network : config_.networks)
+        if (network.kind == kind)
+            names.insert(network.interface);
+    for (const Profile& profile : store_.connections())
         if (profile.kind == kind && !profile.interface.empty())
             names.insert(profile.interface);
     return names;

@@ -4,8 +4,8 @@
 #include <set>
 #include <string>
 
-#include "config.h"
-#include "store.h"
+#include "config/config.h"
+#include "store/store.h"
 
 namespace quorvel::cm {
 
@@ -19,7 +19,7 @@ const char* to_text(NetworkStatus status);
 
 class Networks {
   public:
-    Networks(const Config& config, const Store& store) : config_(config), store_(store) {}
+    Networks(const Config& config, Store& store) : config_(config), store_(store) {}
 
     // The status of the best interface of the kind.
     NetworkStatus status(NetIface kind) const;
@@ -30,7 +30,7 @@ class Networks {
     std::set<std::string> interfaces(NetIface kind) const;
 
     const Config& config_;
-    const Store& store_;
+    Store& store_;
 };
 
 }  // namespace quorvel::cm

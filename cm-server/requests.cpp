@@ -21,6 +21,8 @@ constexpr std::array kHandlers{
     Entry{wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ, get_default_profile},
     Entry{wire::NETCM_CLIENT_GET_STAT_INFO_REQ, get_statistics},
     Entry{wire::NETCM_CLIENT_RESET_STAT_INFO_REQ, reset_statistics},
+    Entry{wire::NETPM_PROFILE_REQ, ask_profile_manager},
+    Entry{wire::NETPM_APPPROF_REQ, ask_application_profile},
     Entry{wire::NETCM_CLIENT_GET_ACTIVE_CONN_LIST_REQ, get_active_connections},
     Entry{wire::NETCM_CLIENT_GET_ACTIVE_PROFILE_NAME_LIST_REQ, get_active_profile_names},
     Entry{wire::NETCM_CLIENT_GET_PACKET_DATA_STATE_REQ, get_packet_data_state},
@@ -41,7 +43,12 @@ void handle_request(Services services, Client& client, const Request& request) {
     if (found == kHandlers.end())
         return client.sync->close(std::string(wire::find_command(request.header.Command)->name) +
                                   " is not served");
-    found->handler(services, client, request);
+    try {
+        found->handler(services, client, request);
+    } catch (const DatabaseError& error) {
+        log::error("the store fails: ", error.what());
+        client.sync->send(answer_to(request, NETCM_ERR_FAILURE));
+    }
 }
 
 }  // namespace quorvel::cm

@@ -7,7 +7,7 @@
 #include "protocol/request.h"
 #include "settings.h"
 #include "statistics.h"
-#include "store.h"
+#include "store/store.h"
 
 namespace quorvel::cm {
 

@@ -26,7 +26,7 @@ Server::Server(const ServerOptions& options, Config config)
       clients_(options.max_clients),
       calls_(clients_, statistics_),
       bearer_(base_.get(), config_, calls_),
-      store_(config_),
+      store_(options.store, config_.profiles),
       networks_(config_, store_),
       bury_(base_.get(), [this] { ended_.clear(); }),
       control_(base_.get(), control_path(options.socket),

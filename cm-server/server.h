@@ -7,19 +7,20 @@
 
 #include "calls.h"
 #include "clients.h"
-#include "config.h"
+#include "config/config.h"
 #include "connection.h"
 #include "control/control.h"
 #include "events.h"
 #include "link_bearer.h"
 #include "requests.h"
 #include "socket_path.h"
-#include "store.h"
+#include "store/store.h"
 
 namespace quorvel::cm {
 
 struct ServerOptions {
     std::string socket;
+    std::string store;  // file, or ":memory:"
     size_t max_clients = 256;
     ConnectionLimits limits;
 };

@@ -54,10 +54,10 @@ class Control::Session {
             nlohmann::json result = control_.execute_(nlohmann::json::parse(line));
             result["ok"] = true;
             return result;
-        } catch (const ControlError& error) {
-            return failure(error.what());
         } catch (const nlohmann::json::exception& error) {
             return failure(std::string("this is no command: ") + error.what());
+        } catch (const std::exception& error) {
+            return failure(error.what());
         }
     }
 

@@ -1,5 +1,6 @@
 #include "support/CmServer.h"
 
+#include <algorithm>
 #include <csignal>
 #include <fstream>
 
@@ -14,6 +15,9 @@ std::vector<std::string> command(const std::string& config, const std::vector<st
         std::ofstream(kConfigPath) << config;
         words.insert(words.end(), {"--config", kConfigPath});
     }
+    // Never the store of whoever runs the tests.
+    if (std::ranges::find(more, "--db") == more.end())
+        words.insert(words.end(), {"--db", ":memory:"});
     words.insert(words.end(), more.begin(), more.end());
     return words;
 }

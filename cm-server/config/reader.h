@@ -29,22 +29,24 @@ class ConfigTable {
   public:
     ConfigTable(const toml::table& table, ConfigFaults& faults) : table_(table), faults_(faults) {}
 
-    std::optional<std::string> text(const char* key);
-    std::optional<bool> flag(const char* key);
-    std::optional<int64_t> number(const char* key, int64_t lowest, int64_t highest);
-    std::vector<in_addr> addresses(const char* key);
+    std::optional<std::string> text(const std::string& key, size_t longest = SIZE_MAX);
+    std::optional<bool> flag(const std::string& key);
+    std::optional<int64_t> number(const std::string& key, int64_t lowest, int64_t highest);
+    std::optional<in_addr> address(const std::string& key);
+    std::vector<in_addr> addresses(const std::string& key);
     // Calls `each` for every table of an array of tables.
-    void tables(const char* key, const std::function<void(ConfigTable&)>& each);
+    void tables(const std::string& key, const std::function<void(ConfigTable&)>& each);
     // One of `names`, as its index.
-    std::optional<size_t> choice(const char* key, std::initializer_list<const char*> names);
+    std::optional<size_t> choice(const std::string& key, std::initializer_list<const char*> names);
 
     void fault(const std::string& what) { faults_.add(table_.source(), what); }
     void finish();
 
   private:
-    const toml::node* take(const char* key);
+    void fault_at(const std::string& key, const std::string& what);
+    const toml::node* take(const std::string& key);
     template <class T>
-    std::optional<T> value(const char* key, const char* expected);
+    std::optional<T> value(const std::string& key, const char* expected);
 
     const toml::table& table_;
     ConfigFaults& faults_;

@@ -1,10 +1,10 @@
-#include "config_reader.h"
+#include "config/reader.h"
 
 #include <arpa/inet.h>
 
 #include <algorithm>
 
-#include "config.h"
+#include "config/config.h"
 
 namespace quorvel::cm {
 
@@ -19,40 +19,47 @@ void ConfigFaults::raise() const {
         throw ConfigError(text_);
 }
 
-const toml::node* ConfigTable::take(const char* key) {
-    known_.emplace_back(key);
+const toml::node* ConfigTable::take(const std::string& key) {
+    known_.push_back(key);
     return table_.get(key);
 }
 
 template <class T>
-std::optional<T> ConfigTable::value(const char* key, const char* expected) {
+std::optional<T> ConfigTable::value(const std::string& key, const char* expected) {
     const toml::node* node = take(key);
     if (node == nullptr)
         return std::nullopt;
     const auto result = node->value_exact<T>();
     if (!result)
-        faults_.add(node->source(), std::string(key) + " must be " + expected);
+        faults_.add(node->source(), key + " must be " + expected);
     return result;
 }
 
-std::optional<std::string> ConfigTable::text(const char* key) {
-    return value<std::string>(key, "text");
+void ConfigTable::fault_at(const std::string& key, const std::string& what) {
+    faults_.add(table_.get(key)->source(), key + what);
 }
 
-std::optional<bool> ConfigTable::flag(const char* key) {
-    return value<bool>(key, "true or false");
-}
-
-std::optional<int64_t> ConfigTable::number(const char* key, int64_t lowest, int64_t highest) {
-    const auto result = value<int64_t>(key, "a whole number");
-    if (!result || (*result >= lowest && *result <= highest))
+std::optional<std::string> ConfigTable::text(const std::string& key, size_t longest) {
+    const auto result = value<std::string>(key, "text");
+    if (!result || result->size() <= longest)
         return result;
-    faults_.add(table_.get(key)->source(), std::string(key) + " must be between " + std::to_string(lowest) +
-                                               " and " + std::to_string(highest));
+    fault_at(key, " must not be longer than " + std::to_string(longest) + " bytes");
     return std::nullopt;
 }
 
-std::optional<size_t> ConfigTable::choice(const char* key, std::initializer_list<const char*> names) {
+std::optional<bool> ConfigTable::flag(const std::string& key) {
+    return value<bool>(key, "true or false");
+}
+
+std::optional<int64_t> ConfigTable::number(const std::string& key, int64_t lowest, int64_t highest) {
+    const auto result = value<int64_t>(key, "a whole number");
+    if (!result || (*result >= lowest && *result <= highest))
+        return result;
+    fault_at(key, " must be between " + std::to_string(lowest) + " and " + std::to_string(highest));
+    return std::nullopt;
+}
+
+std::optional<size_t> ConfigTable::choice(const std::string& key, std::initializer_list<const char*> names) {
     const auto given = text(key);
     if (!given)
         return std::nullopt;
@@ -62,35 +69,46 @@ std::optional<size_t> ConfigTable::choice(const char* key, std::initializer_list
     std::string all;
     for (const char* name : names)
         all += (all.empty() ? "\"" : " or \"") + std::string(name) + "\"";
-    faults_.add(table_.get(key)->source(), std::string(key) + " must be " + all);
+    fault_at(key, " must be " + all);
     return std::nullopt;
 }
 
-std::vector<in_addr> ConfigTable::addresses(const char* key) {
+std::optional<in_addr> ConfigTable::address(const std::string& key) {
+    const auto given = text(key);
+    in_addr result{};
+    if (!given)
+        return std::nullopt;
+    if (inet_pton(AF_INET, given->c_str(), &result) == 1)
+        return result;
+    fault_at(key, " must be an IPv4 address");
+    return std::nullopt;
+}
+
+std::vector<in_addr> ConfigTable::addresses(const std::string& key) {
     std::vector<in_addr> result;
     const toml::node* node = take(key);
     if (node == nullptr)
         return result;
     const toml::array* list = node->as_array();
     if (list == nullptr)
-        faults_.add(node->source(), std::string(key) + " must be a list of IPv4 addresses");
+        faults_.add(node->source(), key + " must be a list of IPv4 addresses");
     else
         for (const toml::node& entry : *list) {
             in_addr address{};
             if (inet_pton(AF_INET, entry.value_or<std::string>("").c_str(), &address) == 1)
                 result.push_back(address);
             else
-                faults_.add(entry.source(), std::string(key) + ": this is no IPv4 address");
+                faults_.add(entry.source(), key + ": this is no IPv4 address");
         }
     return result;
 }
 
-void ConfigTable::tables(const char* key, const std::function<void(ConfigTable&)>& each) {
+void ConfigTable::tables(const std::string& key, const std::function<void(ConfigTable&)>& each) {
     const toml::node* node = take(key);
     if (node == nullptr)
         return;
     if (!node->is_array_of_tables()) {
-        faults_.add(node->source(), std::string(key) + " must be written as [[" + key + "]]");
+        faults_.add(node->source(), key + " must be written as [[" + key + "]]");
         return;
     }
     for (const toml::node& entry : *node->as_array()) {

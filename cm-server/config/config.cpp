@@ -1,0 +1,121 @@
+#include "config/config.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+
+#include "config/profiles.h"
+#include "config/reader.h"
+#include "protocol/message.h"
+
+namespace quorvel::cm {
+namespace {
+
+void read_profiles(ConfigTable& root, Config& config) {
+    root.tables("profile", [&](ConfigTable& table) {
+        config.profiles.push_back(read_factory_profile(table));
+        const FactoryProfile& added = config.profiles.back();
+        const auto rival = [&](const FactoryProfile& other) {
+            return &other != &added && other.is_default &&
+                   other.record.ProfileType == added.record.ProfileType;
+        };
+        if (added.is_default && std::ranges::any_of(config.profiles, rival))
+            table.fault("there is a default profile of this kind already");
+    });
+}
+
+void read_networks(ConfigTable& root, Config& config) {
+    root.tables("network", [&](ConfigTable& table) {
+        Network network;
+        network.kind =
+            table.choice("kind", {"pdp", "wlan"}).value_or(0) == 0 ? NETCM_IFACE_PDP : NETCM_IFACE_WIFI;
+        network.access_point = table.text(network.kind == NETCM_IFACE_PDP ? "apn" : "essid").value_or("");
+        network.interface = table.text("interface").value_or("");
+        if (network.interface.empty())
+            table.fault("a network needs an interface");
+        network.dns = table.addresses("dns");
+        config.networks.push_back(network);
+    });
+}
+
+toml::table parse(const std::string& path) {
+    std::ifstream file(path);
+    if (!file)
+        throw ConfigError(path + ": cannot be read");
+    try {
+        return toml::parse(file, path);
+    } catch (const toml::parse_error& error) {
+        ConfigFaults faults(path);
+        faults.add(error.source(), std::string(error.description()));
+        faults.raise();
+        throw;
+    }
+}
+
+}  // namespace
+
+Config built_in_config() {
+    Config config;
+    FactoryProfile profile;
+    NetPMProfile& record = profile.record;
+    put_text(record.ProfileName, "local");
+    put_text(record.ProxyAddr, "0.0.0.0:80");
+    put_text(record.PdpProfInfo.Apn, "local");
+    record.PdpProfInfo.AppProtoType = 1;
+    config.profiles.push_back(profile);
+    config.networks.push_back({NETCM_IFACE_PDP, "", "lo", {}});
+    return config;
+}
+
+Config read_config(const std::string& path) {
+    const toml::table root = parse(path);
+    ConfigFaults faults(path);
+    ConfigTable table(root, faults);
+    Config config;
+    config.dns = table.addresses("dns");
+    read_networks(table, config);
+    read_profiles(table, config);
+    table.finish();
+    faults.raise();
+    const Config built_in = built_in_config();
+    if (config.profiles.empty())
+        config.profiles = built_in.profiles;
+    if (config.networks.empty())
+        config.networks = built_in.networks;
+    return config;
+}
+
+Network network_of(const Config& config, const Profile& profile) {
+    Network result;
+    const auto fits = [&](const Network& network) {
+        return network.kind == profile.kind &&
+               (network.access_point.empty() || network.access_point == profile.access_point);
+    };
+    if (const auto found = std::ranges::find_if(config.networks, fits); found != config.networks.end())
+        result = *found;
+    if (!profile.interface.empty())
+        result.interface = profile.interface;
+    if (!profile.dns.empty())
+        result.dns = profile.dns;
+    if (result.dns.empty())
+        result.dns = config.dns.empty() ? system_name_servers() : config.dns;
+    return result;
+}
+
+std::vector<in_addr> system_name_servers(const std::string& path) {
+    std::vector<in_addr> servers;
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        std::istringstream words(line);
+        std::string key;
+        std::string value;
+        in_addr address{};
+        if (words >> key >> value && key == "nameserver" && inet_pton(AF_INET, value.c_str(), &address) == 1)
+            servers.push_back(address);
+    }
+    return servers;
+}
+
+}  // namespace quorvel::cm

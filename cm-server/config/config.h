@@ -1,0 +1,46 @@
+// The configuration file, read and checked as a whole.
+#pragma once
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "profile.h"
+#include "store/factory.h"
+
+namespace quorvel::cm {
+
+// How profiles reach a network.
+struct Network {
+    NetIface kind = NETCM_IFACE_PDP;
+    std::string access_point;  // empty: whatever the profile's is
+    std::string interface;
+    std::vector<in_addr> dns;  // empty: the configuration's, or else the machine's
+};
+
+struct Config {
+    std::vector<FactoryProfile> profiles;
+    std::vector<Network> networks;
+    std::vector<in_addr> dns;
+};
+
+// Every fault of the file, one line each, with file and line number.
+class ConfigError : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// One profile, on the loopback interface, which carries all packet data.
+Config built_in_config();
+
+// Throws ConfigError.
+Config read_config(const std::string& path);
+
+// The interface and the name servers of a profile's connection: its own, or those of the first network that
+// fits. The interface is empty when nothing says one.
+Network network_of(const Config& config, const Profile& profile);
+
+// The machine's own name servers, from resolv.conf.
+std::vector<in_addr> system_name_servers(const std::string& path = "/etc/resolv.conf");
+
+}  // namespace quorvel::cm

@@ -1,0 +1,196 @@
+// Requests to the profile manager.
+#include <algorithm>
+#include <array>
+
+#include "handlers.h"
+#include "protocol/cursor.h"
+#include "protocol/pm_message.h"
+
+namespace quorvel::cm {
+namespace {
+
+// One request, and the answer that is being made.
+struct Exchange {
+    Services services;
+    PmRequestHeader header{};
+    std::span<const std::byte> data;
+    PmAnswer answer;
+};
+
+// Exactly what a command needs, or a refusal.
+template <class T>
+T data_of(const Exchange& exchange) {
+    T result{};
+    Cursor cursor(exchange.data);
+    if (!cursor.read(result) || cursor.remaining() != 0)
+        throw PmRefusal(PM_ERR_BAD_REQUEST);
+    return result;
+}
+
+template <size_t Size>
+std::string text_of(const Exchange& exchange) {
+    const auto field = data_of<std::array<char, Size>>(exchange);
+    return {field.begin(), std::ranges::find(field, '\0')};
+}
+
+NetPMProfileType type_of(uint32_t number) {
+    if (number > NETPM_PROFILE_WLAN)
+        throw PmRefusal(PM_ERR_UNKNOWN_TYPE);
+    return static_cast<NetPMProfileType>(number);
+}
+
+// Type 2 asks for the profiles of every type.
+std::optional<NetPMProfileType> type_or_all(uint32_t number) {
+    constexpr uint32_t kEveryType = 2;
+    return number == kEveryType ? std::nullopt : std::optional(type_of(number));
+}
+
+int32_t default_of(Store& store) {
+    const auto id = store.default_id();
+    if (!id)
+        throw PmRefusal(PM_ERR_NO_DEFAULT);
+    return *id;
+}
+
+void add(Exchange& exchange) {
+    exchange.answer.profile = exchange.services.store.add(data_of<ProfileSlot>(exchange).profile);
+}
+
+void modify(Exchange& exchange) {
+    exchange.services.store.modify(exchange.header.ProfileId, data_of<ProfileSlot>(exchange).profile);
+}
+
+void remove(Exchange& exchange) {
+    if (exchange.services.calls.find(exchange.header.ProfileId))
+        throw PmRefusal(PM_ERR_IN_USE);
+    exchange.services.store.remove(exchange.header.ProfileId);
+}
+
+void send_profile(Exchange& exchange, int32_t id) {
+    exchange.answer.profile = id;
+    append(exchange.answer.data, ProfileSlot{exchange.services.store.read(id), {}});
+}
+
+void get(Exchange& exchange) {
+    send_profile(exchange, exchange.header.ProfileId);
+}
+
+void get_default(Exchange& exchange) {
+    send_profile(exchange, default_of(exchange.services.store));
+}
+
+void get_default_id(Exchange& exchange) {
+    exchange.answer.profile = default_of(exchange.services.store);
+}
+
+void set_default(Exchange& exchange) {
+    exchange.services.store.set_default(exchange.header.ProfileId);
+}
+
+void get_status(Exchange& exchange) {
+    exchange.services.store.read(exchange.header.ProfileId);
+    const auto call = exchange.services.calls.find(exchange.header.ProfileId);
+    if (call)
+        exchange.answer.value = static_cast<uint32_t>(exchange.services.calls.all()[*call].state);
+}
+
+void get_attributes(Exchange& exchange) {
+    exchange.answer.value = exchange.services.store.read(exchange.header.ProfileId).ProfileAttr;
+}
+
+void send_ids(Exchange& exchange, const std::vector<int32_t>& ids, size_t most) {
+    NetPMProfileIdList list{};
+    const size_t count = std::min({ids.size(), most, std::size(list.ProfileId)});
+    std::copy_n(ids.begin(), count, list.ProfileId);
+    list.Count = static_cast<int32_t>(count);
+    append(exchange.answer.data, list);
+}
+
+void list_ids(Exchange& exchange) {
+    send_ids(exchange, exchange.services.store.ids(type_or_all(exchange.header.Arg)), exchange.header.Arg2);
+}
+
+NetPMPartialProfile partial(const NetPMProfile& profile) {
+    NetPMPartialProfile result{};
+    result.ProfileId = profile.ProfileId;
+    result.ProfileType = profile.ProfileType;
+    put_text(result.ProfileName, profile.ProfileName);
+    put_text(result.NetworkName,
+             profile.ProfileType == NETPM_PROFILE_PDP ? profile.PdpProfInfo.Apn : profile.WlanProfInfo.essid);
+    return result;
+}
+
+void list_partial(Exchange& exchange) {
+    auto ids = exchange.services.store.ids(type_or_all(exchange.header.Arg));
+    ids.resize(std::min<size_t>(ids.size(), NETPM_MAX_PARTIAL_PROFILES));
+    for (const int32_t id : ids)
+        append(exchange.answer.data, partial(exchange.services.store.read(id)));
+    exchange.answer.profile = static_cast<int32_t>(ids.size());
+}
+
+void find_by_apn(Exchange& exchange) {
+    send_ids(exchange, exchange.services.store.find(NETPM_PROFILE_PDP, text_of<100>(exchange)), SIZE_MAX);
+}
+
+void find(Exchange& exchange) {
+    const NetPMProfileType type = type_of(exchange.header.Arg);
+    const std::string key = type == NETPM_PROFILE_PDP ? text_of<100>(exchange) : text_of<32>(exchange);
+    send_ids(exchange, exchange.services.store.find(type, key), SIZE_MAX);
+}
+
+void restore(Exchange& exchange) {
+    exchange.services.store.restore();
+}
+
+struct Entry {
+    uint32_t command;
+    const char* words;
+    void (*handler)(Exchange&);
+};
+constexpr std::array kHandlers{
+    Entry{1, "adds a profile", add},
+    Entry{2, "changes a profile", modify},
+    Entry{3, "deletes a profile", remove},
+    Entry{4, "reads a profile", get},
+    Entry{5, "asks for the status of a profile", get_status},
+    Entry{6, "reads the default profile", get_default},
+    Entry{7, "asks for the default profile", get_default_id},
+    Entry{8, "makes a profile the default", set_default},
+    Entry{10, "lists profiles", list_ids},
+    Entry{13, "restores the factory's profiles", restore},
+    Entry{14, "asks for the attributes of a profile", get_attributes},
+    Entry{15, "lists profiles with their networks", list_partial},
+    Entry{16, "finds profiles by access point", find_by_apn},
+    Entry{17, "finds profiles", find},
+};
+
+const char* carry_out(Exchange& exchange) {
+    const auto found = std::ranges::find(kHandlers, exchange.header.Command, &Entry::command);
+    try {
+        if (found == kHandlers.end())
+            throw PmRefusal(PM_ERR_UNKNOWN_COMMAND);
+        found->handler(exchange);
+    } catch (const PmRefusal& refusal) {
+        exchange.answer.refuse(refusal.error);
+    } catch (const DatabaseError& error) {
+        log::error("the store fails: ", error.what());
+        exchange.answer.refuse(PM_ERR_STORE);
+    }
+    return found == kHandlers.end() ? "asks the profile manager something unknown" : found->words;
+}
+
+}  // namespace
+
+void ask_profile_manager(Services services, Client& client, const Request& request) {
+    Exchange exchange{services, {}, {}, {}};
+    Cursor cursor(request.payload);
+    if (!cursor.read(exchange.header))
+        return;
+    exchange.data = cursor.take(cursor.remaining());
+    exchange.answer.profile = exchange.header.ProfileId;
+    const char* words = carry_out(exchange);
+    log_request(client, words, ", profile ", exchange.answer.profile, outcome(exchange.answer.error));
+    client.sync->send(to_message(exchange.answer, exchange.header.Command));
+}
+
+}  // namespace quorvel::cm

@@ -1,0 +1,105 @@
+#include "store/database.h"
+
+#include <sys/stat.h>
+
+#include "log.h"
+
+namespace quorvel::cm {
+
+Statement::Statement(sqlite3* database, const std::string& sql) {
+    sqlite3_stmt* prepared = nullptr;
+    if (sqlite3_prepare_v2(database, sql.c_str(), -1, &prepared, nullptr) != SQLITE_OK)
+        throw DatabaseError(sqlite3_errmsg(database));
+    statement_.reset(prepared);
+}
+
+void Statement::check(int result) const {
+    if (result != SQLITE_OK && result != SQLITE_ROW && result != SQLITE_DONE)
+        throw DatabaseError(sqlite3_errmsg(sqlite3_db_handle(statement_.get())));
+}
+
+Statement& Statement::bind(int64_t value) {
+    check(sqlite3_bind_int64(statement_.get(), ++bound_, value));
+    return *this;
+}
+
+Statement& Statement::bind(std::string_view text) {
+    check(sqlite3_bind_text(statement_.get(), ++bound_, text.data(), static_cast<int>(text.size()),
+                            SQLITE_TRANSIENT));
+    return *this;
+}
+
+Statement& Statement::bind(std::span<const std::byte> bytes) {
+    check(sqlite3_bind_blob(statement_.get(), ++bound_, bytes.data(), static_cast<int>(bytes.size()),
+                            SQLITE_TRANSIENT));
+    return *this;
+}
+
+Statement& Statement::bind_null() {
+    check(sqlite3_bind_null(statement_.get(), ++bound_));
+    return *this;
+}
+
+bool Statement::step() {
+    const int result = sqlite3_step(statement_.get());
+    check(result);
+    return result == SQLITE_ROW;
+}
+
+int64_t Statement::number(int column) {
+    return sqlite3_column_int64(statement_.get(), column);
+}
+
+std::string Statement::text(int column) {
+    const auto found = bytes(column);
+    return {reinterpret_cast<const char*>(found.data()), found.size()};
+}
+
+std::span<const std::byte> Statement::bytes(int column) {
+    const void* data = sqlite3_column_blob(statement_.get(), column);
+    const int size = sqlite3_column_bytes(statement_.get(), column);
+    return {static_cast<const std::byte*>(data), static_cast<size_t>(size)};
+}
+
+Database::Database(const std::string& path) {
+    sqlite3* opened = nullptr;
+    // Profiles hold passwords.
+    const mode_t before = umask(077);
+    const int result = sqlite3_open(path.c_str(), &opened);
+    if (result == SQLITE_OK)
+        sqlite3_exec(opened, "PRAGMA journal_mode = WAL", nullptr, nullptr, nullptr);
+    umask(before);
+    database_.reset(opened);
+    if (result != SQLITE_OK)
+        throw DatabaseError(path + ": " + sqlite3_errmsg(opened));
+    // What a client has been told is done survives a loss of power, too.
+    run("PRAGMA synchronous = FULL");
+    run("PRAGMA foreign_keys = ON");
+    run("PRAGMA busy_timeout = 2000");
+}
+
+void Database::run(const std::string& sql) {
+    if (sqlite3_exec(database_.get(), sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK)
+        throw DatabaseError(sqlite3_errmsg(database_.get()));
+}
+
+int32_t Database::last_inserted() const {
+    return static_cast<int32_t>(sqlite3_last_insert_rowid(database_.get()));
+}
+
+Transaction::~Transaction() {
+    if (!open_)
+        return;
+    try {
+        database_.run("ROLLBACK");
+    } catch (const DatabaseError& error) {
+        log::warning("the store cannot undo an unfinished change: ", error.what());
+    }
+}
+
+void Transaction::commit() {
+    database_.run("COMMIT");
+    open_ = false;
+}
+
+}  // namespace quorvel::cm

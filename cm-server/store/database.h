@@ -1,0 +1,80 @@
+// SQLite, owned: a database, its statements and transactions.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "events.h"
+
+namespace quorvel::cm {
+
+// The database cannot do what is asked; what() is its own message.
+class DatabaseError : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// A prepared statement. Values are bound from left to right.
+class Statement {
+  public:
+    Statement(sqlite3* database, const std::string& sql);
+
+    Statement& bind(int64_t value);
+    Statement& bind(std::string_view text);
+    Statement& bind(std::span<const std::byte> bytes);
+    Statement& bind_null();
+
+    // The next row, or false when there is none.
+    bool step();
+    // For statements that give no rows.
+    void run() {
+        while (step()) {
+        }
+    }
+
+    int64_t number(int column);
+    std::string text(int column);
+    std::span<const std::byte> bytes(int column);
+
+  private:
+    void check(int result) const;
+
+    std::unique_ptr<sqlite3_stmt, Freed<sqlite3_finalize>> statement_;
+    int bound_ = 0;
+};
+
+class Database {
+  public:
+    // A file that does not exist is made, readable by its owner alone. ":memory:" keeps everything in memory.
+    explicit Database(const std::string& path);
+
+    void run(const std::string& sql);
+    Statement prepare(const std::string& sql) { return {database_.get(), sql}; }
+    int32_t last_inserted() const;
+    int changed() const { return sqlite3_changes(database_.get()); }
+
+  private:
+    std::unique_ptr<sqlite3, Freed<sqlite3_close>> database_;
+};
+
+// All or nothing: what is not committed is undone.
+class Transaction {
+  public:
+    explicit Transaction(Database& database) : database_(database) { database_.run("BEGIN IMMEDIATE"); }
+    ~Transaction();
+    Transaction(const Transaction&) = delete;
+    Transaction& operator=(const Transaction&) = delete;
+
+    void commit();
+
+  private:
+    Database& database_;
+    bool open_ = true;
+};
+
+}  // namespace quorvel::cm

@@ -1,0 +1,73 @@
+// Profiles, the default ones, applications and the payment setting, kept in a database.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "profile.h"
+#include "protocol/pm_errors.h"
+#include "quorvel/NetPM.h"
+#include "store/database.h"
+#include "store/factory.h"
+
+namespace quorvel::cm {
+
+// The request is refused.
+class PmRefusal : public std::runtime_error {
+  public:
+    explicit PmRefusal(PmError why) : std::runtime_error(find_pm_error(why)->text), error(why) {}
+    PmError error;
+};
+
+// Throws PmRefusal for what a client asks in vain, and DatabaseError when the database fails.
+class Store {
+  public:
+    // An empty database gets the factory profiles.
+    Store(const std::string& path, std::vector<FactoryProfile> factory);
+
+    // Both check the record; the id in it does not count.
+    int32_t add(const NetPMProfile& profile);
+    void modify(int32_t id, const NetPMProfile& profile);
+    void remove(int32_t id);
+    NetPMProfile read(int32_t id);
+    // All profiles go, the factory's come back with their ids, and the first of a type or the one that says
+    // so is the default.
+    void restore();
+
+    // In the order of their ids; nothing for the type means all.
+    std::vector<int32_t> ids(std::optional<NetPMProfileType> type = std::nullopt);
+    // Whose APN or network name is the key.
+    std::vector<int32_t> find(NetPMProfileType type, const std::string& key);
+
+    // The default of a type. Without a type: of packet data, or else of Wi-Fi.
+    std::optional<int32_t> default_id(std::optional<NetPMProfileType> type = std::nullopt);
+    void set_default(int32_t id);
+
+    void add_application(uint32_t id);
+    void remove_application(uint32_t id);
+    std::optional<NetPMAppProf> application(uint32_t id);
+    void set_application(const NetPMAppProf& application);
+    // The profile that the application is to use: its own, or the default of the interfaces that it may use.
+    int32_t proper_profile(uint32_t application);
+    void set_payment(uint32_t csc, uint32_t payment);
+
+    // What a connection needs of a profile; nothing when there is no such profile.
+    std::optional<Profile> connection(int32_t id);
+    std::vector<Profile> connections();
+
+  private:
+    void write(int32_t id, const NetPMProfile& profile);
+    void write_part(int32_t id, const NetPMProfile& profile, const char* table);
+    void write_rest(int32_t id, const NetPMProfile& profile);
+    void read_part(int32_t id, NetPMProfile& profile, const char* table);
+    void make_default(int32_t id, uint32_t type);
+
+    Database database_;
+    std::vector<FactoryProfile> factory_;
+};
+
+// The file that holds the store when none is named: below the user's state directory, which is made.
+std::string default_store_path();
+
+}  // namespace quorvel::cm
