@@ -1,4 +1,5 @@
 // Requests to the profile manager and its answers, on the sync socket of the server link.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -19,6 +20,17 @@ wire::RequestHeader header_for(uint32_t cmd) {
     wire::RequestHeader header = request_header(static_cast<wire::Command>(cmd));
     header.Arg3 = header.Arg4 = static_cast<uint32_t>(-1);
     return header;
+}
+
+// Data that there is no memory for go the way of the answer: the next record would be looked for inside them.
+void drop_ext_data(uint32_t length) QV_REQUIRES(app_mutex) {
+    char part[512];
+    while (length > 0) {
+        const uint32_t now = std::min<uint32_t>(length, sizeof part);
+        if (NetCMClientReadMoreSyncData(part, static_cast<int32_t>(now)) != NETCM_SUCCESS)
+            return;
+        length -= now;
+    }
 }
 
 }  // namespace
@@ -81,6 +93,8 @@ uint32_t NetPMSendReceiveSync(const void* request, uint32_t length, PmRspContext
     ctx->pExtRspData = ext_length <= kLargestExtData ? calloc(1, ext_length) : nullptr;
     if (ctx->pExtRspData == nullptr) {
         QV_TRACE(4, "Memory allocation failed \n");
+        if (ext_length <= kLargestExtData)
+            drop_ext_data(ext_length);
         return NETCM_ERR_FAILURE;
     }
     QV_TRACE(2, "NetPMReadSyncRsp ::: pRspData->pExtRspData   = %u\n", narrow(ctx->pExtRspData));

@@ -1,0 +1,94 @@
+// A registered process and the server that it is registered with, as the tests of the profile manager want
+// them.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "client/PM/src/NetPMPrivate.h"
+#include "support/Events.h"
+#include "support/LibraryCalls.h"
+#include "support/ScriptedServer.h"
+#include "support/TraceCapture.h"
+
+namespace quorvel::test {
+
+// The record that answers a profile command, with the words of the response block behind its code.
+inline wire::Record pm_record(const wire::PmResponseBlock& block) {
+    wire::Record record = {};
+    record.Code = wire::NETPM_PROFILE_RSP;
+    memcpy(&record.Word1, &block, sizeof block);
+    return record;
+}
+
+// The same for an application-profile command.
+inline wire::Record app_record(const wire::AppProfMsg& message) {
+    wire::Record record = {};
+    record.Code = wire::NETCM_CLIENT_PROPER_PROFILE_RSP;
+    memcpy(&record.Word1, &message, sizeof message);
+    return record;
+}
+
+inline Bytes operator+(Bytes first, const Bytes& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+inline Bytes filled(size_t size, int first = 1) {
+    Bytes bytes(size);
+    for (size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<std::byte>(static_cast<size_t>(first) + i % 200);
+    return bytes;
+}
+
+// Names the instance of a test after what it is about.
+template <class T>
+std::string name_of(const testing::TestParamInfo<T>& instance) {
+    return instance.param.name;
+}
+
+class PmTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(NetCMClientRegister(events::callback_of(0)), 0u);
+        trace::clear();
+    }
+    void TearDown() override {
+        trace::on_line(nullptr, nullptr);
+        calls::reset();
+        EXPECT_EQ(NetCMClientDeRegister(), 0u);
+    }
+
+    // Ends the server's side of the link, and waits until the library has noticed.
+    void break_link() {
+        ASSERT_TRUE(server.wait_for_async_socket());
+        server.close_async();
+        while (__atomic_load_n(&g_NetCMClientAppInfo.RecvThreadId, __ATOMIC_ACQUIRE) !=
+               static_cast<pthread_t>(-1))
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        trace::clear();
+    }
+
+    // An answer whose data end early: the server closes when the library has begun to read them, so that it
+    // cannot notice before.
+    Answer cut_short_data(const wire::Record& record, const Bytes& data) {
+        trace::on_line(
+            [](const TraceLine& line, void* gate) {
+                if (line.text.starts_with("NetPMReadSyncRsp ::: pRspData->pExtRspData"))
+                    static_cast<Gate*>(gate)->open();
+            },
+            reading_.get());
+        return Answer().record(record).bytes(data).wait_at(reading_).close();
+    }
+
+    // The header of the command's last request, and everything behind it.
+    wire::RequestHeader last_header(uint32_t command) const { return server.last(command)->header; }
+    Bytes last_payload(uint32_t command) const { return server.last(command)->payload; }
+
+    ScriptedServer server;
+
+  private:
+    std::shared_ptr<Gate> reading_ = std::make_shared<Gate>();
+};
+
+}  // namespace quorvel::test

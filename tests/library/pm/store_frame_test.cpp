@@ -1,0 +1,221 @@
+// What every operation on the profile store does alike.
+#include "library/pm/store_operations.h"
+
+namespace quorvel::test {
+namespace {
+
+constexpr uint32_t kProfileReq = wire::NETPM_PROFILE_REQ;
+
+class EveryOperation : public PmTest, public testing::WithParamInterface<StoreOperation> {
+  protected:
+    const StoreOperation& operation() const { return GetParam(); }
+
+    // The answer of a profile manager that agrees, with data behind it where there shall be some.
+    void agree(const Bytes& data = {}) {
+        wire::PmResponseBlock block = agreement(operation().command);
+        block.ExtDataLength = static_cast<uint32_t>(data.size());
+        server.on(kProfileReq, Answer().record(pm_record(block)).bytes(data));
+    }
+    void answer(const wire::PmResponseBlock& block) {
+        server.on(kProfileReq, Answer().record(pm_record(block)));
+    }
+    bool has_succeeded() const { return trace::contains(operation().done); }
+
+    // Nothing of a failed exchange may be in the way of the next one.
+    void expect_the_next_one_to_succeed() {
+        agree();
+        EXPECT_EQ(operation().call(), 0u);
+    }
+};
+
+TEST_P(EveryOperation, sends_its_request_byte_for_byte) {
+    agree();
+    EXPECT_EQ(operation().call(), 0u);
+    const wire::RequestHeader header = last_header(kProfileReq);
+    EXPECT_EQ(header.Command, 12u);
+    EXPECT_EQ(header.Param, 0u);
+    EXPECT_EQ(header.ClientId, server.client_id());
+    EXPECT_EQ(header.Arg3, 0xFFFFFFFFu);
+    EXPECT_EQ(header.Arg4, 0xFFFFFFFFu);
+    EXPECT_EQ(header.Arg5, 0u);
+    EXPECT_EQ(last_payload(kProfileReq), bytes_of(operation().header) + operation().data);
+    EXPECT_EQ(server.count(kProfileReq), 1u);
+}
+
+TEST_P(EveryOperation, traces_its_request_and_its_success_under_the_lock) {
+    agree();
+    operation().call();
+    std::vector<std::string> expected = operation().sent;
+    expected.push_back(operation().done);
+    std::vector<std::string> seen;
+    bool locked = false;
+    for (const TraceLine& line : trace::lines()) {
+        locked = locked || line.text.starts_with("Mutex locked by thread [");
+        if (line.text.starts_with("Mutex unlocked by thread ["))
+            locked = false;
+        if (std::find(expected.begin(), expected.end(), line.text) == expected.end())
+            continue;
+        seen.push_back(line.text);
+        EXPECT_TRUE(locked) << line.text;
+        EXPECT_EQ(line.mask, trace::kNormal) << line.text;
+        EXPECT_EQ(line.file, "data-networking/client/PM/src/NetPMIntf") << line.text;
+    }
+    EXPECT_EQ(seen, expected);
+    EXPECT_FALSE(locked);
+}
+
+TEST_P(EveryOperation, returns_a_refusal_unchanged_with_its_own_message) {
+    wire::PmResponseBlock block = agreement(operation().command);
+    block.Error = kRefusal;
+    answer(block);
+    EXPECT_EQ(operation().call(), kRefusal);
+    EXPECT_EQ(trace::find(operation().refused).mask, trace::kNormal);
+    EXPECT_TRUE(trace::contains(operation().refused));
+    EXPECT_FALSE(has_succeeded());
+}
+
+TEST_P(EveryOperation, an_answer_to_another_command_is_a_failure_without_a_message) {
+    for (const uint32_t error : {0u, kRefusal}) {
+        wire::PmResponseBlock block = agreement(operation().command);
+        ++block.RspCode;
+        block.Error = error;
+        answer(block);
+        EXPECT_EQ(operation().call(), 1u);
+        EXPECT_FALSE(trace::contains(operation().refused));
+        EXPECT_FALSE(has_succeeded());
+        EXPECT_FALSE(trace::contains("Error in sending/receiving the Request to/from Server Reason = 1 \n"));
+    }
+}
+
+TEST_P(EveryOperation, a_record_of_another_event_is_a_failed_exchange) {
+    server.on(kProfileReq, wrong_code(wire::NETCM_CLIENT_PROPER_PROFILE_RSP));
+    EXPECT_EQ(operation().call(), 1u);
+    EXPECT_TRUE(
+        trace::contains_in_order({"Unknown Event received. \n", "Error Receiving Response from CM Server 1\n",
+                                  "Error in sending/receiving the Request to/from Server Reason = 1 \n"}));
+    expect_the_next_one_to_succeed();
+}
+
+TEST_P(EveryOperation, a_server_that_hangs_up_is_a_failed_exchange) {
+    server.on(kProfileReq, hang_up());
+    EXPECT_EQ(operation().call(), 1u);
+    EXPECT_TRUE(trace::contains("Error in sending/receiving the Request to/from Server Reason = 1 \n"));
+}
+
+TEST_P(EveryOperation, a_server_that_stays_silent_is_a_failed_exchange) {
+    server.on(kProfileReq, silence());
+    calls::answer_next_poll(0);
+    EXPECT_EQ(operation().call(), 1u);
+    EXPECT_TRUE(trace::contains_in_order(
+        {"POLLing timeout  \n", "Error in sending/receiving the Request to/from Server Reason = 1 \n"}));
+}
+
+TEST_P(EveryOperation, a_write_that_fails_is_a_failed_exchange) {
+    calls::fail(Call::Send);
+    EXPECT_EQ(operation().call(), 1u);
+    EXPECT_TRUE(trace::contains_in_order(
+        {"Error Sending request to CM Server 1\n", "Error Sending request to CM server. Error = 1 \n",
+         "Error in sending/receiving the Request to/from Server Reason = 1 \n"}));
+    expect_the_next_one_to_succeed();
+}
+
+TEST_P(EveryOperation, any_failed_allocation_fails_it_and_leaves_the_stream_in_step) {
+    agree(filled(100));
+    size_t failed = 0;
+    for (;; ++failed) {
+        trace::clear();
+        calls::fail(Call::Malloc, failed + 1);
+        const uint32_t status = operation().call();
+        if (!calls::has_failed(Call::Malloc)) {
+            EXPECT_EQ(status, 0u);
+            break;
+        }
+        EXPECT_EQ(status, 1u) << failed;
+        EXPECT_FALSE(has_succeeded());
+    }
+    // The message that is sent and the data of the answer; what is sent together with a request's own data
+    // needs a block of its own.
+    EXPECT_EQ(failed, operation().data.empty() ? 2u : 3u);
+}
+
+TEST_P(EveryOperation, data_that_end_early_are_a_failed_exchange) {
+    wire::PmResponseBlock block = agreement(operation().command);
+    block.ExtDataLength = 972;
+    server.on(kProfileReq, cut_short_data(pm_record(block), filled(100)));
+    EXPECT_EQ(operation().call(), 1u);
+    EXPECT_TRUE(trace::contains("Error in sending/receiving the Request to/from Server Reason = 1 \n"));
+    EXPECT_FALSE(has_succeeded());
+}
+
+TEST_P(EveryOperation, a_length_that_cannot_be_had_is_answered_like_a_failed_allocation) {
+    for (const uint32_t length : {0x80000000u, 0xFFFFFFFFu}) {
+        wire::PmResponseBlock block = agreement(operation().command);
+        block.ExtDataLength = length;
+        answer(block);
+        trace::clear();
+        EXPECT_EQ(operation().call(), 1u);
+        EXPECT_EQ(trace::find("Memory allocation failed \n").mask, trace::kInternal);
+    }
+}
+
+TEST_P(EveryOperation, data_behind_a_refusal_are_drained) {
+    wire::PmResponseBlock block = agreement(operation().command);
+    block.Error = kRefusal;
+    block.ExtDataLength = 50;
+    server.on(kProfileReq, Answer().record(pm_record(block)).bytes(filled(50)));
+    EXPECT_EQ(operation().call(), kRefusal);
+    expect_the_next_one_to_succeed();
+}
+
+TEST_P(EveryOperation, a_broken_link_is_repaired_first) {
+    break_link();
+    agree();
+    EXPECT_EQ(operation().call(), 0u);
+    EXPECT_TRUE(trace::contains_in_order({"CM server connection is broken, Re-Register with CM\n",
+                                          "CM server connection is re-established\n", operation().done}));
+    EXPECT_EQ(trace::find("CM server connection is re-established\n").file,
+              "data-networking/client/PM/src/NetPMIntf");
+    EXPECT_EQ(last_header(kProfileReq).ClientId, server.client_id());  // the new one
+}
+
+TEST_P(EveryOperation, a_link_that_cannot_be_repaired_is_2) {
+    break_link();
+    server.stop();
+    calls::skip_sleeps();
+    EXPECT_EQ(operation().call(), 2u);
+    EXPECT_TRUE(trace::contains_in_order(
+        {"CM server connection is broken, Re-Register with CM\n", "Failed to Re-Register with CM\n"}));
+    for (const std::string& line : operation().sent)
+        EXPECT_FALSE(trace::contains(line));
+    EXPECT_EQ(calls::sleeps().size(), 3u);
+    server.start();
+    expect_the_next_one_to_succeed();
+}
+
+TEST_P(EveryOperation, a_lock_that_fails_is_traced_and_the_operation_goes_on) {
+    agree();
+    calls::fail(Call::MutexLock, 1, EINVAL);
+    calls::fail(Call::MutexUnlock, 1, EPERM);
+    EXPECT_EQ(operation().call(), 0u);
+    EXPECT_TRUE(trace::contains_in_order(
+        {"Error locking mutex. Error = 22 \n", operation().done, "Error unlocking mutex. Error = 1 \n"}));
+}
+
+class EveryUnregisteredOperation : public testing::TestWithParam<StoreOperation> {};
+
+TEST_P(EveryUnregisteredOperation, is_refused_with_6_before_anything_is_locked) {
+    EXPECT_EQ(GetParam().call(), 6u);
+    const std::string message = GetParam().name == "NetPMModifyProfileInfo"
+                                    ? "Client is not registered with CM\n"
+                                    : "Cleint is not registered with CM\n";
+    EXPECT_EQ(trace::find(message).mask, trace::kCaller);
+    EXPECT_EQ(trace::texts().back(), message);
+}
+
+INSTANTIATE_TEST_SUITE_P(Store, EveryOperation, testing::ValuesIn(store_operations()),
+                         name_of<StoreOperation>);
+INSTANTIATE_TEST_SUITE_P(Store, EveryUnregisteredOperation, testing::ValuesIn(store_operations()),
+                         name_of<StoreOperation>);
+
+}  // namespace
+}  // namespace quorvel::test
