@@ -9,11 +9,11 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "client/CM/src/NetCMClientInternal/Descriptor.h"
 #include "client/CM/src/NetCMClientInternal/ReceiverHandle.h"
 #include "client/CM/src/NetCMClientInternal/WriteOnce.h"
 #include "client/CM/src/NetCMIntf/Table.h"
 #include "client/CM/src/NetCMPrivate.h"
+#include "common/Descriptor.h"
 #include "common/Wire.h"
 
 using namespace quorvel;

@@ -1,0 +1,134 @@
+// The one way a hostent gets into a caller's buffer.
+//
+// The structure is at the start of the buffer, behind it the array of aliases and the array of addresses,
+// then the data: strings and addresses, packed in the order in which they are stored. The bytes that the
+// result needs are counted as it is built, so that a caller whose buffer is too small learns how far the
+// builder came.
+#pragma once
+
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace quorvel {
+
+inline constexpr size_t kHostSlots = 35;  // of each array, the null at the end included
+inline constexpr size_t kAliasesAt = sizeof(hostent);
+inline constexpr size_t kAddressesAt = kAliasesAt + kHostSlots * sizeof(char*);
+inline constexpr size_t kHostDataAt = kAddressesAt + kHostSlots * sizeof(char*);
+static_assert(sizeof(void*) != 4 || (kAliasesAt == 20 && kAddressesAt == 160 && kHostDataAt == 300));
+static_assert(sizeof(void*) != 8 || (kAliasesAt == 32 && kAddressesAt == 312 && kHostDataAt == 592));
+
+// Where a buffer that grows starts: 512 bytes on the handset, the same room for data everywhere.
+inline constexpr int kFirstHostBuffer = static_cast<int>(kHostDataAt) + 212;
+
+inline constexpr size_t kAddressBytes = 4;
+
+class HostBuilder {
+  public:
+    HostBuilder(char* buffer, int length)
+        : buffer_(buffer), room_(buffer != nullptr && length > 0 ? static_cast<size_t>(length) : 0) {}
+
+    // The fixed part; like every step below it fails when the buffer is too small.
+    bool begin() {
+        if (!take(kAliasesAt) || !take(kAddressesAt - kAliasesAt) || !take(kHostDataAt - kAddressesAt))
+            return false;
+        memset(buffer_, 0, kHostDataAt);
+        host_.h_addrtype = AF_INET;
+        host_.h_length = kAddressBytes;
+        host_.h_aliases = reinterpret_cast<char**>(buffer_ + kAliasesAt);
+        host_.h_addr_list = reinterpret_cast<char**>(buffer_ + kAddressesAt);
+        return true;
+    }
+
+    bool name(const char* text) {
+        host_.h_name = string(text);
+        return host_.h_name != nullptr;
+    }
+
+    // What no slot is left for is dropped: a larger buffer would not make room for it.
+    bool alias(const char* text) {
+        if (aliases_ == kHostSlots - 1)
+            return true;
+        return keep(kAliasesAt, aliases_, string(text));
+    }
+
+    // A record may carry fewer bytes than an address has, but whoever reads one reads four: the rest is 0.
+    bool address(const void* bytes, size_t length) {
+        if (addresses_ == kHostSlots - 1)
+            return true;
+        char* stored = data(bytes, length, std::max(length, kAddressBytes));
+        return keep(kAddressesAt, addresses_, stored);
+    }
+
+    void set_kind(int addrtype, int length) {
+        host_.h_addrtype = addrtype;
+        host_.h_length = length;
+    }
+
+    bool has_name() const { return host_.h_name != nullptr; }
+
+    // The bytes that the result needs, as far as it has been built, with the piece that did not fit.
+    int needed() const { return static_cast<int>(std::min<size_t>(needed_, INT_MAX)); }
+
+    hostent* finish() {
+        // The caller's buffer need not be aligned for a pointer.
+        memcpy(buffer_, &host_, sizeof host_);
+        return reinterpret_cast<hostent*>(buffer_);
+    }
+
+  private:
+    bool take(size_t bytes) {
+        if (__builtin_add_overflow(needed_, bytes, &needed_))
+            needed_ = SIZE_MAX;
+        return needed_ <= room_;
+    }
+
+    char* data(const void* bytes, size_t length, size_t padded) {
+        if (!take(padded))
+            return nullptr;
+        char* stored = buffer_ + (needed_ - padded);
+        memcpy(stored, bytes, length);
+        memset(stored + length, 0, padded - length);
+        return stored;
+    }
+
+    char* string(const char* text) {
+        const size_t length = strlen(text) + 1;
+        return data(text, length, length);
+    }
+
+    bool keep(size_t array, size_t& count, char* stored) {
+        if (stored == nullptr)
+            return false;
+        memcpy(buffer_ + array + count++ * sizeof stored, &stored, sizeof stored);
+        return true;
+    }
+
+    char* buffer_;
+    size_t room_;
+    size_t needed_ = 0;
+    size_t aliases_ = 0;
+    size_t addresses_ = 0;
+    hostent host_{};
+};
+
+// The bytes that a name with one address and no alias needs.
+inline size_t size_of_single(const char* name) {
+    return kHostDataAt + strlen(name) + 1 + kAddressBytes;
+}
+
+// A name with one address and no alias; null when the buffer is too small.
+inline hostent* lay_single(const char* name, in_addr_t address, char* buffer, int length) {
+    HostBuilder host(buffer, length);
+    const bool fits = host.begin() && host.name(name) && host.address(&address, kAddressBytes);
+    return fits ? host.finish() : nullptr;
+}
+
+}  // namespace quorvel

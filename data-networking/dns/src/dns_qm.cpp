@@ -1,0 +1,171 @@
+// The query manager: who waits for which name.
+#include <array>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+
+#include "common/Trace.h"
+#include "dns/src/Lock.h"
+#include "dns/src/NetDNSPrivate.h"
+
+using namespace quorvel;
+
+namespace {
+
+constexpr unsigned kIds = 10;
+
+using Ids = std::array<uint32_t, kIds>;  // filled from the first; 0: empty
+
+struct Slot {
+    // Freed without the lock, once the callback has returned.
+    std::atomic<uint16_t> in_use{0};
+    DnsCallback callback = nullptr;
+};
+
+// A host name that is being resolved, and who waits for it.
+struct InProgress {
+    char* hostname;
+    Ids ids;
+    InProgress* next;
+};
+
+Mutex query_lock;
+std::array<Slot, kIds> slots;  // of the ids 1 to 10
+InProgress* head QV_GUARDED_BY(query_lock) = nullptr;
+
+Slot& slot_of(uint32_t id) {
+    return slots[id - 1];
+}
+
+void free_slot(uint32_t id) {
+    slot_of(id).in_use.store(0, std::memory_order_release);
+}
+
+// The lowest free id, or 0.
+uint32_t assign_id(DnsCallback callback) QV_REQUIRES(query_lock) {
+    for (uint32_t id = 1; id <= kIds; ++id) {
+        Slot& slot = slot_of(id);
+        if (slot.in_use.load(std::memory_order_acquire) != 0)
+            continue;
+        slot.callback = callback;
+        slot.in_use.store(1, std::memory_order_relaxed);
+        return id;
+    }
+    return 0;
+}
+
+// The link that leads to the name's node; it leads to null when there is none.
+InProgress** find(const char* hostname) QV_REQUIRES(query_lock) {
+    InProgress** link = &head;
+    while (*link != nullptr && strcmp((*link)->hostname, hostname) != 0)
+        link = &(*link)->next;
+    return link;
+}
+
+// A node that is full does not take the request, whose id stays in use and is never called back. There are as
+// many places as ids, so the only ones to meet this are ids that a failed request has left behind.
+void join(InProgress& node, uint32_t id) {
+    for (uint32_t& place : node.ids)
+        if (place == 0) {
+            place = id;
+            return;
+        }
+}
+
+InProgress* new_node(const char* hostname, uint32_t id) {
+    auto* node = static_cast<InProgress*>(calloc(1, sizeof(InProgress)));
+    char* copy = node != nullptr ? strdup(hostname) : nullptr;
+    if (copy == nullptr) {
+        free(node);
+        return nullptr;
+    }
+    node->hostname = copy;
+    node->ids[0] = id;
+    return node;
+}
+
+// Takes the name out of the list: those who wait for it, none when the name is not there.
+Ids unlink_node(const char* hostname) QV_REQUIRES(query_lock) {
+    InProgress** link = find(hostname);
+    InProgress* node = *link;
+    if (node == nullptr)
+        return {};
+    QV_TRACE(2, "Delete from query progress list, hostname[%s]\n", hostname);
+    const Ids ids = node->ids;
+    *link = node->next;
+    free(node->hostname);
+    free(node);
+    return ids;
+}
+
+Ids take_waiting(const char* hostname) {
+    const Lock lock(query_lock);
+    return unlink_node(hostname);
+}
+
+template <class Value>
+void store(Value* out, Value value) {
+    if (out != nullptr)
+        *out = value;
+}
+
+}  // namespace
+
+extern "C" {
+
+int UpdateQueryList(const char* hostname, unsigned int* dnsid, unsigned short* in_progress,
+                    DnsCallback callback) {
+    const Lock lock(query_lock);
+    const uint32_t id = assign_id(callback);
+    if (id == 0)
+        return 0;
+    store(dnsid, id);
+    QV_TRACE(2, "assign dnsid= %d\n", static_cast<int>(id));
+    store<unsigned short>(in_progress, 0);
+    if (hostname == nullptr)
+        return 1;
+    if (InProgress* node = *find(hostname); node != nullptr) {
+        QV_TRACE(2, "Query is in progress for the host : %s\n", hostname);
+        join(*node, id);
+        store<unsigned short>(in_progress, 1);
+        return 1;
+    }
+    InProgress* node = new_node(hostname, id);
+    if (node == nullptr) {
+        // The id stays assigned and the query runs for nobody.
+        QV_TRACE(4, "Failed to allocate memory for ptr\n");
+        return 1;
+    }
+    QV_TRACE(2, "Add to query progress list hostname[%s], dnsid[%d]\n", hostname, static_cast<int>(id));
+    node->next = head;
+    head = node;
+    return 1;
+}
+
+void send_query_result(const char* hostname, struct hostent* result) {
+    if (hostname == nullptr)
+        return;
+    for (const uint32_t id : take_waiting(hostname)) {
+        if (id == 0)
+            break;
+        QV_TRACE(2, "Sending callback event Successfully for resolved host [%s] for dns id = %d\n", hostname,
+                 static_cast<int>(id));
+        if (const DnsCallback callback = slot_of(id).callback; callback != nullptr)
+            callback(result, id);
+        QV_TRACE(2, "Sent callback event  Successfully for resolved host [%s] for dns id = %d\n", hostname,
+                 static_cast<int>(id));
+        free_slot(id);
+    }
+}
+
+void AbortDnsQuery(const char* hostname) {
+    if (hostname == nullptr)
+        return;
+    QV_TRACE(4, "Failed to resolve host [%s]  because thread creation failed\n", hostname);
+    const Lock lock(query_lock);
+    for (const uint32_t id : unlink_node(hostname))
+        if (id != 0)
+            free_slot(id);
+}
+
+}  // extern "C"
