@@ -39,6 +39,14 @@ if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
   add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wthread-safety>)
 endif()
 
+# How the shared libraries of the house are linked: without a run time of their own, complete, and in few segments,
+# since every program that starts with them pays for each of those.
+set(QUORVEL_LIBRARY_LINK_OPTIONS
+  LINKER:-z,now LINKER:-z,relro LINKER:-z,noseparate-code LINKER:--as-needed -static-libgcc)
+if(NOT QUORVEL_SANITIZE)
+  list(APPEND QUORVEL_LIBRARY_LINK_OPTIONS LINKER:-z,defs)
+endif()
+
 # A dependency that this build can do without: an error when strict, a message and FALSE otherwise.
 function(quorvel_missing what package)
   if(QUORVEL_STRICT)

@@ -55,7 +55,8 @@ int NetCMClientGetAppName(int32_t appId, char* name) {
     char key[64];
     snprintf(key, sizeof key, "/System/AppInfo/%d/AppName", appId);
 
-    const GConfFunctions* gconf = gconf_functions();
+    const GConfSession session;
+    const GConfFunctions* gconf = session.functions();
     const ConfigurationValue value = gconf != nullptr ? gconf_get_string(*gconf, key) : ConfigurationValue{};
     if (value.text != nullptr && value.error == nullptr) {
         hand_out(*gconf, value, appId, name);

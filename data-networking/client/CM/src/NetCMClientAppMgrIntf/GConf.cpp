@@ -1,8 +1,8 @@
 #include "client/CM/src/NetCMClientAppMgrIntf/GConf.h"
 
 #include <dlfcn.h>
+#include <pthread.h>
 
-#include <atomic>
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -26,7 +26,9 @@ constinit const GConfFunctions kInProcess{
     .g_free = ::g_free,
     .g_error_free = ::g_error_free,
 };
-constinit std::atomic<const GConfFunctions*> loaded{nullptr};
+pthread_mutex_t session_mutex = PTHREAD_MUTEX_INITIALIZER;
+// From the helper, once it is needed; guarded by session_mutex.
+const GConfFunctions* loaded = nullptr;
 
 bool is_complete(const GConfFunctions& functions) {
     return functions.g_type_init != nullptr && functions.gconf_client_get_default != nullptr &&
@@ -53,18 +55,23 @@ const GConfFunctions* load_helper() {
     return helper != nullptr ? static_cast<const GConfFunctions*>(dlsym(helper, kGConfTable)) : nullptr;
 }
 
-}  // namespace
-
-const GConfFunctions* gconf_functions() {
+const GConfFunctions* find_functions() {
     if (is_complete(kInProcess))
         return &kInProcess;
-    const GConfFunctions* functions = loaded.load(std::memory_order_acquire);
-    if (functions == nullptr) {
-        // Threads that come here together are all given the same library by the loader.
-        functions = load_helper();
-        loaded.store(functions, std::memory_order_release);
-    }
-    return functions;
+    if (loaded == nullptr)
+        loaded = load_helper();
+    return loaded;
+}
+
+}  // namespace
+
+GConfSession::GConfSession() {
+    pthread_mutex_lock(&session_mutex);
+    functions_ = find_functions();
+}
+
+GConfSession::~GConfSession() {
+    pthread_mutex_unlock(&session_mutex);
 }
 
 }  // namespace quorvel

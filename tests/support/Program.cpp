@@ -1,0 +1,141 @@
+#include "support/Program.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <stdexcept>
+#include <system_error>
+
+namespace quorvel::test {
+namespace {
+
+constexpr int kPatience = 50'000;  // milliseconds of silence
+
+struct Pipe {
+    std::array<int, 2> ends{-1, -1};
+
+    Pipe() {
+        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+            throw std::system_error(errno, std::generic_category(), "pipe2");
+        }
+    }
+    ~Pipe() { close(ends[1]); }
+};
+
+std::vector<char*> as_argv(const std::vector<std::string>& command) {
+    std::vector<char*> argv;
+    for (const std::string& word : command) {
+        argv.push_back(const_cast<char*>(word.c_str()));
+    }
+    argv.push_back(nullptr);
+    return argv;
+}
+
+pid_t spawn(const std::vector<std::string>& command, int out, int err) {
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, out, 1);
+    posix_spawn_file_actions_adddup2(&actions, err, 2);
+    pid_t pid = -1;
+    const int error =
+        posix_spawnp(&pid, command[0].c_str(), &actions, nullptr, as_argv(command).data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (error != 0) {
+        throw std::system_error(error, std::generic_category(), command[0]);
+    }
+    return pid;
+}
+
+}  // namespace
+
+Program::Program(const std::vector<std::string>& command) : name_(command.at(0)) {
+    const Pipe out;
+    const Pipe err;
+    out_.fd = out.ends[0];
+    err_.fd = err.ends[0];
+    pid_ = spawn(command, out.ends[1], err.ends[1]);
+}
+
+Program::~Program() {
+    if (pid_ > 0) {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+    close(out_.fd);
+    close(err_.fd);
+}
+
+void Program::send_signal(int number) const {
+    kill(pid_, number);
+}
+
+void Program::wait_for_out(std::string_view text) {
+    wait_for(out_, text);
+}
+void Program::wait_for_err(std::string_view text) {
+    wait_for(err_, text);
+}
+
+void Program::wait_for(const Stream& stream, std::string_view text) {
+    while (stream.text.find(text) == std::string::npos) {
+        if (!read_more()) {
+            give_up("it ended without printing \"" + std::string(text) + '"');
+        }
+    }
+}
+
+Ended Program::wait() {
+    while (read_more()) {
+    }
+    int status = 0;
+    waitpid(pid_, &status, 0);
+    pid_ = -1;
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), out_.text, err_.text};
+}
+
+// False once both streams have ended.
+bool Program::read_more() {
+    std::array<pollfd, 2> ready{pollfd{out_.fd, POLLIN, 0}, pollfd{err_.fd, POLLIN, 0}};
+    if (out_.fd < 0 && err_.fd < 0) {
+        return false;
+    }
+    if (poll(ready.data(), ready.size(), kPatience) == 0) {
+        give_up("nothing happens any more");
+    }
+    if (ready[0].revents != 0) {
+        drain(out_);
+    }
+    if (ready[1].revents != 0) {
+        drain(err_);
+    }
+    return true;
+}
+
+void Program::drain(Stream& stream) {
+    std::array<char, 4096> buffer;
+    const ssize_t count = read(stream.fd, buffer.data(), buffer.size());
+    if (count > 0) {
+        stream.text.append(buffer.data(), static_cast<size_t>(count));
+    } else if (count == 0) {
+        close(stream.fd);
+        stream.fd = -1;
+    }
+}
+
+void Program::give_up(const std::string& why) const {
+    throw std::runtime_error(name_ + ": " + why + "\nstandard output:\n" + out_.text + "standard error:\n" +
+                             err_.text);
+}
+
+Ended run(const std::vector<std::string>& command) {
+    return Program(command).wait();
+}
+
+}  // namespace quorvel::test

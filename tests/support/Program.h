@@ -1,0 +1,56 @@
+// A program as a process of its own, with what it prints.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace quorvel::test {
+
+struct Ended {
+    int status;  // the exit status, or 128 and the number of the signal that ended it
+    std::string out;
+    std::string err;
+};
+
+// Starts a program; its end is the end of the object at the latest. Waiting for something that does not come
+// within a time that no sound run needs throws, with all that has been printed.
+class Program {
+  public:
+    explicit Program(const std::vector<std::string>& command);
+    ~Program();
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    pid_t pid() const { return pid_; }
+    void send_signal(int number) const;
+
+    // Until standard output, or standard error, holds the text.
+    void wait_for_out(std::string_view text);
+    void wait_for_err(std::string_view text);
+    // Until the program has ended by itself.
+    Ended wait();
+
+  private:
+    struct Stream {
+        int fd = -1;
+        std::string text;
+    };
+
+    void wait_for(const Stream& stream, std::string_view text);
+    bool read_more();
+    static void drain(Stream& stream);
+    [[noreturn]] void give_up(const std::string& why) const;
+
+    std::string name_;
+    pid_t pid_ = -1;
+    Stream out_;
+    Stream err_;
+};
+
+// Runs a program to its end.
+Ended run(const std::vector<std::string>& command);
+
+}  // namespace quorvel::test
