@@ -5,13 +5,9 @@
 
 namespace quorvel {
 
-// Starts the receiver thread on the async socket and makes its control pipe where there is none yet. Returns
-// 0 or the error number of the thread creation. A pipe that cannot be had is -1.
+// Starts the receiver thread on the async socket, and makes its control pipe where there is none. Returns 0
+// or the error number.
 int start_receiver(int async_fd) QV_REQUIRES(app_mutex);
-
-// Closes a descriptor of the link, once: it reads as "none" from then on.
-void close_descriptor(int& fd);
-void close_control_pipe();
 
 // After a failed try nothing of it is left: its descriptors are closed, and their numbers may be the
 // application's by now.

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "client/CM/src/NetCMClientCore/DroppedBlock.h"
+#include "client/CM/src/NetCMClientInternal/ControlPipe.h"
 #include "client/CM/src/NetCMClientInternal/DescriptorSet.h"
 #include "client/CM/src/NetCMClientInternal/ReceiverHandle.h"
 #include "client/CM/src/NetCMIntf/Table.h"
@@ -18,7 +19,6 @@ using namespace quorvel;
 
 namespace {
 
-constexpr uint32_t kStopWord = 1;
 // What the stop indications say that the library makes itself when the server has gone.
 constexpr uint32_t kServerGone = 2;
 
@@ -111,11 +111,6 @@ void stop_every_call() QV_NO_THREAD_SAFETY_ANALYSIS {
     }
 }
 
-bool told_to_stop(int control_fd) {
-    uint32_t word = 0;
-    return read(control_fd, &word, sizeof word) > 0 && word == kStopWord;
-}
-
 enum class Pass { Again, Stop, Reset };
 
 // One wait, and what came of it.
@@ -131,7 +126,7 @@ Pass receive(DescriptorSet& readable, int async_fd, int control_fd) {
         return Pass::Again;
     }
     QV_TRACE(0, "In Thread, read  data \n");
-    if (readable.contains(control_fd) && told_to_stop(control_fd)) {
+    if (readable.contains(control_fd) && receiver_is_told_to_stop(control_fd)) {
         QV_TRACE(2, "Quorvel client deregistration is detected. Close the async recv thread \n");
         return Pass::Stop;
     }

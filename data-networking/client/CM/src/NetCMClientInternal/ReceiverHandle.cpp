@@ -1,6 +1,6 @@
 #include "client/CM/src/NetCMClientInternal/ReceiverHandle.h"
 
-#include "client/CM/src/NetCMClientInternal/Link.h"
+#include "client/CM/src/NetCMClientInternal/ControlPipe.h"
 #include "client/CM/src/NetCMIntf/Table.h"
 #include "client/CM/src/NetCMPrivate.h"
 

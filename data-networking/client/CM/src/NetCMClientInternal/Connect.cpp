@@ -1,0 +1,66 @@
+#include "client/CM/src/NetCMClientInternal/Connect.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+
+#include "client/CM/src/NetCMClientInternal/Descriptor.h"
+#include "client/CM/src/NetCMPrivate.h"
+#include "common/Wire.h"
+
+namespace quorvel {
+namespace {
+
+constexpr char kServerLostEvent[] = "Sync.Noti.CMServer";
+
+// False when the platform's library cannot be opened.
+bool publish_loss() {
+    if (EvtSysEventHandleExist(nullptr) == 0) {
+        void* handle = nullptr;
+        if (EvtSysLibraryOpen(&handle) != 0) {
+            QV_TRACE(3, "Error EvtSysLibraryOpen()\n");
+            return false;
+        }
+        QV_TRACE(0, "EvtSysLibraryOpen success!!!!!!!!!\n");
+    }
+    const int result = EvtSysEventPublish(nullptr, kServerLostEvent);
+    QV_TRACE(0, "EvtSysEventPublish success!!!!!!!!!\n");
+    if (result == 0)
+        QV_TRACE(2, "Published [Sync.Noti.CMServer]");
+    else
+        QV_TRACE(2, "Failed to publish [Sync.Noti.CMServer] with error code [%d]\n", result);
+    return true;
+}
+
+void sleep_a_second() {
+    for (unsigned left = 1; left > 0;)
+        left = sleep(left);
+}
+
+}  // namespace
+
+int create_socket() {
+    return at_least(kLowestDescriptor, socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+}
+
+bool connect_to_server(int fd) {
+    sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = {}};
+    strcpy(address.sun_path, wire::kServerPath);
+    // The length leaves the path's terminating zero out.
+    constexpr socklen_t length = offsetof(sockaddr_un, sun_path) + sizeof wire::kServerPath - 1;
+    return connect(fd, reinterpret_cast<const sockaddr*>(&address), length) == 0;
+}
+
+void give_up_connecting(int fd) {
+    // Without a pause, and the socket stays open: integrators look for it in this state.
+    if (!publish_loss())
+        return;
+    close(fd);
+    sleep_a_second();
+}
+
+}  // namespace quorvel
