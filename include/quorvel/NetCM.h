@@ -9,9 +9,10 @@
  *  3. What blocks. A request waits for the server's answer, at most 60 seconds (10 seconds for a block behind an
  *     answer). Requests of a process are served one after another. When the link to the server is found broken,
  *     a request repairs it first; with no server there this takes about three seconds and gives
- *     NETCM_ERR_REREGISTER_FAILED.
+ *     NETCM_ERR_REREGISTER_FAILED. A wait is not resumed after a signal handler of the application has interrupted
+ *     it: the request fails with NETCM_ERR_FAILURE. Handle signals on a thread that makes no requests.
  *  4. Callbacks run on the library's receiver thread or on a short-lived thread of the library, never on the
- *     thread that asked, one at a time, with NetCMAppMutex held. A callback that blocks holds up every request
+ *     thread that asked, with NetCMAppMutex held, and so one at a time (rule 7 has the exception). A callback that blocks holds up every request
  *     and every event of the process. It may call any function of the library. Deregistering the last thread
  *     from a callback is allowed: the receiver ends as soon as the callback has returned.
  *     The library's threads inherit the signal mask of the thread that starts them.
@@ -19,8 +20,9 @@
  *     callback: copy what is needed. Arguments belong to the caller and are not kept, except the callback itself.
  *  6. fork. The child of a process that is registered has no receiver thread, and shares both sockets with its
  *     parent: it must not call the library before it has called one of the exec functions.
- *  7. When the server dies, every connection that was open ends with a NETCM_EVENT_STOP_IND with Result 2. Threads
- *     stay registered; the next request registers the process with the server again.
+ *  7. When the server dies, every connection that was open ends with a NETCM_EVENT_STOP_IND with Result 2, delivered
+ *     without NetCMAppMutex, since a request may hold it that waits for the dead server. Threads stay registered;
+ *     the next request registers the process with the server again.
  *  8. A server that has closed its end never kills the process: no SIGPIPE leaves the library. Every descriptor
  *     that the library opens is close-on-exec and above 2.
  */
