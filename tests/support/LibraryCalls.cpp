@@ -40,6 +40,7 @@ struct Shared {
     std::mutex mutex;
     std::array<std::function<void()>, static_cast<size_t>(Call::kCount)> hooks;
     std::vector<unsigned> sleeps;
+    std::vector<unsigned> connect_lengths;
 };
 
 // Never destroyed: threads of the library may outlive main.
@@ -124,6 +125,7 @@ void reset() {
     sleeps_are_skipped = false;
     const std::lock_guard lock(shared().mutex);
     shared().sleeps.clear();
+    shared().connect_lengths.clear();
 }
 
 void fail(Call call, size_t nth, int error, size_t times) {
@@ -153,6 +155,11 @@ void answer_next_poll(short events) {
 
 void skip_sleeps() {
     sleeps_are_skipped = true;
+}
+
+std::vector<unsigned> connect_lengths() {
+    const std::lock_guard lock(shared().mutex);
+    return shared().connect_lengths;
 }
 
 std::vector<unsigned> sleeps() {
@@ -234,6 +241,10 @@ QV_WRAPPER int socket(int domain, int type, int protocol) noexcept {
 }
 
 QV_WRAPPER int connect(int fd, const sockaddr* address, socklen_t length) {
+    if (quorvel::test::calls::is_library_code(QV_CALLER)) {
+        const std::lock_guard lock(quorvel::test::shared().mutex);
+        quorvel::test::shared().connect_lengths.push_back(length);
+    }
     return fails(Call::Connect, QV_CALLER, ECONNREFUSED) ? -1 : QV_REAL(connect)(fd, address, length);
 }
 

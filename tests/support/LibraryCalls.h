@@ -54,6 +54,9 @@ void before(Call call, std::function<void()> hook, size_t nth = 1);
 // when there are none.
 void answer_next_poll(short events);
 
+// The address lengths that the library has passed to connect.
+std::vector<unsigned> connect_lengths();
+
 // Sleeps of the library take no time from now on, and are kept, in seconds.
 void skip_sleeps();
 std::vector<unsigned> sleeps();
