@@ -1,0 +1,99 @@
+// A client that speaks the protocol itself, byte by byte, so that it can speak it wrongly too.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/Wire.h"
+#include "quorvel/NetPM.h"
+
+namespace quorvel::test {
+
+// One connection to the server. Reading what does not come within a time that no sound run needs throws.
+class RawSocket {
+  public:
+    RawSocket();
+    ~RawSocket();
+    RawSocket(RawSocket&& other) noexcept;
+    RawSocket& operator=(RawSocket&&) = delete;
+
+    void send(std::string_view bytes);
+    void send(const wire::RequestHeader& header, std::string_view payload = {});
+    wire::Record record() { return block<wire::Record>(); }
+    std::string bytes(size_t size);
+    template <class T>
+    T block() {
+        T result;
+        const std::string read = bytes(sizeof(result));
+        read.copy(reinterpret_cast<char*>(&result), sizeof(result));
+        return result;
+    }
+    // Waits until the server has closed; false when it sends something instead.
+    bool closed();
+    // Whether nothing has arrived, as far as the server has got by now.
+    bool silent();
+    int fd() const { return fd_; }
+
+  private:
+    int fd_;
+};
+
+// The words of a request that differ between commands.
+struct Arguments {
+    uint32_t Param = 0;
+    uint32_t Arg3 = 0;
+    uint32_t Arg4 = 0;
+};
+
+// A registered client with both sockets.
+class RawClient {
+  public:
+    explicit RawClient(uint32_t application = 0);
+
+    uint32_t id() const { return id_; }
+    RawSocket& sync() { return sync_; }
+    RawSocket& async() { return async_; }
+
+    // Sends a request and gives the answer of the sync socket.
+    wire::Record ask(uint32_t command, const Arguments& arguments = {}, std::string_view payload = {});
+    void tell(uint32_t command, const Arguments& arguments = {}, std::string_view payload = {});
+
+    // Opens a profile, and gives its call once the connection is up; throws when it does not come up.
+    uint32_t open(int32_t profile, wire::ConnectionBlock* block = nullptr);
+    wire::Record start(int32_t profile);
+    // Sends a stop request and gives the response.
+    wire::Record stop(uint32_t call, int32_t profile);
+
+  private:
+    RawSocket sync_;
+    RawSocket async_;
+    uint32_t id_;
+};
+
+// An answer of the profile manager, in its own words.
+struct PmAnswer {
+    uint32_t code;
+    int32_t profile;
+    uint32_t error;
+    uint32_t value;
+    std::string data;
+};
+PmAnswer ask_pm(RawClient& client, uint32_t command, int32_t profile = 0, std::string_view data = {},
+                uint32_t arg = 0, uint32_t arg2 = 0);
+
+// A profile as it travels, 972 bytes; and one that the server takes.
+std::string slot(const NetPMProfile& profile);
+NetPMProfile pdp_profile(const std::string& name, const std::string& apn);
+NetPMProfile wlan_profile(const std::string& name, const std::string& essid);
+
+// Copies text into a field.
+template <size_t Size>
+void put(char (&field)[Size], std::string_view text) {
+    field[text.copy(field, Size - 1)] = '\0';
+}
+
+std::string dotted(const NetCMAddr& address);
+
+}  // namespace quorvel::test

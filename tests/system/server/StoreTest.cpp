@@ -1,0 +1,388 @@
+// The stored profiles and the bindings of applications.
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <cstring>
+#include <fstream>
+#include <random>
+
+#include "server/RawClient.h"
+#include "support/CmServer.h"
+
+namespace quorvel::test {
+namespace {
+
+const std::vector<std::string> kFile{"--db", "/tmp/store.db"};
+
+NetPMProfile profile_in(const PmAnswer& answer) {
+    NetPMProfile profile{};
+    EXPECT_EQ(answer.data.size(), 972u);
+    answer.data.copy(reinterpret_cast<char*>(&profile), sizeof(profile));
+    return profile;
+}
+
+NetPMProfileIdList ids_in(const PmAnswer& answer) {
+    NetPMProfileIdList list{};
+    EXPECT_EQ(answer.data.size(), sizeof(list));
+    answer.data.copy(reinterpret_cast<char*>(&list), sizeof(list));
+    return list;
+}
+
+std::string field(std::string text, size_t size) {
+    text.resize(size);
+    return text;
+}
+
+class ServerStore : public ::testing::Test {
+  public:
+    int32_t add(const NetPMProfile& profile) {
+        const PmAnswer answer = ask_pm(client, 1, -1, slot(profile));
+        EXPECT_EQ(answer.code, 101u);
+        EXPECT_EQ(answer.error, 0u);
+        return answer.profile;
+    }
+    uint32_t refusal_of(const NetPMProfile& profile) { return ask_pm(client, 1, -1, slot(profile)).error; }
+    void expect_kept(NetPMProfile profile) {
+        profile.ProfileId = add(profile);
+        EXPECT_EQ(ask_pm(client, 4, profile.ProfileId).data, slot(profile));
+    }
+
+    CmServer server;
+    RawClient client;
+};
+
+TEST_F(ServerStore, gives_a_packet_data_profile_back_byte_for_byte) {
+    NetPMProfile profile = pdp_profile("full", "internet");
+    NetPMPdpProfInfo& pdp = profile.PdpProfInfo;
+    profile.ProfileAttr = 0xF0000001U;
+    put(pdp.ProxyAddr, "10.1.0.255:80");
+    pdp.PrimaryPdpProfileId = -3;
+    pdp.BStaticDnsAddr = 1;
+    pdp.DnsAddr[1].Ipv4 = 0x01020304;
+    pdp.QosInfo.Qos.QosUmts.TrafficClass = 7;
+    put(pdp.AuthInfo.Password, "it's \"quoted\"; --");
+    put(pdp.HomeURL, std::string(513, 'u'));
+    pdp.lingerTime = -1;
+    expect_kept(profile);
+}
+
+TEST_F(ServerStore, gives_bytes_back_that_no_field_names) {
+    NetPMProfile profile = pdp_profile("opaque", "internet");
+    profile.Opaque = 0xAABBCCDDU;
+    std::memset(profile.PdpProfInfo.Opaque, 0x5A, sizeof(profile.PdpProfInfo.Opaque));
+    std::memset(profile.PdpProfInfo.QosInfo.Qos.QosUmts.Opaque, 0xA5, 44);
+    std::memset(profile.PdpProfInfo.IpAddr.Opaque, 0x11, 12);
+    std::memcpy(profile.PdpProfInfo.Apn + 50, "behind", 6);
+    expect_kept(profile);
+}
+
+class ServerStoreSecurity : public ServerStore, public ::testing::WithParamInterface<int32_t> {};
+INSTANTIATE_TEST_SUITE_P(Mode, ServerStoreSecurity, ::testing::Range(1, 10));
+
+TEST_P(ServerStoreSecurity, gives_a_wifi_profile_back_byte_for_byte) {
+    NetPMProfile profile = wlan_profile("wireless", "home");
+    NetPMWlanProfInfo& wlan = profile.WlanProfInfo;
+    std::minstd_rand random(static_cast<unsigned>(GetParam()));
+    for (uint8_t& byte : wlan.security.form.Opaque)
+        byte = static_cast<uint8_t>('a' + random() % 26);
+    wlan.security.sec_mode = GetParam();
+    wlan.security.encrypt_mode = 3;
+    switch (GetParam()) {
+        case 2:
+        case 3:
+            for (auto& key : wlan.security.form.wep.wepKey)
+                put(key, "wep key");
+            wlan.security.form.wep.wepKeyIndex = 3;
+            break;
+        case 4:
+        case 6:
+        case 8:
+            put(wlan.security.form.psk.pskKey, "a passphrase");
+            break;
+        case 5:
+        case 7:
+        case 9:
+            put(wlan.security.form.eap.username, "someone");
+            put(wlan.security.form.eap.password, "secret");
+            put(wlan.security.form.eap.ca_cert_filename, "ca.pem");
+            put(wlan.security.form.eap.client_cert_filename, "client.pem");
+            put(wlan.security.form.eap.private_key_filename, "key.pem");
+            put(wlan.security.form.eap.private_key_passwd, "pass");
+            break;
+        default:
+            break;
+    }
+    put(wlan.net_info.ifname, "wlan0");
+    wlan.net_info.dns_addr[0].Ipv4 = 0x04030201;
+    expect_kept(profile);
+}
+
+TEST_F(ServerStore, changes_and_deletes_a_profile) {
+    NetPMProfile profile = pdp_profile("before", "internet");
+    const int32_t id = add(profile);
+    put(profile.ProfileName, "after");
+    EXPECT_EQ(ask_pm(client, 2, id, slot(profile)).error, 0u);
+    EXPECT_STREQ(profile_in(ask_pm(client, 4, id)).ProfileName, "after");
+    EXPECT_EQ(ask_pm(client, 3, id).error, 0u);
+    EXPECT_EQ(ask_pm(client, 4, id).error, 103u);
+    EXPECT_EQ(ask_pm(client, 3, id).error, 103u);
+    EXPECT_EQ(ask_pm(client, 2, id, slot(profile)).error, 103u);
+}
+
+TEST_F(ServerStore, opens_connections_from_stored_profiles) {
+    const int32_t id = add(pdp_profile("stored", "anywhere"));
+    EXPECT_EQ(ask_pm(client, 5, id).value, 0u);
+    client.open(id);
+    EXPECT_EQ(ask_pm(client, 5, id).value, 2u);
+    EXPECT_EQ(ask_pm(client, 3, id).error, 105u);
+}
+
+TEST_F(ServerStore, refuses_impossible_records_by_name) {
+    NetPMProfile profile = pdp_profile("name", "apn");
+    profile.ProfileType = 2;
+    EXPECT_EQ(refusal_of(profile), 106u);
+    EXPECT_EQ(refusal_of(pdp_profile("", "apn")), 107u);
+    profile = pdp_profile("name", "apn");
+    std::memset(profile.ProfileName, 'x', sizeof(profile.ProfileName));
+    EXPECT_EQ(refusal_of(profile), 108u);
+    profile = pdp_profile("name", "apn");
+    std::memset(profile.PdpProfInfo.Apn, 'x', sizeof(profile.PdpProfInfo.Apn));
+    EXPECT_EQ(refusal_of(profile), 108u);
+    profile = pdp_profile("name", "apn");
+    profile.PdpProfInfo.AppProtoType = 3;
+    EXPECT_EQ(refusal_of(profile), 109u);
+    EXPECT_EQ(refusal_of(wlan_profile("name", "")), 110u);
+    profile = wlan_profile("name", "essid");
+    profile.WlanProfInfo.security.sec_mode = 10;
+    EXPECT_EQ(refusal_of(profile), 111u);
+    profile.WlanProfInfo.security.sec_mode = 2;
+    profile.WlanProfInfo.security.form.wep.wepKeyIndex = 4;
+    EXPECT_EQ(refusal_of(profile), 112u);
+    EXPECT_EQ(ask_pm(client, 1, -1, "short").error, 101u);
+    EXPECT_EQ(ask_pm(client, 1, -1).error, 101u);
+    EXPECT_EQ(ask_pm(client, 9).error, 102u);
+    EXPECT_EQ(ask_pm(client, 9).code, 109u);
+    server.program().wait_for_err("PM_ERR_BAD_KEY_INDEX (112)");
+    EXPECT_EQ(ids_in(ask_pm(client, 10, 0, {}, 2, 20)).Count, 1);
+}
+
+TEST_F(ServerStore, keeps_a_default_for_each_kind) {
+    const int32_t pdp = add(pdp_profile("second", "apn"));
+    const int32_t wlan = add(wlan_profile("wireless", "home"));
+    EXPECT_EQ(ask_pm(client, 7).profile, 1);
+    EXPECT_EQ(ask_pm(client, 8, pdp).error, 0u);
+    EXPECT_EQ(ask_pm(client, 8, wlan).error, 0u);
+    EXPECT_EQ(ask_pm(client, 7).profile, pdp);
+    EXPECT_STREQ(profile_in(ask_pm(client, 6)).ProfileName, "second");
+    EXPECT_EQ(client.ask(wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ).Word2, static_cast<uint32_t>(pdp));
+    ask_pm(client, 3, pdp);
+    EXPECT_EQ(ask_pm(client, 7).profile, wlan);
+    ask_pm(client, 3, wlan);
+    EXPECT_EQ(ask_pm(client, 7).error, 104u);
+    EXPECT_EQ(ask_pm(client, 6).error, 104u);
+    EXPECT_EQ(ask_pm(client, 8, 99).error, 103u);
+    EXPECT_EQ(client.ask(wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ).Status, NETCM_ERR_INVALID_PROFILE);
+}
+
+TEST_F(ServerStore, lists_and_finds_profiles) {
+    const int32_t pdp = add(pdp_profile("second", "internet"));
+    const int32_t wlan = add(wlan_profile("wireless", "home"));
+    EXPECT_EQ(ids_in(ask_pm(client, 10, 0, {}, 0, 20)).Count, 2);
+    const auto wifi = ids_in(ask_pm(client, 10, 0, {}, 1, 20));
+    EXPECT_EQ(wifi.Count, 1);
+    EXPECT_EQ(wifi.ProfileId[0], wlan);
+    EXPECT_EQ(ids_in(ask_pm(client, 10, 0, {}, 2, 20)).Count, 3);
+    EXPECT_EQ(ids_in(ask_pm(client, 10, 0, {}, 2, 2)).Count, 2);
+    EXPECT_EQ(ask_pm(client, 10, 0, {}, 3, 20).error, 106u);
+    EXPECT_EQ(ids_in(ask_pm(client, 16, 0, field("internet", 100))).ProfileId[0], pdp);
+    EXPECT_EQ(ids_in(ask_pm(client, 17, 0, field("home", 32), 1)).ProfileId[0], wlan);
+    EXPECT_EQ(ids_in(ask_pm(client, 17, 0, field("nothing", 100), 0)).Count, 0);
+    EXPECT_EQ(ask_pm(client, 17, 0, field("home", 100), 1).error, 101u);
+    const PmAnswer partial = ask_pm(client, 15, 0, {}, 1);
+    ASSERT_EQ(partial.data.size(), sizeof(NetPMPartialProfile));
+    EXPECT_EQ(partial.profile, 1);
+    NetPMPartialProfile entry{};
+    partial.data.copy(reinterpret_cast<char*>(&entry), sizeof(entry));
+    EXPECT_STREQ(entry.NetworkName, "home");
+}
+
+TEST_F(ServerStore, lists_at_most_what_a_block_holds) {
+    for (int i = 0; i < 25; ++i)
+        add(pdp_profile("profile " + std::to_string(i), "apn"));
+    EXPECT_EQ(ids_in(ask_pm(client, 10, 0, {}, 0, 1000)).Count, 20);
+    EXPECT_EQ(ids_in(ask_pm(client, 16, 0, field("apn", 100))).Count, 20);
+    EXPECT_EQ(ask_pm(client, 15, 0, {}, 0).data.size(), 20 * sizeof(NetPMPartialProfile));
+}
+
+TEST_F(ServerStore, restores_the_factory_s_profiles) {
+    NetPMProfile changed = profile_in(ask_pm(client, 4, 1));
+    put(changed.ProfileName, "changed");
+    ask_pm(client, 2, 1, slot(changed));
+    const int32_t added = add(pdp_profile("added", "apn"));
+    ask_pm(client, 8, added);
+    EXPECT_EQ(ask_pm(client, 13).error, 0u);
+    EXPECT_STREQ(profile_in(ask_pm(client, 4, 1)).ProfileName, "local");
+    EXPECT_EQ(ask_pm(client, 4, added).error, 103u);
+    EXPECT_EQ(ask_pm(client, 7).profile, 1);
+}
+
+TEST_F(ServerStore, tells_the_attributes_of_a_profile) {
+    NetPMProfile profile = pdp_profile("name", "apn");
+    profile.ProfileAttr = 0x80000002U;
+    EXPECT_EQ(ask_pm(client, 14, add(profile)).value, 0x80000002U);
+    EXPECT_EQ(ask_pm(client, 14, 99).error, 103u);
+    EXPECT_EQ(ask_pm(client, 5, 99).error, 103u);
+}
+
+TEST(ServerStoreFile, survives_a_restart_and_is_the_owner_s_alone) {
+    int32_t id = 0;
+    {
+        CmServer server("", kFile);
+        RawClient client;
+        id = ask_pm(client, 1, -1, slot(pdp_profile("kept", "apn"))).profile;
+        ask_pm(client, 8, id);
+        EXPECT_EQ(server.stop().status, 0);
+    }
+    struct stat found {};
+    ASSERT_EQ(stat("/tmp/store.db", &found), 0);
+    EXPECT_EQ(found.st_mode & 0777, 0600u);
+    CmServer server("", kFile);
+    RawClient client;
+    EXPECT_EQ(ask_pm(client, 7).profile, id);
+    EXPECT_STREQ(profile_in(ask_pm(client, 4, id)).ProfileName, "kept");
+}
+
+TEST(ServerStoreFile, of_a_killed_server_has_everything_that_was_acknowledged) {
+    std::vector<int32_t> acknowledged;
+    {
+        CmServer server("", kFile);
+        RawClient client;
+        for (int i = 0; i < 200; ++i) {
+            const PmAnswer answer = ask_pm(client, 1, -1, slot(pdp_profile("p" + std::to_string(i), "apn")));
+            acknowledged.push_back(answer.profile);
+            // More adds are under way when the server dies.
+            if (i == 100) {
+                const std::array<uint32_t, 5> words{1, UINT32_MAX, 0, 972, 0};
+                std::string payload(reinterpret_cast<const char*>(words.data()), sizeof(words));
+                payload += slot(pdp_profile("late", "apn"));
+                for (int j = 0; j < 20; ++j)
+                    client.sync().send({wire::NETPM_PROFILE_REQ, 0, client.id(), 0, 0, 0}, payload);
+                server.program().send_signal(SIGKILL);
+                server.program().wait();
+                break;
+            }
+        }
+    }
+    CmServer server("", kFile);
+    RawClient client;
+    for (size_t i = 0; i < acknowledged.size(); ++i)
+        EXPECT_STREQ(profile_in(ask_pm(client, 4, acknowledged[i])).ProfileName,
+                     ("p" + std::to_string(i)).c_str());
+}
+
+TEST(ServerStoreFile, of_a_newer_server_is_refused) {
+    ASSERT_EQ(CmServer("", kFile).stop().status, 0);
+    // Where SQLite keeps the number that says which schema a file has.
+    std::fstream file("/tmp/store.db", std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(60);
+    file.write("\0\0\0\x63", 4);
+    file.close();
+    const Ended ended = run({CM_SERVER_PATH, "--db", "/tmp/store.db"});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_NE(ended.err.find("the store has version 99, this server knows up to"), std::string::npos);
+}
+
+TEST(ServerStoreFile, that_cannot_be_made_is_told) {
+    const Ended ended = run({CM_SERVER_PATH, "--db", "/tmp/absent/store.db"});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_NE(ended.err.find("/tmp/absent/store.db: unable to open"), std::string::npos);
+}
+
+// An App-Profile message: the payload of the request, and words 1 to 9 of the answer.
+struct AppMessage {
+    uint32_t opaque = 0;
+    uint32_t command = 0;
+    uint32_t result = 0;
+    uint32_t id = 0;
+    uint32_t param = 0;
+    uint32_t profile = 0;
+    std::array<uint32_t, 2> interfaces{};
+    uint16_t with_profile = 0;
+    uint16_t with_interfaces = 0;
+};
+
+class ServerApplications : public ServerStore {
+  public:
+    void send(AppMessage message) {
+        client.sync().send({wire::NETPM_APPPROF_REQ, 0, client.id(), 0, 0, 0},
+                           {reinterpret_cast<const char*>(&message), sizeof(message)});
+    }
+    AppMessage ask(const AppMessage& message) {
+        send(message);
+        const wire::Record record = client.sync().record();
+        EXPECT_EQ(record.Code, wire::NETCM_CLIENT_PROPER_PROFILE_RSP);
+        AppMessage answer;
+        std::memcpy(static_cast<void*>(&answer), &record.Word1, sizeof(answer));
+        EXPECT_EQ(answer.command, message.command + 100);
+        return answer;
+    }
+};
+
+TEST_F(ServerApplications, are_added_once_known_and_deleted_once) {
+    EXPECT_EQ(ask({.command = 3, .id = 7}).id, 0u);
+    EXPECT_EQ(ask({.command = 1, .id = 7}).result, 0u);
+    EXPECT_EQ(ask({.command = 1, .id = 7}).result, 114u);
+    EXPECT_EQ(ask({.command = 3, .id = 7}).id, 1u);
+    EXPECT_EQ(ask({.command = 2, .id = 7}).result, 0u);
+    EXPECT_EQ(ask({.command = 2, .id = 7}).result, 113u);
+    EXPECT_EQ(ask({.command = 4, .id = 7}).result, 113u);
+    EXPECT_EQ(ask({.command = 6}).result, 102u);
+}
+
+TEST_F(ServerApplications, keep_their_binding) {
+    ask({.command = 1, .id = 7});
+    const AppMessage bound = ask({.command = 5, .id = 7, .param = 7, .profile = 1, .with_profile = 1});
+    EXPECT_EQ(bound.profile, 1u);
+    ask({.command = 5, .id = 7, .interfaces = {2, 1}, .with_interfaces = 1});
+    const AppMessage kept = ask({.command = 4, .id = 7});
+    EXPECT_EQ(kept.profile, 1u);
+    EXPECT_EQ(kept.interfaces[0], 2u);
+    EXPECT_EQ(kept.interfaces[1], 1u);
+    EXPECT_EQ(ask({.command = 5, .id = 7, .profile = 99, .with_profile = 1}).result, 103u);
+    EXPECT_EQ(ask({.command = 5, .id = 7, .interfaces = {3, 0}, .with_interfaces = 1}).result, 115u);
+    EXPECT_EQ(ask({.command = 5, .id = 8}).result, 113u);
+}
+
+TEST_F(ServerApplications, are_given_the_proper_profile) {
+    const int32_t own = add(pdp_profile("own", "apn"));
+    const int32_t wlan = add(wlan_profile("wireless", "home"));
+    ask_pm(client, 8, wlan);
+    const auto proper = [&] { return ask({.command = 8, .id = 7}).id; };
+    EXPECT_EQ(proper(), 1u);
+    ask({.command = 1, .id = 7});
+    ask({.command = 5, .id = 7, .interfaces = {2, 0}, .with_interfaces = 1});
+    EXPECT_EQ(proper(), static_cast<uint32_t>(wlan));
+    ask({.command = 5, .id = 7, .profile = static_cast<uint32_t>(own), .with_profile = 1});
+    EXPECT_EQ(proper(), static_cast<uint32_t>(own));
+    ask_pm(client, 3, own);
+    EXPECT_EQ(proper(), static_cast<uint32_t>(wlan));
+}
+
+TEST_F(ServerApplications, are_told_the_proper_profile_by_an_event) {
+    send({.command = 9, .id = 7});
+    const wire::Record event = client.async().record();
+    EXPECT_EQ(event.Code, wire::NETCM_CLIENT_PROPER_PROFILE_RSP);
+    EXPECT_EQ(event.Word5, 7u);
+    EXPECT_EQ(event.Word6, 1u);
+    EXPECT_EQ(event.Status, 0u);
+    EXPECT_TRUE(client.sync().silent());
+}
+
+TEST_F(ServerApplications, share_one_payment_setting) {
+    EXPECT_EQ(ask({.command = 10, .id = UINT32_MAX, .param = 8, .profile = 1}).result, 0u);
+    EXPECT_EQ(ask({.command = 10, .id = UINT32_MAX, .param = 7, .profile = 1}).result, 116u);
+}
+
+}  // namespace
+}  // namespace quorvel::test
