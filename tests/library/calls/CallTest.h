@@ -1,6 +1,9 @@
 // An application in the middle of its calls, and what it must see of them.
 #pragma once
 
+#include <cerrno>
+#include <ostream>
+#include <utility>
 #include <vector>
 
 #include "common/Trace.h"
@@ -18,6 +21,26 @@ struct Traced {
     std::string text;
     const char* unit = kIntf;
 };
+
+// An event, as far as every event has it.
+struct Told {
+    int user;
+    uint32_t type;
+    int32_t profile;
+    int32_t result;
+    bool operator==(const Told&) const = default;
+    friend std::ostream& operator<<(std::ostream& out, const Told& told) {
+        return out << "user " << told.user << ": type " << told.type << ", profile " << told.profile
+                   << ", result " << told.result;
+    }
+};
+
+inline std::vector<Told> told() {
+    std::vector<Told> result;
+    for (const Event& event : events::all())
+        result.push_back({event.user, event.type, event.profile, event.result});
+    return result;
+}
 
 // Whether these lines were traced in this order, with anything between them, each at its level and under its
 // unit.
@@ -71,16 +94,56 @@ class CallTest : public ClientTest {
         return trace::find(trace::text("Unknown command %d \n", static_cast<int>(last_marker_))).thread;
     }
 
-    // A joins a call that is up and has got its answer.
+    // Whether every event so far came on the receiver, with the mutex held.
+    void expect_all_on_receiver() {
+        const int32_t receiver = receiver_tid();
+        for (const Event& event : events::all()) {
+            EXPECT_EQ(event.thread, receiver);
+            EXPECT_TRUE(event.mutex_was_held);
+        }
+    }
+
+    // From now on every callback asks from another thread whether the mutex is held.
+    void watch_mutex() {
+        events::during([](const Event&) {
+            std::thread([] { EXPECT_EQ(pthread_mutex_trylock(&NetCMAppMutex), EBUSY); }).join();
+        });
+    }
+
+    // Joins a call that is up, and waits for the answer.
     void join(User& who, int32_t profile) {
         const size_t before = events::of(who.number()).size();
         EXPECT_EQ(who.open(profile), NETCM_SUCCESS);
         EXPECT_TRUE(events::wait_for_user(who.number(), before + 1));
     }
 
+    // Nobody uses any call any more, without any server or callback hearing of it.
+    void forget_calls() {
+        with_table([](NetCMClientAppInfo&) {
+            for (int32_t index = 0; index < NETCM_MAX_CALLS; ++index)
+                NetCMClientCleanCallInfo(index);
+            return 0;
+        });
+    }
+
     void break_link() {
         server.close_async();
         EXPECT_TRUE(wait_until_link_is_broken());
+    }
+
+    // Puts a thread index and its profiles into an entry of a call, as if they had been opened.
+    void set_entry(int32_t call_index, int entry, int32_t thread_index,
+                   const std::vector<int32_t>& profiles) {
+        with_table([&](NetCMClientAppInfo& table) {
+            NetCMThreadProf& place = table.CallInfo[call_index].ThreadProf[entry];
+            place.ThreadIndex = thread_index;
+            std::fill(std::begin(place.ProfileId), std::end(place.ProfileId), -1);
+            std::copy(profiles.begin(), profiles.end(), place.ProfileId);
+            return 0;
+        });
+    }
+    void set_call_state(int32_t call_index, uint32_t state) {
+        with_table([=](NetCMClientAppInfo& table) { return table.CallInfo[call_index].CallState = state; });
     }
 
     void set_last_error(int32_t value) {
