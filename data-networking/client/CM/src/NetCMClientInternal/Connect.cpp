@@ -8,8 +8,8 @@
 #include <cstddef>
 #include <cstring>
 
-#include "client/CM/src/NetCMClientInternal/Descriptor.h"
 #include "client/CM/src/NetCMPrivate.h"
+#include "common/Descriptor.h"
 #include "common/Wire.h"
 
 namespace quorvel {

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
-#include "client/CM/src/NetCMClientInternal/Descriptor.h"
 #include "client/CM/src/NetCMClientInternal/WriteOnce.h"
 #include "client/CM/src/NetCMIntf/Table.h"
 #include "client/CM/src/NetCMPrivate.h"
+#include "common/Descriptor.h"
 
 extern "C" {
 int pipe_fds[2] = {quorvel::kNoDescriptor, quorvel::kNoDescriptor};
