@@ -201,6 +201,10 @@ QV_WRAPPER void* realloc(void* block, size_t size) noexcept {
     return fails(Call::Malloc, QV_CALLER, ENOMEM) ? nullptr : QV_REAL(realloc)(block, size);
 }
 
+QV_WRAPPER char* strdup(const char* text) noexcept {
+    return fails(Call::Malloc, QV_CALLER, ENOMEM) ? nullptr : QV_REAL(strdup)(text);
+}
+
 QV_WRAPPER int vasprintf(char** text, const char* format, va_list values) noexcept {
     return fails(Call::Format, QV_CALLER, ENOMEM) ? -1 : QV_REAL(vasprintf)(text, format, values);
 }

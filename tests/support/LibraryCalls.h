@@ -12,7 +12,7 @@
 namespace quorvel::test {
 
 enum class Call {
-    Malloc,  // and calloc, and realloc: whatever allocates
+    Malloc,  // and calloc, realloc, strdup: whatever allocates
     ThreadCreate,
     ThreadJoin,
     MutexLock,
