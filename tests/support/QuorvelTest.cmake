@@ -43,6 +43,7 @@ function(_quorvel_discover name filter timeout labels)
     TEST_LIST ${list}
     TEST_PREFIX "${name}/"
     TEST_FILTER "${filter}"
+    NO_PRETTY_VALUES
     DISCOVERY_MODE PRE_TEST
     DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT ${timeout})
