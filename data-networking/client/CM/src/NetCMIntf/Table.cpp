@@ -125,7 +125,7 @@ int32_t NetCMClientThreadProfGetFreeThreadEntry(int32_t call, int32_t* threadPro
 }
 
 int32_t NetCMClientThreadProfCheckFreeProfileEntry(int32_t call, int32_t threadProf) {
-    if (!holds(table().CallInfo[call].ThreadProf[threadProf], -1))
+    if (slot_of(table().CallInfo[call].ThreadProf[threadProf], -1) < 0)
         return 0;
     QV_TRACE(0, "Free profile entries are present. Thread-profile index [%d]\n", threadProf);
     return 1;
@@ -166,7 +166,7 @@ int32_t NetCMClientThreadProfDeleteProfileEntry(int32_t call, int32_t threadProf
 }
 
 int32_t NetCMClientThreadProfCheckProfile(int32_t call, int32_t threadProf, int32_t profile) {
-    if (!holds(table().CallInfo[call].ThreadProf[threadProf], profile)) {
+    if (slot_of(table().CallInfo[call].ThreadProf[threadProf], profile) < 0) {
         QV_TRACE(0, "Profile [%d] not found in the call list\n", profile);
         return 0;
     }

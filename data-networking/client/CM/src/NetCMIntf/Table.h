@@ -46,8 +46,9 @@ int32_t index_of(const NetCMCallInfo& call);
 int32_t slot_of(const NetCMThreadProf& entry, int32_t profile);
 int32_t entry_of(const NetCMCallInfo& call, int32_t thread_index);
 
+// Nobody holds the profile -1, which a server may name and which fills the empty slots.
 inline bool holds(const NetCMThreadProf& entry, int32_t profile) {
-    return slot_of(entry, profile) >= 0;
+    return profile != -1 && slot_of(entry, profile) >= 0;
 }
 inline bool in_use(const NetCMThreadProf& entry) {
     return load(entry.ThreadIndex) != -1;
