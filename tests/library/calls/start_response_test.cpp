@@ -46,6 +46,12 @@ TEST_F(StartResponse, a_profile_that_nobody_holds_still_brings_the_call_up) {
     EXPECT_EQ(call(0).IsActive, 1);
 }
 
+TEST_F(StartResponse, the_profile_minus_one_is_nobodys) {
+    opened();
+    ASSERT_TRUE(push_and_settle(start_response(0, -1), connection_block()));
+    EXPECT_EQ(events::count(), 0u);
+}
+
 TEST_F(StartResponse, its_steps_are_traced_in_order) {
     opened();
     ASSERT_TRUE(push_and_settle(start_response(0, 7), connection_block()));

@@ -98,6 +98,13 @@ TEST_F(StopResponse, a_profile_that_nobody_holds_tells_nobody_and_sweeps) {
     EXPECT_TRUE(is_free(0));
 }
 
+TEST_F(StopResponse, the_profile_minus_one_is_nobodys) {
+    closing();
+    ASSERT_TRUE(push_and_settle(stop_response(0, -1)));
+    EXPECT_EQ(events::count(), 0u);
+    EXPECT_EQ(call(0).ThreadProf[0].ProfileId[0], 7);
+}
+
 TEST_F(StopResponse, a_null_callback_is_skipped) {
     closing();
     with_table([](NetCMClientAppInfo& table) { return table.ThreadInfo[0].EventCbk = nullptr; });
