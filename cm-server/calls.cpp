@@ -54,7 +54,7 @@ std::optional<uint32_t> Calls::find(int32_t profile) const {
 
 uint32_t Calls::begin(uint32_t call, const Profile& profile) {
     calls_[call].state = Call::State::kStarting;
-    bearer_->connect(call, profile);
+    bearer_->connect(call, network_of(config_, profile));
     return call;
 }
 
@@ -181,6 +181,17 @@ void Calls::on_up(uint32_t id, const Addresses& addresses) {
               to_text(addresses.address));
     for (const Call::User& user : call.users)
         push_up(id, user);
+}
+
+// An operator may have suspended or resumed the call before the network does.
+void Calls::on_suspended(uint32_t id) {
+    if (calls_.at(id).state == Call::State::kUp)
+        suspend(id);
+}
+
+void Calls::on_resumed(uint32_t id) {
+    if (calls_.at(id).state == Call::State::kSuspended)
+        resume(id);
 }
 
 void Calls::on_refused(uint32_t id, Reason reason) {

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "bearer.h"
+#include "bearer/bearer.h"
+#include "bearer/statistics.h"
 #include "clients.h"
 #include "profile.h"
-#include "statistics.h"
 
 namespace quorvel::cm {
 
@@ -40,7 +40,8 @@ bool same_connection(const Profile& a, const Profile& b);
 
 class Calls : public BearerEvents {
   public:
-    Calls(Clients& clients, Statistics& statistics) : clients_(clients), statistics_(statistics) {}
+    Calls(const Config& config, Clients& clients, Statistics& statistics)
+        : config_(config), clients_(clients), statistics_(statistics) {}
     void use(Bearer& bearer) { bearer_ = &bearer; }
 
     const std::array<Call, kCallCount>& all() const { return calls_; }
@@ -70,6 +71,10 @@ class Calls : public BearerEvents {
 
     void on_up(uint32_t call, const Addresses& addresses) override;
     void on_refused(uint32_t call, Reason reason) override;
+    void on_suspended(uint32_t call) override;
+    void on_resumed(uint32_t call) override;
+    void on_changed(uint32_t call, const Addresses& addresses) override { change(call, addresses); }
+    void on_ended(uint32_t call, Reason reason) override { end(call, kStatusTransport, reason); }
 
   private:
     void push_up(uint32_t call, Call::User user);
@@ -78,6 +83,7 @@ class Calls : public BearerEvents {
     void release(uint32_t call);
     uint32_t begin(uint32_t call, const Profile& profile);
 
+    const Config& config_;
     Clients& clients_;
     Statistics& statistics_;
     Bearer* bearer_ = nullptr;

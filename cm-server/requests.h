@@ -1,12 +1,12 @@
 // What the server does with each request of a registered client.
 #pragma once
 
+#include "bearer/networks.h"
+#include "bearer/statistics.h"
 #include "calls.h"
 #include "clients.h"
-#include "networks.h"
 #include "protocol/request.h"
 #include "settings.h"
-#include "statistics.h"
 #include "store/store.h"
 
 namespace quorvel::cm {

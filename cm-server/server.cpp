@@ -24,10 +24,12 @@ Server::Server(const ServerOptions& options, Config config)
       base_(make_event_base()),
       path_(options.socket, kEveryUser),
       clients_(options.max_clients),
-      calls_(clients_, statistics_),
-      bearer_(base_.get(), config_, calls_),
+      calls_(config_, clients_, statistics_),
+      bearer_(base_.get(), config_.set_up_limit, calls_),
       store_(options.store, config_.profiles),
       networks_(config_, store_),
+      links_(base_.get(), [this] { links_changed(); }),
+      last_status_(networks_.indication().record),
       bury_(base_.get(), [this] { ended_.clear(); }),
       control_(base_.get(), control_path(options.socket),
                [this](const nlohmann::json& command) { return execute_command(services(), command); }),
@@ -51,6 +53,18 @@ void Server::run() {
 void Server::stop(const char* why) {
     log::info("ends on ", why);
     event_base_loopbreak(base_.get());
+}
+
+void Server::links_changed() {
+    bearer_.look_again();
+    const Message status = networks_.indication();
+    if (status.record.Word2 == last_status_.Word2 && status.record.CallId == last_status_.CallId)
+        return;
+    last_status_ = status.record;
+    log::info("network status: packet data ", to_text(static_cast<NetworkStatus>(status.record.Word2)),
+              ", Wi-Fi ", to_text(static_cast<NetworkStatus>(status.record.CallId)));
+    for (const auto& [id, client] : clients_.all())
+        clients_.push(id, status);
 }
 
 void Server::accept(evutil_socket_t fd) {

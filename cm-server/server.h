@@ -5,13 +5,14 @@
 #include <memory>
 #include <string>
 
+#include "bearer/bearers.h"
+#include "bearer/link_watch.h"
 #include "calls.h"
 #include "clients.h"
 #include "config/config.h"
 #include "connection.h"
 #include "control/control.h"
 #include "events.h"
-#include "link_bearer.h"
 #include "requests.h"
 #include "socket_path.h"
 #include "store/store.h"
@@ -40,6 +41,7 @@ class Server : private Connection::Handler {
     void attach_client(Connection& connection, const Request& request);
     void forget(uint32_t client);
     void stop(const char* why);
+    void links_changed();
     Services services() { return {clients_, calls_, store_, settings_, statistics_, networks_}; }
 
     void on_request(Connection& connection, const Request& request) override;
@@ -52,10 +54,12 @@ class Server : private Connection::Handler {
     Clients clients_;
     Statistics statistics_;
     Calls calls_;
-    LinkBearer bearer_;
+    Bearers bearer_;
     Store store_;
     Networks networks_;
     Settings settings_;
+    LinkWatch links_;
+    wire::Record last_status_;
     std::map<const Connection*, std::unique_ptr<Connection>> connections_;
     // A connection that has ended is still on the call stack; it goes when the loop comes round.
     std::vector<std::unique_ptr<Connection>> ended_;

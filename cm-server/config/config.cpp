@@ -1,6 +1,7 @@
 #include "config/config.h"
 
 #include <arpa/inet.h>
+#include <net/if.h>
 
 #include <algorithm>
 #include <fstream>
@@ -26,18 +27,35 @@ void read_profiles(ConfigTable& root, Config& config) {
     });
 }
 
-void read_networks(ConfigTable& root, Config& config) {
-    root.tables("network", [&](ConfigTable& table) {
-        Network network;
-        network.kind =
-            table.choice("kind", {"pdp", "wlan"}).value_or(0) == 0 ? NETCM_IFACE_PDP : NETCM_IFACE_WIFI;
-        network.access_point = table.text(network.kind == NETCM_IFACE_PDP ? "apn" : "essid").value_or("");
-        network.interface = table.text("interface").value_or("");
-        if (network.interface.empty())
-            table.fault("a network needs an interface");
-        network.dns = table.addresses("dns");
-        config.networks.push_back(network);
-    });
+std::optional<std::chrono::milliseconds> milliseconds(ConfigTable& table, const char* key) {
+    constexpr int64_t kHour = 3600 * 1000;
+    const auto number = table.number(key, 0, kHour);
+    return number ? std::optional(std::chrono::milliseconds(*number)) : std::nullopt;
+}
+
+Simulation read_simulation(ConfigTable& table) {
+    Simulation simulation;
+    simulation.delay = milliseconds(table, "delay").value_or(simulation.delay);
+    simulation.refusal = static_cast<Reason>(table.number("refusal", 0, UINT32_MAX).value_or(0));
+    simulation.lost_after = milliseconds(table, "lost-after");
+    constexpr uint32_t kExample = 0xC0000201;  // 192.0.2.1
+    simulation.address = table.address("address").value_or(in_addr{htonl(kExample)});
+    return simulation;
+}
+
+Network read_network(ConfigTable& table) {
+    Network network;
+    const bool pdp = table.choice("kind", {"pdp", "wlan"}).value_or(0) == 0;
+    network.kind = pdp ? NETCM_IFACE_PDP : NETCM_IFACE_WIFI;
+    network.access_point = table.text(pdp ? "apn" : "essid").value_or("");
+    network.dns = table.addresses("dns");
+    const bool simulated = table.choice("bearer", {"link", "simulated"}).value_or(0) == 1;
+    network.interface = table.text("interface", IFNAMSIZ - 1).value_or(simulated ? "simulated0" : "");
+    if (simulated)
+        network.simulation = read_simulation(table);
+    else if (network.interface.empty())
+        table.fault("a network needs an interface");
+    return network;
 }
 
 toml::table parse(const std::string& path) {
@@ -65,7 +83,7 @@ Config built_in_config() {
     put_text(record.PdpProfInfo.Apn, "local");
     record.PdpProfInfo.AppProtoType = 1;
     config.profiles.push_back(profile);
-    config.networks.push_back({NETCM_IFACE_PDP, "", "lo", {}});
+    config.networks.push_back({NETCM_IFACE_PDP, "", "lo", {}, {}});
     return config;
 }
 
@@ -75,7 +93,8 @@ Config read_config(const std::string& path) {
     ConfigTable table(root, faults);
     Config config;
     config.dns = table.addresses("dns");
-    read_networks(table, config);
+    config.set_up_limit = milliseconds(table, "set-up-limit").value_or(config.set_up_limit);
+    table.tables("network", [&](ConfigTable& entry) { config.networks.push_back(read_network(entry)); });
     read_profiles(table, config);
     table.finish();
     faults.raise();
@@ -95,8 +114,10 @@ Network network_of(const Config& config, const Profile& profile) {
     };
     if (const auto found = std::ranges::find_if(config.networks, fits); found != config.networks.end())
         result = *found;
-    if (!profile.interface.empty())
+    if (!profile.interface.empty()) {
         result.interface = profile.interface;
+        result.simulation.reset();
+    }
     if (!profile.dns.empty())
         result.dns = profile.dns;
     if (result.dns.empty())

@@ -1,15 +1,25 @@
 // The configuration file, read and checked as a whole.
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "profile.h"
+#include "protocol/status.h"
 #include "store/factory.h"
 
 namespace quorvel::cm {
+
+// A network that is not there: what becomes of a connection over it.
+struct Simulation {
+    std::chrono::milliseconds delay{0};
+    Reason refusal = Reason::kNone;
+    std::optional<std::chrono::milliseconds> lost_after;
+    in_addr address{};
+};
 
 // How profiles reach a network.
 struct Network {
@@ -17,12 +27,15 @@ struct Network {
     std::string access_point;  // empty: whatever the profile's is
     std::string interface;
     std::vector<in_addr> dns;  // empty: the configuration's, or else the machine's
+    std::optional<Simulation> simulation;
 };
 
 struct Config {
     std::vector<FactoryProfile> profiles;
     std::vector<Network> networks;
     std::vector<in_addr> dns;
+    // How long a connection may wait for its interface.
+    std::chrono::milliseconds set_up_limit{5000};
 };
 
 // Every fault of the file, one line each, with file and line number.

@@ -57,10 +57,9 @@ json change_address(Services services, const json& arguments) {
 }
 
 json network_status(Services services, const json& arguments) {
-    const auto actual = [&](NetIface kind) { return static_cast<uint32_t>(services.networks.status(kind)); };
-    Message message = make_message(wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND);
-    message.record.Word2 = number(arguments, "packet-data", actual(NETCM_IFACE_PDP));
-    message.record.CallId = number(arguments, "wifi", actual(NETCM_IFACE_WIFI));
+    Message message = services.networks.indication();
+    message.record.Word2 = number(arguments, "packet-data", message.record.Word2);
+    message.record.CallId = number(arguments, "wifi", message.record.CallId);
     const auto receivers = clients_to_tell(services.clients, arguments, [](const Client&) { return true; });
     if (receivers.empty())
         throw ControlError("there is no client to tell");

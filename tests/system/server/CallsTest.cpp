@@ -9,6 +9,7 @@ namespace {
 
 constexpr const char* kProfiles = R"(
 dns = ["192.0.2.53", "192.0.2.54"]
+set-up-limit = 0
 [[network]]
 interface = "lo"
 [[profile]]

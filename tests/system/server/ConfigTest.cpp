@@ -93,6 +93,7 @@ default = true
 TEST(ServerConfig, leads_profiles_to_networks_by_access_point) {
     CmServer server(R"(
 dns = ["192.0.2.9"]
+set-up-limit = 0
 [[network]]
 apn = "special"
 interface = "lo"

@@ -95,6 +95,13 @@ RawClient::RawClient(uint32_t application) : id_(register_on(sync_, application)
     async_.send({wire::NETCM_CLIENT_ASYNC_REGISTER_REQ, 0, id_, 0, 0, 0});
 }
 
+wire::Record RawClient::event() {
+    wire::Record record = async_.record();
+    while (record.Code == wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND)
+        record = async_.record();
+    return record;
+}
+
 void RawClient::tell(uint32_t command, const Arguments& arguments, std::string_view payload) {
     sync_.send({command, arguments.Param, id_, arguments.Arg3, arguments.Arg4, 0}, payload);
 }
@@ -110,7 +117,7 @@ wire::Record RawClient::start(int32_t profile) {
 
 uint32_t RawClient::open(int32_t profile, wire::ConnectionBlock* block) {
     const wire::Record answer = start(profile);
-    const wire::Record response = answer.Status == NETCM_SUCCESS ? async_.record() : answer;
+    const wire::Record response = answer.Status == NETCM_SUCCESS ? event() : answer;
     if (response.Status != NETCM_SUCCESS)
         throw std::runtime_error("the connection does not come up");
     const auto details = async_.block<wire::ConnectionBlock>();

@@ -58,6 +58,8 @@ class RawClient {
 
     // Sends a request and gives the answer of the sync socket.
     wire::Record ask(uint32_t command, const Arguments& arguments = {}, std::string_view payload = {});
+    // The next event on the async socket that is no network status.
+    wire::Record event();
     void tell(uint32_t command, const Arguments& arguments = {}, std::string_view payload = {});
 
     // Opens a profile, and gives its call once the connection is up; throws when it does not come up.

@@ -4,7 +4,7 @@
 #include <map>
 #include <string>
 
-#include "interfaces.h"
+#include "bearer/interfaces.h"
 
 namespace quorvel::cm {
 

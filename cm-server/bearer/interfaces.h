@@ -8,6 +8,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace quorvel::cm {
 
@@ -16,7 +17,7 @@ using Counters = std::array<uint32_t, 6>;
 
 struct InterfaceState {
     bool running = false;  // administratively up, and with a carrier
-    std::optional<in_addr> address;
+    std::vector<in_addr> addresses;
     Counters counters{};
 };
 

@@ -1,8 +1,8 @@
-#include "networks.h"
+#include "bearer/networks.h"
 
 #include <algorithm>
 
-#include "interfaces.h"
+#include "bearer/interfaces.h"
 
 namespace quorvel::cm {
 namespace {
@@ -12,7 +12,7 @@ NetworkStatus status_of(const std::optional<InterfaceState>& state) {
         return NetworkStatus::kAbsent;
     if (!state->running)
         return NetworkStatus::kDown;
-    return state->address ? NetworkStatus::kReady : NetworkStatus::kNoAddress;
+    return state->addresses.empty() ? NetworkStatus::kNoAddress : NetworkStatus::kReady;
 }
 
 }  // namespace
@@ -34,7 +34,7 @@ const char* to_text(NetworkStatus status) {
 std::set<std::string> Networks::interfaces(NetIface kind) const {
     std::set<std::string> names;
     for (const Network& network : config_.networks)
-        if (network.kind == kind)
+        if (network.kind == kind && !network.simulation)
             names.insert(network.interface);
     for (const Profile& profile : store_.connections())
         if (profile.kind == kind && !profile.interface.empty())
@@ -43,6 +43,9 @@ std::set<std::string> Networks::interfaces(NetIface kind) const {
 }
 
 NetworkStatus Networks::status(NetIface kind) const {
+    const auto simulated = [&](const Network& network) { return network.kind == kind && network.simulation; };
+    if (std::ranges::any_of(config_.networks, simulated))
+        return NetworkStatus::kReady;
     NetworkStatus best = NetworkStatus::kAbsent;
     for (const std::string& name : interfaces(kind))
         best = std::max(best, status_of(interface_state(name)));
@@ -55,6 +58,13 @@ uint32_t Networks::available() const {
         if (status(kind) >= NetworkStatus::kNoAddress)
             mask |= kind;
     return mask;
+}
+
+Message Networks::indication() const {
+    Message message = make_message(wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND);
+    message.record.Word2 = static_cast<uint32_t>(status(NETCM_IFACE_PDP));
+    message.record.CallId = static_cast<uint32_t>(status(NETCM_IFACE_WIFI));
+    return message;
 }
 
 }  // namespace quorvel::cm

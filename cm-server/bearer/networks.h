@@ -5,6 +5,7 @@
 #include <string>
 
 #include "config/config.h"
+#include "protocol/message.h"
 #include "store/store.h"
 
 namespace quorvel::cm {
@@ -25,6 +26,8 @@ class Networks {
     NetworkStatus status(NetIface kind) const;
     // The kinds that have an interface that is up, as a mask.
     uint32_t available() const;
+    // Tells a client both statuses.
+    Message indication() const;
 
   private:
     std::set<std::string> interfaces(NetIface kind) const;

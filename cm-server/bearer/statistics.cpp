@@ -1,4 +1,4 @@
-#include "statistics.h"
+#include "bearer/statistics.h"
 
 namespace quorvel::cm {
 namespace {

@@ -2,9 +2,8 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 
-#include "profile.h"
+#include "config/config.h"
 #include "protocol/message.h"
 #include "protocol/status.h"
 
@@ -14,6 +13,10 @@ class BearerEvents {
   public:
     virtual void on_up(uint32_t call, const Addresses& addresses) = 0;
     virtual void on_refused(uint32_t call, Reason reason) = 0;
+    virtual void on_suspended(uint32_t call) = 0;
+    virtual void on_resumed(uint32_t call) = 0;
+    virtual void on_changed(uint32_t call, const Addresses& addresses) = 0;
+    virtual void on_ended(uint32_t call, Reason reason) = 0;
 
   protected:
     ~BearerEvents() = default;
@@ -23,7 +26,7 @@ class Bearer {
   public:
     virtual ~Bearer() = default;
     // Reports the outcome later, never from within this call.
-    virtual void connect(uint32_t call, const Profile& profile) = 0;
+    virtual void connect(uint32_t call, const Network& network) = 0;
     // Nothing is reported about the call any more.
     virtual void disconnect(uint32_t call) = 0;
 };

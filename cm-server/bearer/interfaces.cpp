@@ -1,4 +1,4 @@
-#include "interfaces.h"
+#include "bearer/interfaces.h"
 
 #include <ifaddrs.h>
 #include <linux/if_link.h>
@@ -29,8 +29,8 @@ void take_in(InterfaceState& state, const ifaddrs& entry) {
         return;
     if (entry.ifa_addr->sa_family == AF_PACKET && entry.ifa_data != nullptr)
         state.counters = counters_of(entry.ifa_data);
-    else if (entry.ifa_addr->sa_family == AF_INET && !state.address)
-        state.address = copied<sockaddr_in>(entry.ifa_addr).sin_addr;
+    else if (entry.ifa_addr->sa_family == AF_INET)
+        state.addresses.push_back(copied<sockaddr_in>(entry.ifa_addr).sin_addr);
 }
 
 }  // namespace

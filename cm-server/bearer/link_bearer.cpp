@@ -1,0 +1,88 @@
+#include "bearer/link_bearer.h"
+
+#include <algorithm>
+
+namespace quorvel::cm {
+namespace {
+
+// What keeps the interface from carrying a connection.
+Reason obstacle(const std::optional<InterfaceState>& state) {
+    if (!state)
+        return Reason::kNoInterface;
+    if (!state->running)
+        return Reason::kInterfaceDown;
+    return state->addresses.empty() ? Reason::kNoAddress : Reason::kNone;
+}
+
+bool has(const InterfaceState& state, in_addr address) {
+    return std::ranges::any_of(state.addresses,
+                               [&](in_addr other) { return other.s_addr == address.s_addr; });
+}
+
+}  // namespace
+
+LinkBearer::LinkBearer(event_base* base, std::chrono::milliseconds limit, BearerEvents& events)
+    : limit_(limit), events_(events) {
+    for (uint32_t call = 0; call < kCallCount; ++call) {
+        first_looks_[call] = std::make_unique<Timer>(base, [this, call] { look_first(call); });
+        limits_[call] = std::make_unique<Timer>(base, [this, call] { wait(call, true); });
+    }
+}
+
+void LinkBearer::connect(uint32_t call, const Network& network) {
+    links_.at(call) = {State::kWaiting, network, {}};
+    first_looks_[call]->start(std::chrono::milliseconds(0));
+}
+
+void LinkBearer::disconnect(uint32_t call) {
+    links_.at(call) = Link{};
+    first_looks_[call]->stop();
+    limits_[call]->stop();
+}
+
+void LinkBearer::look_again() {
+    for (uint32_t call = 0; call < kCallCount; ++call) {
+        if (links_[call].state == State::kWaiting)
+            wait(call, false);
+        else if (links_[call].state != State::kFree)
+            follow(call);
+    }
+}
+
+void LinkBearer::look_first(uint32_t call) {
+    limits_[call]->start(limit_);
+    wait(call, limit_ == std::chrono::milliseconds(0));
+}
+
+void LinkBearer::wait(uint32_t call, bool last_time) {
+    Link& link = links_[call];
+    const auto interface = interface_state(link.network.interface);
+    const Reason reason = obstacle(interface);
+    if (reason != Reason::kNone) {
+        if (last_time)
+            events_.on_refused(call, reason);
+        return;
+    }
+    limits_[call]->stop();
+    link.state = State::kUp;
+    link.address = interface->addresses.front();
+    events_.on_up(call, addresses_of(link));
+}
+
+void LinkBearer::follow(uint32_t call) {
+    Link& link = links_[call];
+    const auto interface = interface_state(link.network.interface);
+    if (!interface)
+        return events_.on_ended(call, Reason::kNoInterface);
+    if (interface->running != (link.state == State::kUp)) {
+        link.state = interface->running ? State::kUp : State::kSuspended;
+        interface->running ? events_.on_resumed(call) : events_.on_suspended(call);
+    }
+    // An address that is only gone may be on its way back.
+    if (interface->addresses.empty() || has(*interface, link.address))
+        return;
+    link.address = interface->addresses.front();
+    events_.on_changed(call, addresses_of(link));
+}
+
+}  // namespace quorvel::cm

@@ -1,0 +1,48 @@
+// Connections over the network interfaces of this machine, which they follow.
+#pragma once
+
+#include <array>
+#include <memory>
+#include <optional>
+
+#include "bearer/bearer.h"
+#include "bearer/interfaces.h"
+#include "calls.h"
+#include "events.h"
+
+namespace quorvel::cm {
+
+// A connection comes up once its interface is up with an address; when that takes longer than the limit, it
+// is refused. It is suspended while the carrier is gone, told of a new address, and ended when the interface
+// goes.
+class LinkBearer : public Bearer {
+  public:
+    LinkBearer(event_base* base, std::chrono::milliseconds limit, BearerEvents& events);
+
+    void connect(uint32_t call, const Network& network) override;
+    void disconnect(uint32_t call) override;
+    // Interfaces or addresses may have changed.
+    void look_again();
+
+  private:
+    enum class State { kFree, kWaiting, kUp, kSuspended };
+    struct Link {
+        State state = State::kFree;
+        Network network;
+        in_addr address{};
+    };
+    void look_first(uint32_t call);
+    void wait(uint32_t call, bool last_time);
+    void follow(uint32_t call);
+    Addresses addresses_of(const Link& link) const {
+        return {link.network.interface, link.address, link.network.dns};
+    }
+
+    std::chrono::milliseconds limit_;
+    BearerEvents& events_;
+    std::array<Link, kCallCount> links_;
+    std::array<std::unique_ptr<Timer>, kCallCount> first_looks_;
+    std::array<std::unique_ptr<Timer>, kCallCount> limits_;
+};
+
+}  // namespace quorvel::cm
