@@ -7,15 +7,15 @@
 static sem_t answered;
 static int32_t open_profile;
 
-static void print(const char* what, const NetCMAddr* address) {
+static void print(const char *what, const NetCMAddr *address) {
     char text[INET_ADDRSTRLEN];
     printf("%-12s%s\n", what, inet_ntop(AF_INET, address->Addr, text, sizeof text));
 }
 
 /* Runs on a thread of the library; what the event points to is gone when it returns. */
-static void on_event(NetCMEvent* event) {
+static void on_event(NetCMEvent *event) {
     if (event->EventType == NETCM_EVENT_OPEN_RSP && event->Result == 0) {
-        const NetCMConnInfo* connection = event->Data;
+        const NetCMConnInfo *connection = event->Data;
         open_profile = connection->ProfileId;
         printf("%-12s%s\n", "interface", connection->IfaceName);
         print("address", &connection->IpAddr);

@@ -39,21 +39,21 @@ extern "C" {
 /* Status codes. */
 enum NetCMStatus {
     NETCM_SUCCESS = 0,
-    NETCM_ERR_FAILURE = 1,            /* the exchange with the server failed, or memory ran out */
-    NETCM_ERR_REREGISTER_FAILED = 2,  /* the link to the server is broken and could not be repaired */
-    NETCM_ERR_ALREADY_REGISTERED = 3, /* the calling thread is already registered */
+    NETCM_ERR_FAILURE = 1,                    /* the exchange with the server failed, or memory ran out */
+    NETCM_ERR_REREGISTER_FAILED = 2,          /* the link to the server is broken and could not be repaired */
+    NETCM_ERR_ALREADY_REGISTERED = 3,         /* the calling thread is already registered */
     NETCM_ERR_REREGISTER_RETRY_EXHAUSTED = 4, /* the link could not be set up in three attempts */
     NETCM_ERR_NO_FREE_ENTRY = 5,              /* 16 threads are registered already */
-    NETCM_ERR_NOT_REGISTERED = 6,        /* the process or the calling thread is not registered, or has no call */
-    NETCM_ERR_INVALID_PROFILE = 7,       /* invalid profile id */
-    NETCM_ERR_NOT_ACTIVE = 9,            /* no such connection, or the calling thread does not use it */
-    NETCM_ERR_ALREADY_EXISTS = 10,       /* the calling thread already has this connection, or still has one */
-    NETCM_ERR_CLOSING = 11,              /* the calling thread has already asked to kill this connection */
-    NETCM_ERR_CALL_CLOSING = 13,         /* the connection is being closed */
-    NETCM_ERR_MAX_LIMIT = 14,            /* no room for another thread or profile on this connection */
-    NETCM_ERR_NO_FREE_KILL_ENTRY = 16,   /* four kills are pending already */
-    NETCM_ERR_NO_FREE_TUNNEL_ENTRY = 17, /* twenty tunnel requests are pending already */
-    NETCM_ERR_INVALID_PARAM = 19         /* a null pointer or an argument out of range */
+    NETCM_ERR_NOT_REGISTERED = 6,             /* the process or the calling thread is not registered, or has no call */
+    NETCM_ERR_INVALID_PROFILE = 7,            /* invalid profile id */
+    NETCM_ERR_NOT_ACTIVE = 9,                 /* no such connection, or the calling thread does not use it */
+    NETCM_ERR_ALREADY_EXISTS = 10,            /* the calling thread already has this connection, or still has one */
+    NETCM_ERR_CLOSING = 11,                   /* the calling thread has already asked to kill this connection */
+    NETCM_ERR_CALL_CLOSING = 13,              /* the connection is being closed */
+    NETCM_ERR_MAX_LIMIT = 14,                 /* no room for another thread or profile on this connection */
+    NETCM_ERR_NO_FREE_KILL_ENTRY = 16,        /* four kills are pending already */
+    NETCM_ERR_NO_FREE_TUNNEL_ENTRY = 17,      /* twenty tunnel requests are pending already */
+    NETCM_ERR_INVALID_PARAM = 19              /* a null pointer or an argument out of range */
 };
 
 /* Network interfaces; lists of interfaces are masks of these values. */
@@ -92,10 +92,10 @@ typedef struct NetCMTunnelData {
 /* What an event is about, and what its Data points to. Where nothing is said, Data is null, or, when Result is
  * 21, points to one int32_t: the server's reason word. */
 enum NetCMEventType {
-    NETCM_EVENT_OPEN_RSP = 0,  /* outcome of an open; on success Data is a NetCMConnInfo */
-    NETCM_EVENT_CLOSE_RSP = 1, /* outcome of a close */
-    NETCM_EVENT_KILL_RSP = 2,  /* outcome of a kill, to the threads that asked for it */
-    NETCM_EVENT_STOP_IND = 3,  /* the connection has ended: by the network, by a kill (Result 22), or because the
+    NETCM_EVENT_OPEN_RSP = 0,    /* outcome of an open; on success Data is a NetCMConnInfo */
+    NETCM_EVENT_CLOSE_RSP = 1,   /* outcome of a close */
+    NETCM_EVENT_KILL_RSP = 2,    /* outcome of a kill, to the threads that asked for it */
+    NETCM_EVENT_STOP_IND = 3,    /* the connection has ended: by the network, by a kill (Result 22), or because the
                                   server has gone (Result 2) */
     NETCM_EVENT_SUSPEND_IND = 4, /* the connection is suspended; with Result 21, Data is an int32_t of value 1 */
     NETCM_EVENT_RESUME_IND = 5,  /* and runs again; with Result 21, Data is an int32_t of value 0 */

@@ -97,8 +97,8 @@ int NetDNSGetHostByNameAsync(int profile_id, const char *hostname,
  *   TRY_AGAIN (2)           ENOENT   failure of the server
  *   NO_RECOVERY (3)         ENOENT   the server could not read the query, does not support it, or refuses it
  *   NO_DATA (4)             ENOENT   the server says that there is no such name */
-struct hostent *dnet_gethostbyname_r(const char *server, const char *ifname, const char *name, char *buf,
-                                     int buflen, int *h_errnop, unsigned int *ttlp, int *neededp);
+struct hostent *dnet_gethostbyname_r(const char *server, const char *ifname, const char *name, char *buf, int buflen,
+                                     int *h_errnop, unsigned int *ttlp, int *neededp);
 
 /* Finds the name of an IPv4 address with a PTR query.
  *
@@ -108,9 +108,8 @@ struct hostent *dnet_gethostbyname_r(const char *server, const char *ifname, con
  *
  * The other parameters, the result and the errors are those of dnet_gethostbyname_r; the address of the result is
  * the one asked for. */
-struct hostent *dnet_gethostbyaddr_r(const char *server, const char *ifname, const char *addr, int addrlen,
-                                     int type, char *buf, int buflen, int *h_errnop, unsigned int *ttlp,
-                                     int *neededp);
+struct hostent *dnet_gethostbyaddr_r(const char *server, const char *ifname, const char *addr, int addrlen, int type,
+                                     char *buf, int buflen, int *h_errnop, unsigned int *ttlp, int *neededp);
 
 /* ---------------------------------------------------------------------------------------------------------------
  * The cache */

@@ -178,14 +178,14 @@ typedef struct NetPMPartialProfile {
  * groups
  *            ("010.001.000.255:0080" becomes "10.1.0.255:80")
  *   newId    not null; the id that the server has given, or -1 when the exchange failed or was refused */
-uint32_t NetPMAddProfileInfo(NetPMProfile* profile, int32_t* newId);
+uint32_t NetPMAddProfileInfo(NetPMProfile *profile, int32_t *newId);
 
 /* Replaces a stored profile.
  *
  *   profileId  above 0
  *   profile    not null; AppProtoType as for an added profile. An empty ProxyAddr becomes "0.0.0.0:80" in
  * place; any other is sent as it is */
-uint32_t NetPMModifyProfileInfo(int32_t profileId, NetPMProfile* profile);
+uint32_t NetPMModifyProfileInfo(int32_t profileId, NetPMProfile *profile);
 
 /* Deletes the stored profile `profileId`, which is above 0. */
 uint32_t NetPMDeleteProfileInfo(int32_t profileId);
@@ -194,17 +194,17 @@ uint32_t NetPMDeleteProfileInfo(int32_t profileId);
  *
  *   profileId  above 0
  *   out        not null; the whole record is written, with zeros where the server has sent less */
-uint32_t NetPMGetProfileInfo(int32_t profileId, NetPMProfile* out);
+uint32_t NetPMGetProfileInfo(int32_t profileId, NetPMProfile *out);
 
 /* Reads the status of a stored profile, in the server's numbers, into `status`, which is not null.
  * `profileId` is above 0. */
-uint32_t NetPMGetProfileStatus(int32_t profileId, uint16_t* status);
+uint32_t NetPMGetProfileStatus(int32_t profileId, uint16_t *status);
 
 /* Reads the default profile into `out`, which is not null: as NetPMGetProfileInfo. */
-uint32_t NetPMGetDefaultProfileInfo(NetPMProfile* out);
+uint32_t NetPMGetDefaultProfileInfo(NetPMProfile *out);
 
 /* Reads the id of the default profile into `profileId`, which is not null. */
-uint32_t NetPMGetDefaultProfileId(int32_t* profileId);
+uint32_t NetPMGetDefaultProfileId(int32_t *profileId);
 
 /* Makes the profile `profileId`, which is above 0, the default one. */
 uint32_t NetPMSetDefaultProfileId(int32_t profileId);
@@ -215,14 +215,14 @@ uint32_t NetPMSetDefaultProfileId(int32_t profileId);
  *   maxCount     entries that `ids` has room for, at least 1; at most 20 ids are delivered
  *   ids          not null
  *   count        not null; how many ids have been written */
-uint32_t NetPMGetProfileIdList(uint32_t profileType, int32_t maxCount, int32_t* ids, int32_t* count);
+uint32_t NetPMGetProfileIdList(uint32_t profileType, int32_t maxCount, int32_t *ids, int32_t *count);
 
 /* Puts the stored profiles back to what the device was delivered with. */
 uint32_t NetPMRestoreProfileInfo(void);
 
 /* Reads the attributes of a stored profile, in the server's bits, into `attr`, which is not null.
  * `profileId` is above 0. */
-uint32_t NetPMGetProfileAttributes(int32_t profileId, uint32_t* attr);
+uint32_t NetPMGetProfileAttributes(int32_t profileId, uint32_t *attr);
 
 /* Reads a few parameters of all stored profiles of a type.
  *
@@ -230,20 +230,20 @@ uint32_t NetPMGetProfileAttributes(int32_t profileId, uint32_t* attr);
  *   out          not null, with room for 20 NetPMPartialProfile (2800 bytes): the largest answer. Nothing is
  *                written beyond that, and only as much as the server has sent
  *   count        not null; the number of entries that the server reports, 0 to 20 */
-uint32_t NetPMReadPartialProfileInfo(uint32_t profileType, void* out, int32_t* count);
+uint32_t NetPMReadPartialProfileInfo(uint32_t profileType, void *out, int32_t *count);
 
 /* Finds the profiles of an access point name.
  *
  *   apn  not null, not empty; the first 99 characters count
  *   out  not null, with room for one NetPMProfileIdList (84 bytes): the largest answer. Nothing is written
  * beyond that, and only as much as the server has sent */
-uint32_t NetPMGetProfileIdForAPN(const char* apn, void* out);
+uint32_t NetPMGetProfileIdForAPN(const char *apn, void *out);
 
 /* Finds the profiles of an access point name or of a network name.
  *
  *   netIface  0: `key` is an APN, of which the first 100 characters count; 1: `key` is an ESSID, of which the
  * first 32 characters count key       not null, not empty out       as for NetPMGetProfileIdForAPN */
-uint32_t NetPMGetFindProfileIds(uint32_t netIface, const char* key, void* out);
+uint32_t NetPMGetFindProfileIds(uint32_t netIface, const char *key, void *out);
 
 /* ---------------------------------------------------------------------------------------------------------------
  * Which profile an application uses
@@ -265,20 +265,20 @@ uint32_t NetPMAppProfDeleteAppId(int32_t appId);
 uint32_t NetPMAppProfCheckAppId(int32_t appId);
 
 /* Reads an application's binding into `out`, which is not null. */
-uint32_t NetPMAppProfGetAppInfo(int32_t appId, NetPMAppProf* out);
+uint32_t NetPMAppProfGetAppInfo(int32_t appId, NetPMAppProf *out);
 
 /* Sets an application's profile and its interfaces at once.
  *
  *   rec  not null; sent whole, so its own AppId names the application, not `appId`. On success it holds the
  * binding as the server has stored it */
-uint32_t NetPMAppProfSetAppInfo(int32_t appId, NetPMAppProf* rec);
+uint32_t NetPMAppProfSetAppInfo(int32_t appId, NetPMAppProf *rec);
 
 /* Binds an application to the profile `profileId`, which is above 0. */
 uint32_t NetPMAppProfSetProfId(int32_t appId, int32_t profileId);
 
 /* Reads the profile that an application is bound to into `profileId`, which is not null and becomes
  * 0xFFFFFFFF when the binding cannot be read. */
-uint32_t NetPMAppProfGetAppProfId(int32_t appId, uint32_t* profileId);
+uint32_t NetPMAppProfGetAppProfId(int32_t appId, uint32_t *profileId);
 
 /* Sets the interfaces that an application may use to list[0] and list[1]; `list` is not null. */
 uint32_t NetPMAppProfSetNetIfaceList(int32_t appId, const uint32_t list[2]);
@@ -288,7 +288,7 @@ uint32_t NetPMAppProfSetNetIfaceList(int32_t appId, const uint32_t list[2]);
 uint32_t NetPMAppProfGetAppNetIfaceList(int32_t appId, uint32_t list[2]);
 
 /* Asks which profile an application is to use now; `profileId` is not null. */
-uint32_t NetPMAppProfGetProperProfile(int32_t appId, uint32_t* profileId);
+uint32_t NetPMAppProfGetProperProfile(int32_t appId, uint32_t *profileId);
 
 /* Asks the same without waiting: returns as soon as the request is sent. The answer arrives as a
  * NETCM_EVENT_PROPER_PROFILE_RSP at the callback of the calling thread, when that thread is registered and
@@ -301,7 +301,7 @@ uint32_t NetPMAppProfGetProperProfileAsync(int32_t appId);
  *   payment  "PRE" or "POST"
  *
  * Anything else, null included, is NETCM_ERR_INVALID_PARAM. */
-uint32_t NetPMAppProfChangePayment(const char* csc, const char* payment);
+uint32_t NetPMAppProfChangePayment(const char *csc, const char *payment);
 
 #ifdef __cplusplus
 }

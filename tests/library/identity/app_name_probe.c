@@ -14,10 +14,10 @@ typedef struct Answer {
     char name[ROOM];
 } Answer;
 
-static int is_loaded(const char *library) {
+static int is_loaded(const char* library) {
     char line[4096];
     int found = 0;
-    FILE *maps = fopen("/proc/self/maps", "re");
+    FILE* maps = fopen("/proc/self/maps", "re");
     while (maps != NULL && fgets(line, sizeof line, maps) != NULL)
         found |= strstr(line, library) != NULL;
     if (maps != NULL)
@@ -25,19 +25,20 @@ static int is_loaded(const char *library) {
     return found;
 }
 
-static void *ask(void *argument) {
-    Answer *answer = argument;
+static void* ask(void* argument) {
+    Answer* answer = argument;
     memset(answer->name, '#', ROOM);
     answer->result = NetCMClientGetAppName(answer->id, answer->name);
     return NULL;
 }
 
-static void print(const Answer *answer) {
+static void print(const Answer* answer) {
     const int length = (int)strnlen(answer->name, NETCM_APP_NAME_SIZE);
-    printf("%d [%.*s] %d%c\n", answer->result, length, answer->name, length, answer->name[NETCM_APP_NAME_SIZE]);
+    printf("%d [%.*s] %d%c\n", answer->result, length, answer->name, length,
+           answer->name[NETCM_APP_NAME_SIZE]);
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
     static Answer answers[MAX_THREADS];
     pthread_t threads[MAX_THREADS];
     const int count = argc > 2 ? atoi(argv[2]) : 0;

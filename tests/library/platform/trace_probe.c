@@ -20,9 +20,9 @@ static void trace_each_level(void) {
     printf("%d %d %d %d\n", results[0], results[1], results[2], results[3]);
 }
 
-static void *trace_many(void *number) {
+static void* trace_many(void* number) {
     for (int i = 0; i < LINES; ++i)
-        _debug_message(i, "unit/thread", 0, ERROR_MASK, "thread %d line %d end\n", *(int *)number, i);
+        _debug_message(i, "unit/thread", 0, ERROR_MASK, "thread %d line %d end\n", *(int*)number, i);
     return NULL;
 }
 
@@ -51,12 +51,12 @@ static void trace_to_nobody(void) {
 /* A formatted line would read from address 1. */
 static void trace_what_cannot_be_formatted(void) {
     errno = ERANGE;
-    const int result = _debug_message(1, "unit/a", 0, ERROR_MASK, "%s\n", (const char *)1);
+    const int result = _debug_message(1, "unit/a", 0, ERROR_MASK, "%s\n", (const char*)1);
     printf("%d %d\n", result, errno);
 }
 
-int main(int argc, char **argv) {
-    const char *mode = argc > 1 ? argv[1] : "";
+int main(int argc, char** argv) {
+    const char* mode = argc > 1 ? argv[1] : "";
     if (strcmp(mode, "levels") == 0)
         trace_each_level();
     else if (strcmp(mode, "text") == 0 && argc == 3)
