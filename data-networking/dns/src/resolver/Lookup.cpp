@@ -90,7 +90,15 @@ int pass_questions(std::span<const uint8_t> message, int count) {
     return offset;
 }
 
-int examine(Response& response, uint16_t id, ErrorCode error) {
+}  // namespace
+
+int ErrorCode::fail(int error_number, int code) const {
+    store(code);
+    errno = error_number;
+    return -1;
+}
+
+int check_response(Response& response, uint16_t id, ErrorCode error) {
     const auto message = std::span<const uint8_t>(response.bytes).first(static_cast<size_t>(response.length));
     Cursor at(message, 0);
     Header header;
@@ -114,14 +122,6 @@ int examine(Response& response, uint16_t id, ErrorCode error) {
     return 0;
 }
 
-}  // namespace
-
-int ErrorCode::fail(int error_number, int code) const {
-    store(code);
-    errno = error_number;
-    return -1;
-}
-
 int dns_lookup(const Query& query, Response& response, ErrorCode error) {
     if (query.data.size() > kLongestQueryName) {
         QV_TRACE(4, "query too long\n");
@@ -141,7 +141,7 @@ int dns_lookup(const Query& query, Response& response, ErrorCode error) {
     }
     dump_packet("packet received",
                 std::span<const uint8_t>(response.bytes).first(static_cast<size_t>(response.length)));
-    return examine(response, id, error);
+    return check_response(response, id, error);
 }
 
 }  // namespace quorvel

@@ -70,6 +70,9 @@ int build_query(const Query& query, uint16_t id, MessageBuffer& out);
 // Sends the query and waits for a response, in two attempts: the bytes received, or -1.
 int exchange(const Query& query, std::span<const uint8_t> message, MessageBuffer& answer);
 
+// Examines the header of the received bytes, passes the questions: 0, or -1 with the error set.
+int check_response(Response& response, uint16_t id, ErrorCode error);
+
 // Build, send, receive, examine the header, pass the questions: 0, or -1 with the error set.
 int dns_lookup(const Query& query, Response& response, ErrorCode error);
 
