@@ -23,6 +23,7 @@ struct Capture {
     std::vector<TraceLine> lines;
     Hook hook = nullptr;
     void* context = nullptr;
+    bool keeps = true;
 };
 
 // Never destroyed: a detached thread of the library may trace while the process ends.
@@ -43,7 +44,8 @@ void keep(TraceLine line) {
         const std::lock_guard lock(all.mutex);
         hook = all.hook;
         context = all.context;
-        all.lines.push_back(line);
+        if (all.keeps)
+            all.lines.push_back(line);
         all.grown.notify_all();
     }
     if (hook != nullptr)
@@ -91,6 +93,13 @@ std::vector<std::string> texts() {
 void clear() {
     Capture& all = capture();
     const std::lock_guard lock(all.mutex);
+    all.lines.clear();
+}
+
+void stop_keeping() {
+    Capture& all = capture();
+    const std::lock_guard lock(all.mutex);
+    all.keeps = false;
     all.lines.clear();
 }
 

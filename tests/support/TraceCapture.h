@@ -42,6 +42,9 @@ std::vector<std::string> texts();
 // Forgets everything that was traced so far.
 void clear();
 
+// Keeps no lines from now on. For tests that run long.
+void stop_keeping();
+
 // How many lines have exactly this text.
 size_t count(std::string_view text);
 bool contains(std::string_view text);
