@@ -29,8 +29,8 @@ constexpr Setting kSettings[] = {
 };
 
 constinit std::atomic<uint32_t> wanted{0};
-// The program's environment may change under way: the path is a copy.
-constinit char file_path[4096] = {};
+// The program's environment may change under way: this is a copy, made when there is something to trace.
+constinit const char* file_path = nullptr;
 
 const char* name_of(uint32_t level) {
     if ((level & kError) != 0)
@@ -49,25 +49,13 @@ uint32_t mask_of(const char* setting) {
     return 0;
 }
 
-bool take_path(const char* path) {
-    if (strlen(path) >= sizeof file_path)
-        return false;
-    strcpy(file_path, path);
-    return true;
-}
-
 __attribute__((constructor)) void read_environment() {
     const char* setting = secure_getenv("QUORVEL_TRACE");
     if (setting == nullptr)
         return;
     const char* path = secure_getenv("QUORVEL_TRACE_FILE");
-    if (path != nullptr && !take_path(path)) {
-        Line complaint;
-        complaint.append("QUORVEL_TRACE_FILE: longer than %zu bytes; standard error is used",
-                         sizeof file_path - 1);
-        complaint.finish();
-        write_line(STDERR_FILENO, complaint);
-    }
+    if (path != nullptr)
+        file_path = strdup(path);
     wanted.store(mask_of(setting), std::memory_order_relaxed);
 }
 
@@ -81,7 +69,7 @@ __attribute__((noinline, cold, format(printf, 4, 0))) int write_message(int line
     line.append(" %d/%ld %s %s:%d ", getpid(), syscall(SYS_gettid), name_of(level), file, line_number);
     line.append_values(format, values);
     line.finish();
-    if (file_path[0] != '\0' && append_to_file(file_path, line))
+    if (file_path != nullptr && append_to_file(file_path, line))
         return 1;
     return write_line(STDERR_FILENO, line) ? 1 : -1;
 }

@@ -1,0 +1,20 @@
+// The benchmarks; each adds its section to the report.
+#pragma once
+
+#include "Report.h"
+#include "quorvel/NetCM.h"
+
+namespace quorvel::bench {
+
+// One request and its answer, beside the bare system calls and D-Bus.
+void measure_exchange(Report& report);
+// A record from the server's hand to the application's callback, and back.
+void measure_push(Report& report);
+// The callback that the process registers.
+void on_event(NetCMEvent* event);
+// Sixteen threads on the one link.
+void measure_threads(Report& report);
+// Start and memory of a program that uses the library, beside others. Needs the server, and no registration.
+void measure_start(Report& report);
+
+}  // namespace quorvel::bench
