@@ -71,9 +71,13 @@ TEST(AddressText, what_precedes_the_first_digit_of_a_group_is_lost) {
 
 TEST(AddressText, a_field_without_an_end_is_processed_up_to_63_characters) {
     EXPECT_EQ(adjusted(std::string(kField, '7')), std::string(63, '7'));
-    EXPECT_EQ(adjusted(std::string(62, '7') + "00"), std::string(62, '7') + "0");
+    std::string ends_in_zeros(kField, '0');
+    ends_in_zeros.replace(0, 62, 62, '7');
+    EXPECT_EQ(adjusted(ends_in_zeros), ends_in_zeros.substr(0, 63));
     // The end of the field is not the end of a group: no 0 is added.
-    EXPECT_EQ(adjusted("1." + std::string(62, '0')), "1.");
+    std::string all_zeros(kField, '0');
+    all_zeros.replace(0, 2, "1.");
+    EXPECT_EQ(adjusted(all_zeros), "1.");
 }
 
 TEST(AddressText, growth_stops_at_the_end_of_the_field) {
