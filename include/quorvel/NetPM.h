@@ -211,7 +211,7 @@ uint32_t NetPMSetDefaultProfileId(int32_t profileId);
 
 /* Lists the ids of the stored profiles.
  *
- *   profileType  0 packet data, 1 Wi-Fi, 2 as the server takes it
+ *   profileType  0 packet data, 1 Wi-Fi, 2 both
  *   maxCount     entries that `ids` has room for, at least 1; at most 20 ids are delivered
  *   ids          not null
  *   count        not null; how many ids have been written */
