@@ -198,10 +198,10 @@ bool ScriptedServer::push(const wire::Record& record) {
 }
 
 bool ScriptedServer::push(const Bytes& bytes) {
-    return wait_for_async_socket() && push_now(bytes);
+    return wait_for_async_socket() && try_push(bytes);
 }
 
-bool ScriptedServer::push_now(const Bytes& bytes) {
+bool ScriptedServer::try_push(const Bytes& bytes) {
     const std::lock_guard lock(mutex_);
     const ConnectionPtr connection = async_connection();
     return connection != nullptr && write_all(connection->fd, bytes);
@@ -213,6 +213,7 @@ bool ScriptedServer::wait_for_async_socket(std::chrono::milliseconds patience) c
 }
 
 void ScriptedServer::close_async() {
+    wait_for_async_socket();
     const std::lock_guard lock(mutex_);
     if (const ConnectionPtr connection = async_connection())
         drop(connection);
@@ -342,7 +343,7 @@ void ScriptedServer::perform(const ConnectionPtr& connection, const Answer& answ
         if (const auto* send = std::get_if<Send>(&step)) {
             write_all(connection->fd, send->bytes);
         } else if (const auto* pushed = std::get_if<Push>(&step)) {
-            push_now(pushed->bytes);
+            try_push(pushed->bytes);
         } else if (const auto* delay = std::get_if<Delay>(&step)) {
             pollfd woken = {wake_, POLLIN, 0};
             poll(&woken, 1, static_cast<int>(delay->time.count()));
@@ -353,7 +354,9 @@ void ScriptedServer::perform(const ConnectionPtr& connection, const Answer& answ
             const std::lock_guard lock(mutex_);
             drop(connection);
         } else {
-            close_async();
+            const std::lock_guard lock(mutex_);
+            if (const ConnectionPtr async = async_connection())
+                drop(async);
         }
     }
 }

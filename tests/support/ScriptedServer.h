@@ -62,6 +62,8 @@ class ScriptedServer {
         whole.insert(whole.end(), more.begin(), more.end());
         return push(whole);
     }
+    // Without waiting for an async socket that is not there (yet, or any more).
+    bool try_push(const Bytes& bytes);
     bool wait_for_async_socket(std::chrono::milliseconds patience = kPatience) const;
 
     // The server's end of the sockets.
@@ -82,7 +84,6 @@ class ScriptedServer {
     Answer answer_to(const Request& request);
     Answer good_answer(const Request& request);
     void perform(const ConnectionPtr& connection, const Answer& answer);
-    bool push_now(const Bytes& bytes);
     bool remember(const std::shared_ptr<Gate>& gate);
     void drop(const ConnectionPtr& connection);
     void drop_all();

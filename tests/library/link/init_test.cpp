@@ -74,12 +74,16 @@ TEST_F(LinkSetUp, a_negative_application_id_is_sent_as_it_is) {
 }
 
 TEST_F(LinkSetUp, an_async_socket_that_is_there_is_kept) {
-    const int before = dup(0);
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const int before = ends[0];  // never readable, as long as the other end is open
     table.AsyncSockFd = before;
     ASSERT_GT(init(), 0);
     EXPECT_EQ(table.AsyncSockFd, before);
     EXPECT_TRUE(trace::traced(0, trace::text("Async socket [%d] already exist\n", before), kUnit));
     EXPECT_EQ(server.count(wire::NETCM_CLIENT_ASYNC_REGISTER_REQ), 0u);
+    NetCMClientExit(table.SyncSockFd);
+    close(ends[1]);
 }
 
 TEST_F(LinkSetUp, a_receiver_that_is_there_is_kept) {
@@ -127,6 +131,9 @@ TEST_F(LinkSetUp, the_link_keeps_off_the_standard_streams_that_the_application_h
     }
     const int fd = init();
     const int lowest = std::min({table.SyncSockFd, table.AsyncSockFd, pipe_fds[0], pipe_fds[1]});
+    // The server's ends may have got the free numbers; they go before the streams come back.
+    NetCMClientExit(fd);
+    server.stop();
     for (int stream = 0; stream < 3; ++stream) {
         dup2(saved[stream], stream);
         close(saved[stream]);

@@ -170,9 +170,10 @@ TEST_F(Deregistration, while_events_pour_in_is_quick_and_clean) {
         registered(0);
         std::atomic<bool> done{false};
         std::thread storm([&] {
-            const wire::Record record = indication(wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND, 0);
+            const Bytes record = bytes_of(indication(wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND, 0));
+            server.wait_for_async_socket();
             for (int i = 0; i < 400 && !done; ++i)
-                if (!server.push(record))
+                if (!server.try_push(record))
                     break;
         });
         ASSERT_TRUE(events::wait_for_user(0, static_cast<size_t>(round) * 3 + 3));
