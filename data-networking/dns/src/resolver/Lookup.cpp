@@ -83,7 +83,8 @@ bool pass_question(Cursor& at) {
 // servers of the field get wrong in their questions is survived by it.
 int pass_questions(std::span<const uint8_t> message, int count) {
     int offset = kHeaderBytes;
-    for (int question = 0; question < count; ++question) {
+    // Before the message there is nothing to read: nor has what the walk would still do an effect.
+    for (int question = 0; question < count && offset >= 0; ++question) {
         Cursor at(message, offset);
         offset = pass_question(at) ? at.offset() : offset - 1;
     }
