@@ -17,7 +17,7 @@
  *     never wait for a server.
  *  5. Callbacks run on a thread of the library's own, one per host name, with no lock held: a callback may call
  *     any function of the library, and holds up only the other requests for the same name. The thread has a
- *     stack of 256 KiB.
+ *     stack of 1 MiB.
  *  6. Threads. Every function may be called from any thread. Each query seeds the C library's generator with
  *     the time (srand) and draws its id from it (rand).
  *  7. The cache is one per process, for all profiles. It keeps 10 host names, those used last. It is emptied

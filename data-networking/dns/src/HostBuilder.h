@@ -39,7 +39,6 @@ class HostBuilder {
     bool begin() {
         if (!take(kAliasesAt) || !take(kAddressesAt - kAliasesAt) || !take(kHostDataAt - kAddressesAt))
             return false;
-        memset(buffer_, 0, kHostDataAt);
         host_.h_addrtype = AF_INET;
         host_.h_length = kAddressBytes;
         host_.h_aliases = reinterpret_cast<char**>(buffer_ + kAliasesAt);
@@ -72,12 +71,17 @@ class HostBuilder {
         host_.h_length = length;
     }
 
+    // Leaves nothing in the slots that stay free, where a whole block is going to be copied.
+    void clear_slots() { memset(buffer_ + kAliasesAt, 0, kHostDataAt - kAliasesAt); }
+
     bool has_name() const { return host_.h_name != nullptr; }
 
     // The bytes that the result needs, as far as it has been built, with the piece that did not fit.
     int needed() const { return static_cast<int>(std::min<size_t>(needed_, INT_MAX)); }
 
     hostent* finish() {
+        end(kAliasesAt, aliases_);
+        end(kAddressesAt, addresses_);
         // The caller's buffer need not be aligned for a pointer.
         memcpy(buffer_, &host_, sizeof host_);
         return reinterpret_cast<hostent*>(buffer_);
@@ -111,6 +115,10 @@ class HostBuilder {
         return true;
     }
 
+    void end(size_t array, size_t count) { memset(buffer_ + array + count * kSlotBytes, 0, kSlotBytes); }
+
+    static constexpr size_t kSlotBytes = sizeof(char*);
+
     char* buffer_;
     size_t room_;
     size_t needed_ = 0;
@@ -118,6 +126,29 @@ class HostBuilder {
     size_t addresses_ = 0;
     hostent host_{};
 };
+
+// Copies a host that a builder has laid out, `size` bytes in one block, to a buffer that has room for it: the
+// same bytes, with their pointers moved along. For the cache, which does nothing more often.
+inline hostent* copy_block(const hostent* from, size_t size, char* buffer) {
+    const char* old_start = reinterpret_cast<const char*>(from);
+    const auto move = [=](char* at) {
+        char* pointer = nullptr;
+        memcpy(&pointer, at, sizeof pointer);
+        if (pointer == nullptr)
+            return false;
+        pointer = buffer + (pointer - old_start);
+        memcpy(at, &pointer, sizeof pointer);
+        return true;
+    };
+    memcpy(buffer, from, size);
+    for (const size_t field :
+         {offsetof(hostent, h_name), offsetof(hostent, h_aliases), offsetof(hostent, h_addr_list)})
+        move(buffer + field);
+    for (const size_t array : {kAliasesAt, kAddressesAt})
+        for (char* slot = buffer + array; move(slot);)
+            slot += sizeof(char*);
+    return reinterpret_cast<hostent*>(buffer);
+}
 
 // The bytes that a name with one address and no alias needs.
 inline size_t size_of_single(const char* name) {

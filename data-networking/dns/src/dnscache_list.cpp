@@ -26,6 +26,7 @@ struct Node {
     int32_t kind;
     hostent* host;  // one block of its own: the structure and everything that it points to
     Node* next;
+    int size;  // of the data of a positive entry
 };
 
 Mutex cache_lock;
@@ -95,7 +96,10 @@ Node* find(const char* hostname) QV_REQUIRES(cache_lock) {
 }
 
 bool lay_copy(HostBuilder& copy, const hostent& from) {
-    if (!copy.begin() || !copy.name(from.h_name))
+    if (!copy.begin())
+        return false;
+    copy.clear_slots();
+    if (!copy.name(from.h_name))
         return false;
     copy.set_kind(from.h_addrtype, from.h_length);
     for (char* const* alias = from.h_aliases; alias != nullptr && *alias != nullptr; ++alias)
@@ -108,19 +112,29 @@ bool lay_copy(HostBuilder& copy, const hostent& from) {
     return true;
 }
 
-hostent* copy_host(const hostent& from, char* buffer, int length) {
+// `size` receives the bytes that the copy takes.
+hostent* copy_host(const hostent& from, char* buffer, int length, int& size) {
     HostBuilder copy(buffer, length);
-    if (lay_copy(copy, from))
+    const bool fits = lay_copy(copy, from);
+    size = copy.needed();
+    if (fits)
         return copy.finish();
-    QV_TRACE(4, "buffer not enough needed %d provided %d\n", copy.needed(), length);
+    QV_TRACE(4, "buffer not enough needed %d provided %d\n", size, length);
     return nullptr;
 }
 
-hostent* new_positive(const hostent& host, int size) {
+hostent* copy_out(const Node& node, char* buffer, int length) {
+    int size = 0;
+    if (buffer == nullptr || length < node.size)
+        return copy_host(*node.host, buffer, length, size);
+    return copy_block(node.host, static_cast<size_t>(node.size), buffer);
+}
+
+hostent* new_positive(const hostent& host, int size, int& copied) {
     char* block = size > 0 ? static_cast<char*>(malloc(static_cast<size_t>(size))) : nullptr;
     if (block == nullptr && size > 0)
         return nullptr;
-    hostent* copy = copy_host(host, block, size);
+    hostent* copy = copy_host(host, block, size, copied);
     if (copy == nullptr)
         free(block);
     return copy;
@@ -167,7 +181,8 @@ void add(const char* hostname, const hostent* host, int size, time_t expiry) QV_
         return;
     node->expiry = expiry;
     node->kind = host != nullptr ? kPositive : kNegative;
-    node->host = host != nullptr ? new_positive(*host, size) : new_negative(hostname);
+    node->size = 0;
+    node->host = host != nullptr ? new_positive(*host, size, node->size) : new_negative(hostname);
     if (node->host == nullptr) {
         free(node);
         return;
@@ -189,7 +204,7 @@ int get_dns_result_fron_cache(const char* hostname, char* buf, int buflen, struc
     if (node->kind == kNegative) {
         QV_TRACE(2, "%s host found in negative client cache\n", hostname);
     } else {
-        copy = copy_host(*node->host, buf, buflen);
+        copy = copy_out(*node, buf, buflen);
         if (copy != nullptr)
             QV_TRACE(2, "%s host found in positive client cache\n", hostname);
     }

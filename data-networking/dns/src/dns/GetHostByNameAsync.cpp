@@ -16,7 +16,7 @@ constexpr int kMostWorkers = 10;
 
 // Ten stacks of this size stay in the C library's cache, ten of the default size do not: each worker would
 // then pay for mapping its own anew. It leaves an application's callback room to work in.
-constexpr size_t kWorkerStack = 256 * 1024;
+constexpr size_t kWorkerStack = 1024 * 1024;
 
 // Taken before the query manager's lock, and held while a request is set up.
 Mutex worker_lock;

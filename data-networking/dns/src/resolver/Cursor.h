@@ -26,6 +26,12 @@ class Cursor {
         return trace_shortage(offset_ + count, length);
     }
 
+    // Received bytes from here on; only where some are.
+    size_t left() const { return message_.size() - static_cast<size_t>(offset_); }
+
+    // Passes bytes that are known to be there.
+    void pass(int count) { offset_ += count; }
+
     bool u8(uint8_t& value) {
         if (!has(1))
             return false;

@@ -16,14 +16,21 @@ class LabelText {
   public:
     explicit LabelText(NameText* out) : out_(out) {}
 
-    bool append(const uint8_t* label, size_t length) {
+    // Takes the label at the cursor, which has been received whole.
+    bool append(const Cursor& at, size_t length) {
         if (out_ == nullptr)
             return true;
-        if (length + 1 > out_->size() - used_)
+        const size_t room = out_->size() - used_;
+        if (length + 1 > room)
             return false;
-        memcpy(out_->data() + used_, label, length);
-        used_ += length;
-        (*out_)[used_++] = '.';
+        char* to = out_->data() + used_;
+        // Nearly every label is short: a copy of fixed size, where both sides have it, costs no call.
+        if (length <= kShortLabel && room >= kShortLabel && at.left() >= kShortLabel) [[likely]]
+            memcpy(to, at.here(), kShortLabel);
+        else
+            memcpy(to, at.here(), length);
+        to[length] = '.';
+        used_ += length + 1;
         return true;
     }
 
@@ -33,31 +40,32 @@ class LabelText {
     }
 
   private:
+    static constexpr size_t kShortLabel = 16;
+
     NameText* out_;
     size_t used_ = 0;
 };
 
-enum class Step { kLabel, kEnd, kPointer, kUnreadable };
-
-Step read_step(Cursor& at, LabelText& text, int& target) {
-    uint8_t length = 0;
-    if (!at.u8(length))
-        return Step::kUnreadable;
-    if (length == 0)
-        return Step::kEnd;
-    // Either bit makes a pointer, although only both together are defined.
-    if ((length & kPointerBits) != 0) {
-        uint8_t low = 0;
-        target = (length & ~kPointerBits) << 8;
-        if (!at.u8(low))
-            return Step::kUnreadable;
-        target |= low;
-        return Step::kPointer;
+// Takes labels up to the end of the name or a pointer. Gives the byte that stopped it, 0 or the pointer's
+// first one, which is passed too; -1 where the message or the text ends before.
+int take_labels(Cursor& at, LabelText& text) {
+    for (;;) {
+        uint8_t length = 0;
+        if (!at.u8(length))
+            return -1;
+        // Either bit makes a pointer, although only both together are defined.
+        if (length == 0 || (length & kPointerBits) != 0)
+            return length;
+        if (!at.has(length) || !text.append(at, length))
+            return -1;
+        at.pass(length);
     }
-    if (!at.has(length) || !text.append(at.here(), length))
-        return Step::kUnreadable;
-    at.skip(length);
-    return Step::kLabel;
+}
+
+// Where a pointer whose first byte has been passed leads, or -1.
+int pointer_target(Cursor& at, int first) {
+    uint8_t low = 0;
+    return at.u8(low) ? (first & ~kPointerBits) << 8 | low : -1;
 }
 
 }  // namespace
@@ -65,21 +73,16 @@ Step read_step(Cursor& at, LabelText& text, int& target) {
 int expand_name(std::span<const uint8_t> message, int offset, NameText* out) {
     Cursor at(message, offset);
     LabelText text(out);
-    int occupied = -1;  // until a pointer has been met, an unreadable name fails
-    int pointers = 0;
-    int target = 0;
-    for (;;) {
-        const Step step = read_step(at, text, target);
-        if (step == Step::kLabel)
-            continue;
-        if (step == Step::kEnd && occupied < 0)
-            occupied = at.offset() - offset;
+    int occupied = -1;  // until the end or a pointer has been met, an unreadable name fails
+    for (int pointers = 0; pointers <= kMostPointers; ++pointers) {
+        const int stop = take_labels(at, text);
+        const int target = stop > 0 ? pointer_target(at, stop) : -1;
         // Where a pointer leads does not decide over the name: the bytes up to the pointer are passed, and
         // the text ends where it can no longer be read.
-        if (step != Step::kPointer || ++pointers > kMostPointers)
-            break;
-        if (occupied < 0)
+        if (occupied < 0 && (stop == 0 || target >= 0))
             occupied = at.offset() - offset;
+        if (target < 0)
+            break;
         at = Cursor(message, target);
     }
     text.end();
