@@ -14,6 +14,8 @@ void measure_push(Report& report);
 void on_event(NetCMEvent* event);
 // Sixteen threads on the one link.
 void measure_threads(Report& report);
+// The resolver: a lookup, the decoder, the cache.
+void measure_names(Report& report);
 // Start and memory of a program that uses the library, beside others. Needs the server, and no registration.
 void measure_start(Report& report);
 

@@ -1,5 +1,5 @@
-// quorvel-bench [exchange] [push] [threads] [start]: measures, prints a table, and fails when a bar is
-// missed. Without arguments it measures everything. script/bench builds it and runs it where it disturbs
+// quorvel-bench [exchange] [push] [threads] [names] [start]: measures, prints a table, and fails when a bar
+// is missed. Without arguments it measures everything. script/bench builds it and runs it where it disturbs
 // nobody.
 #include <cstdio>
 #include <cstring>
@@ -18,10 +18,8 @@ struct Benchmark {
 };
 
 constexpr Benchmark kBenchmarks[] = {
-    {"start", false, measure_start},
-    {"exchange", true, measure_exchange},
-    {"push", true, measure_push},
-    {"threads", true, measure_threads},
+    {"start", false, measure_start},    {"exchange", true, measure_exchange}, {"push", true, measure_push},
+    {"threads", true, measure_threads}, {"names", false, measure_names},
 };
 
 bool is_known(const char* name) {
