@@ -75,6 +75,18 @@ class CallTest : public ClientTest {
         calls::skip_sleeps();
     }
 
+    // The server takes notice of an async socket some time after the client has gone on.
+    bool async_socket_is_known() {
+        return server.wait_for(wire::NETCM_CLIENT_ASYNC_REGISTER_REQ,
+                               server.count(wire::NETCM_CLIENT_REGISTER_REQ));
+    }
+
+    User& registered(int number) {
+        User& who = ClientTest::registered(number);
+        EXPECT_TRUE(async_socket_is_known());
+        return who;
+    }
+
     // Waits until the receiver has handled everything that was pushed: it drops unknown records with a trace.
     bool settled() {
         const uint32_t code = ++last_marker_;
@@ -86,6 +98,14 @@ class CallTest : public ClientTest {
     template <class... Block>
     bool push_and_settle(const wire::Record& record, const Block&... block) {
         return server.push(record, block...) && settled();
+    }
+
+    // How often the server has got a command that it does not answer on the sync socket: an exchange behind
+    // it shows that everything before has been read.
+    size_t count_unanswered(uint32_t command) {
+        uint32_t status = 0;
+        EXPECT_EQ(NetCMGetNetworkStatus(NETCM_IFACE_PDP, &status), NETCM_SUCCESS);
+        return server.count(command);
     }
 
     // The kernel thread id of the receiver, which must be running.
@@ -127,6 +147,7 @@ class CallTest : public ClientTest {
     }
 
     void break_link() {
+        EXPECT_TRUE(async_socket_is_known());
         server.close_async();
         EXPECT_TRUE(wait_until_link_is_broken());
     }

@@ -49,7 +49,7 @@ TEST_F(Close, the_last_user_sends_one_stop_request) {
     ASSERT_TRUE(server.wait_for(kStop));
     const wire::RequestHeader expected = {5, 0, server.client_id(), 0, 7, 0};
     EXPECT_EQ(bytes_of(server.last(kStop)->header), bytes_of(expected));
-    EXPECT_EQ(server.count(kStop), 1u);
+    EXPECT_EQ(count_unanswered(kStop), 1u);
     EXPECT_EQ(call(0).CallState, 5u);
     EXPECT_EQ(call(0).ThreadProf[0].ProfileId[0], 7) << "the entry stays until the response";
     EXPECT_EQ(who.open(7), NETCM_ERR_CALL_CLOSING);
@@ -117,7 +117,7 @@ TEST_F(Close, one_of_two_threads_is_answered_locally) {
     EXPECT_NE(event.thread, receiver_tid());
     EXPECT_NE(event.thread, who.tid());
     EXPECT_TRUE(event.mutex_was_held);
-    EXPECT_EQ(server.count(kStop), 0u);
+    EXPECT_EQ(count_unanswered(kStop), 0u);
     const NetCMCallInfo stored = call(0);
     EXPECT_EQ(stored.IsActive, 1);
     EXPECT_EQ(stored.CallState, 0u);
@@ -152,7 +152,7 @@ TEST_F(Close, the_second_of_two_stops_the_call) {
     ASSERT_TRUE(events::wait_for(2));
     EXPECT_EQ(told(),
               (std::vector<Told>{{0, NETCM_EVENT_CLOSE_RSP, 7, 0}, {1, NETCM_EVENT_CLOSE_RSP, 7, 0}}));
-    EXPECT_EQ(server.count(kStop), 1u);
+    EXPECT_EQ(count_unanswered(kStop), 1u);
     EXPECT_TRUE(settled());
     EXPECT_TRUE(is_free(0));
 }
@@ -164,11 +164,11 @@ TEST_F(Close, one_of_two_profiles_of_a_thread_is_answered_locally) {
     ASSERT_TRUE(events::wait_for(1));
     EXPECT_TRUE(trace::wait_for("__stop_conn_thread.. Close the thread \n"));
     EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_CLOSE_RSP, 7, 0}}));
-    EXPECT_EQ(server.count(kStop), 0u);
+    EXPECT_EQ(count_unanswered(kStop), 0u);
     EXPECT_TRUE(traced_in_order({{0, "More than one profile uses this call. Profile count = [2]\n"}}));
     EXPECT_EQ(who.close(8), NETCM_SUCCESS);
     ASSERT_TRUE(events::wait_for(2));
-    EXPECT_EQ(server.count(kStop), 1u);
+    EXPECT_EQ(count_unanswered(kStop), 1u);
 }
 
 // Not to be closed.
@@ -185,7 +185,7 @@ TEST_F(Close, a_profile_that_another_thread_has_opened) {
     EXPECT_EQ(other.close(7), NETCM_ERR_NOT_ACTIVE);
     EXPECT_TRUE(traced_in_order({{2, "Thread info not found in call list\n"},
                                  {2, trace::text("Thread [%d] is not using this call\n", other.tid())}}));
-    EXPECT_EQ(server.count(kStop), 0u);
+    EXPECT_EQ(count_unanswered(kStop), 0u);
 }
 
 TEST_F(Close, a_link_that_is_broken_is_repaired_and_has_no_call_any_more) {

@@ -106,7 +106,7 @@ TEST_F(LocalAnswer, a_close_frees_an_entry_that_holds_nothing_any_more) {
     EXPECT_EQ(call(0).ThreadProf[0].ThreadIndex, -1);
     EXPECT_EQ(call(0).ThreadProf[1].ThreadIndex, 1);
     EXPECT_EQ(call(0).CallState, 0u);
-    EXPECT_EQ(server.count(wire::NETCM_CLIENT_STOP_REQ), 0u);
+    EXPECT_EQ(count_unanswered(wire::NETCM_CLIENT_STOP_REQ), 0u);
     EXPECT_TRUE(traced_in_order(
         {{0, "Response sent to the client \n", kCore},
          {0, "Thread has no other active calls. Clear the thread index from call list\n", kCore},
@@ -140,6 +140,7 @@ TEST_F(LocalAnswer, the_last_local_close_stops_the_call) {
     ASSERT_TRUE(server.wait_for(wire::NETCM_CLIENT_STOP_REQ));
     const wire::RequestHeader stop = {5, 0, server.client_id(), 0, 7, 0};
     EXPECT_EQ(bytes_of(server.last(wire::NETCM_CLIENT_STOP_REQ)->header), bytes_of(stop));
+    EXPECT_EQ(count_unanswered(wire::NETCM_CLIENT_STOP_REQ), 1u);
     EXPECT_TRUE(settled());
     // The server's response cleans the record, and has nobody to tell any more.
     EXPECT_TRUE(is_free(0));
