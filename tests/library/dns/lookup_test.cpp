@@ -38,7 +38,11 @@ Responder::Script refuse(uint16_t rcode) {
 }
 
 // A name that takes 88 bytes of a result, and an answer that repeats it as aliases.
-const std::string kLongName(87, 'n');
+const std::string kLongName = [] {
+    std::string name(87, 'n');
+    name[50] = '.';
+    return name;
+}();
 
 Responder::Script answer_in_long(int aliases, int addresses) {
     return [=](const Exchange& exchange) {
