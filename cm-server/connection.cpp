@@ -3,6 +3,7 @@
 #include <event2/buffer.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <stdexcept>
@@ -22,11 +23,13 @@ Connection::Connection(event_base* base, evutil_socket_t fd, const ConnectionLim
       handler_(handler),
       peer_(peer_of(fd)),
       socket_(bufferevent_socket_new(base, fd, BEV_OPT_CLOSE_ON_FREE)),
-      stalled_(base, [this] {
-          close(reader_.pending() == 0 ? "it has never said who it is"
-                                       : "it has left a request unfinished after " +
-                                             std::to_string(reader_.pending()) + " bytes");
-      }) {
+      stalled_(base,
+               [this] {
+                   close(reader_.pending() == 0 ? "it has never said who it is"
+                                                : "it has left a request unfinished after " +
+                                                      std::to_string(reader_.pending()) + " bytes");
+               }),
+      late_due_(base, [this] { put_out_late(); }) {
     if (!socket_)
         throw std::runtime_error("cannot watch a socket");
     bufferevent_setcb(socket_.get(), &Connection::readable, nullptr, &Connection::changed, this);
@@ -40,13 +43,35 @@ void Connection::assign(Role role, uint32_t client_id) {
 }
 
 void Connection::send(const Message& message) {
+    if (!closed_)
+        handler_.on_send(*this, message);
+}
+
+void Connection::write(std::vector<std::byte> bytes, std::chrono::milliseconds delay) {
+    if (late_.empty() && delay == std::chrono::milliseconds(0))
+        return put_out(bytes);
+    auto due = std::chrono::steady_clock::now() + delay;
+    if (!late_.empty())
+        due = std::max(due, late_.back().due);
+    late_.push_back({due, std::move(bytes)});
+    if (!late_due_.running())
+        late_due_.start(delay);
+}
+
+void Connection::put_out_late() {
+    const auto now = std::chrono::steady_clock::now();
+    while (!closed_ && !late_.empty() && late_.front().due <= now) {
+        put_out(late_.front().bytes);
+        late_.pop_front();
+    }
+    if (!closed_ && !late_.empty())
+        late_due_.start(std::chrono::ceil<std::chrono::milliseconds>(late_.front().due - now));
+}
+
+// In one piece, so that a reader who takes a record with a single read gets it whole.
+void Connection::put_out(const std::vector<std::byte>& bytes) {
     if (closed_)
         return;
-    // One piece, so that a reader who takes a record with a single read gets it whole.
-    std::vector<std::byte> bytes;
-    bytes.reserve(sizeof(message.record) + message.block.size());
-    append(bytes, message.record);
-    bytes.insert(bytes.end(), message.block.begin(), message.block.end());
     bufferevent_write(socket_.get(), bytes.data(), bytes.size());
     if (evbuffer_get_length(bufferevent_get_output(socket_.get())) > limits_.unread_bytes)
         close("it does not read what it is sent");
@@ -57,6 +82,7 @@ void Connection::close(const std::string& why) {
         return;
     closed_ = true;
     stalled_.stop();
+    late_due_.stop();
     bufferevent_disable(socket_.get(), EV_READ | EV_WRITE);
     evbuffer* output = bufferevent_get_output(socket_.get());
     evbuffer_unfreeze(output, 1);

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <string>
 
 #include "events.h"
@@ -38,6 +39,8 @@ class Connection {
     class Handler {
       public:
         virtual void on_request(Connection& connection, const Request& request) = 0;
+        // A message is to be sent; the handler writes it, or something else.
+        virtual void on_send(Connection& connection, const Message& message) = 0;
         // The connection has ended; `why` says it in words. Called once.
         virtual void on_closed(Connection& connection, const std::string& why) = 0;
 
@@ -55,6 +58,8 @@ class Connection {
     void assign(Role role, uint32_t client_id);
 
     void send(const Message& message);
+    // Sends these bytes after the delay, and never before what was written earlier.
+    void write(std::vector<std::byte> bytes, std::chrono::milliseconds delay = std::chrono::milliseconds(0));
     // Ends the connection after what the socket takes at once has been sent.
     void close(const std::string& why);
 
@@ -63,6 +68,13 @@ class Connection {
     static void changed(bufferevent*, short what, void* connection);
     void read();
     void watch_for_stall();
+    void put_out(const std::vector<std::byte>& bytes);
+    void put_out_late();
+
+    struct Late {
+        std::chrono::steady_clock::time_point due;
+        std::vector<std::byte> bytes;
+    };
 
     ConnectionLimits limits_;
     Handler& handler_;
@@ -73,6 +85,8 @@ class Connection {
     RequestReader reader_;
     BufferEvent socket_;
     Timer stalled_;
+    std::deque<Late> late_;
+    Timer late_due_;
 };
 
 }  // namespace quorvel::cm

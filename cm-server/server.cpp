@@ -1,8 +1,11 @@
 #include "server.h"
 
+#include <systemd/sd-daemon.h>
+
 #include <csignal>
 
 #include "control/commands.h"
+#include "control/trouble.h"
 #include "log.h"
 #include "requests.h"
 
@@ -22,7 +25,7 @@ Server::Server(const ServerOptions& options, Config config)
     : options_(options),
       config_(std::move(config)),
       base_(make_event_base()),
-      path_(options.socket, kEveryUser),
+      path_(std::make_unique<SocketPath>(options.socket, kEveryUser)),
       clients_(options.max_clients),
       calls_(config_, clients_, statistics_),
       bearer_(base_.get(), config_.set_up_limit, calls_),
@@ -31,27 +34,64 @@ Server::Server(const ServerOptions& options, Config config)
       links_(base_.get(), [this] { links_changed(); }),
       last_status_(networks_.indication().record),
       bury_(base_.get(), [this] { ended_.clear(); }),
-      control_(base_.get(), control_path(options.socket),
-               [this](const nlohmann::json& command) { return execute_command(services(), command); }),
+      back_(base_.get(), [this] { come_back(); }),
+      control_(base_.get(), control_path(options.socket), tap_,
+               [this](const nlohmann::json& command) { return execute(command); }),
       terminate_(base_.get(), SIGTERM, [this] { stop("SIGTERM"); }),
       interrupt_(base_.get(), SIGINT, [this] { stop("SIGINT"); }) {
     std::signal(SIGPIPE, SIG_IGN);
     calls_.use(bearer_);
-    const auto accepted = [](evconnlistener*, evutil_socket_t fd, sockaddr*, int, void* server) {
-        static_cast<Server*>(server)->accept(fd);
-    };
-    listener_ = listen_on(base_.get(), path_.release(), accepted, this);
+    listen();
 }
 
 Server::~Server() = default;
 
+void Server::listen() {
+    const auto accepted = [](evconnlistener*, evutil_socket_t fd, sockaddr*, int, void* server) {
+        static_cast<Server*>(server)->accept(fd);
+    };
+    listener_ = listen_on(base_.get(), path_->release(), accepted, this);
+}
+
+nlohmann::json Server::execute(const nlohmann::json& command) {
+    const Trouble trouble{clients_, faults_, [this](std::chrono::milliseconds away) { restart(away); }};
+    if (const auto done = execute_trouble(trouble, command))
+        return *done;
+    return execute_command(services(), command);
+}
+
+void Server::restart(std::chrono::milliseconds away) {
+    log::info("goes away for ", away.count(), " ms");
+    listener_.reset();
+    path_.reset();
+    std::vector<Connection*> all;
+    for (const auto& [key, connection] : connections_)
+        all.push_back(connection.get());
+    for (Connection* connection : all)
+        connection->close("the server goes away");
+    back_.start(away);
+}
+
+void Server::come_back() {
+    try {
+        path_ = std::make_unique<SocketPath>(options_.socket, kEveryUser);
+        listen();
+        log::info("is back");
+    } catch (const std::exception& error) {
+        log::error("cannot come back: ", error.what());
+        stop("its path being taken");
+    }
+}
+
 void Server::run() {
-    log::info("listening on ", path_.path());
+    log::info("listening on ", path_->path());
+    sd_notify(0, "READY=1");
     event_base_dispatch(base_.get());
 }
 
 void Server::stop(const char* why) {
     log::info("ends on ", why);
+    sd_notify(0, "STOPPING=1");
     event_base_loopbreak(base_.get());
 }
 
@@ -75,8 +115,18 @@ void Server::accept(evutil_socket_t fd) {
     connections_.emplace(key, std::move(connection));
 }
 
+void Server::on_send(Connection& connection, const Message& message) {
+    const Delivery delivery = faults_.apply(connection.client_id(), message);
+    if (delivery.silent)
+        return;
+    tap_.show(connection.client_id(), connection.role() == Connection::Role::kAsync, delivery.message);
+    connection.write(delivery.bytes(), delivery.delay);
+}
+
 void Server::on_request(Connection& connection, const Request& request) {
     const uint32_t command = request.header.Command;
+    if (connection.role() != Connection::Role::kNone)
+        tap_.show(connection.client_id(), request);
     if (connection.role() == Connection::Role::kSync && command > wire::NETCM_CLIENT_ASYNC_REGISTER_REQ)
         return handle_request(services(), *clients_.find(connection.client_id()), request);
     if (connection.role() != Connection::Role::kNone)
@@ -100,6 +150,7 @@ void Server::register_client(Connection& connection, const Request& request) {
         return connection.close("there are " + std::to_string(clients_.all().size()) + " clients already");
     }
     answer.record.Word1 = client->id;
+    tap_.show(client->id, request);
     connection.send(answer);
     log::info(describe(*client), " has registered, user ", client->peer.uid, ", application ", app_id);
 }
@@ -109,6 +160,7 @@ void Server::attach_client(Connection& connection, const Request& request) {
     if (client == nullptr)
         return connection.close("it offers an async socket for client " +
                                 std::to_string(request.header.ClientId) + ", which it is not");
+    tap_.show(client->id, request);
     log::info(describe(*client), " receives events");
 }
 

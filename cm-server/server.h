@@ -13,6 +13,8 @@
 #include "connection.h"
 #include "control/control.h"
 #include "events.h"
+#include "faults/faults.h"
+#include "monitor/tap.h"
 #include "requests.h"
 #include "socket_path.h"
 #include "store/store.h"
@@ -42,15 +44,23 @@ class Server : private Connection::Handler {
     void forget(uint32_t client);
     void stop(const char* why);
     void links_changed();
+    void listen();
+    // Everybody is disconnected, and nobody is let in for a while.
+    void restart(std::chrono::milliseconds away);
+    void come_back();
+    nlohmann::json execute(const nlohmann::json& command);
     Services services() { return {clients_, calls_, store_, settings_, statistics_, networks_}; }
 
     void on_request(Connection& connection, const Request& request) override;
+    void on_send(Connection& connection, const Message& message) override;
     void on_closed(Connection& connection, const std::string& why) override;
 
     ServerOptions options_;
     Config config_;
     EventBase base_;
-    SocketPath path_;
+    std::unique_ptr<SocketPath> path_;
+    Tap tap_;
+    Faults faults_;
     Clients clients_;
     Statistics statistics_;
     Calls calls_;
@@ -64,6 +74,7 @@ class Server : private Connection::Handler {
     // A connection that has ended is still on the call stack; it goes when the loop comes round.
     std::vector<std::unique_ptr<Connection>> ended_;
     Timer bury_;
+    Timer back_;
     Listener listener_;
     Control control_;
     SignalWatch terminate_;

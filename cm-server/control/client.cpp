@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 
 #include "control/control.h"
 #include "socket_path.h"
@@ -28,7 +29,7 @@ class Socket {
 
     void write(std::string_view text) {
         while (!text.empty()) {
-            wait(POLLOUT);
+            wait(POLLOUT, kPatienceMs);
             const ssize_t sent = send(fd_, text.data(), text.size(), MSG_NOSIGNAL);
             if (sent < 0)
                 throw AskError(std::string("the server takes no command: ") + std::strerror(errno));
@@ -36,39 +37,57 @@ class Socket {
         }
     }
 
-    std::string read_line() {
-        std::string line;
+    // The next line, or nothing when the server has closed. A negative patience has no end.
+    std::optional<std::string> read_line(int patience) {
         std::array<char, 4096> piece;
-        while (line.empty() || line.back() != '\n') {
-            wait(POLLIN);
+        size_t end = 0;
+        while ((end = rest_.find('\n')) == std::string::npos) {
+            wait(POLLIN, patience);
             const ssize_t got = read(fd_, piece.data(), piece.size());
             if (got <= 0)
-                throw AskError(
-                    "the server has closed the connection; only its own user and root may control it");
-            line.append(piece.data(), static_cast<size_t>(got));
+                return std::nullopt;
+            rest_.append(piece.data(), static_cast<size_t>(got));
         }
+        std::string line = rest_.substr(0, end);
+        rest_.erase(0, end + 1);
         return line;
     }
 
   private:
-    void wait(short event) const {
+    void wait(short event, int patience) const {
         pollfd waiting{fd_, event, 0};
-        if (poll(&waiting, 1, kPatienceMs) == 0)
+        if (poll(&waiting, 1, patience) == 0)
             throw AskError("the server does not answer");
     }
 
     int fd_;
+    std::string rest_;
 };
+
+nlohmann::json exchange(Socket& server, const nlohmann::json& command) {
+    server.write(command.dump() + "\n");
+    const auto line = server.read_line(kPatienceMs);
+    if (!line)
+        throw AskError("the server has closed the connection; only its own user and root may control it");
+    nlohmann::json answer = nlohmann::json::parse(*line);
+    if (!answer.at("ok").get<bool>())
+        throw AskError(answer.at("error").get<std::string>());
+    return answer;
+}
 
 }  // namespace
 
 nlohmann::json ask_server(const std::string& socket, const nlohmann::json& command) {
     Socket server(control_path(socket));
-    server.write(command.dump() + "\n");
-    nlohmann::json answer = nlohmann::json::parse(server.read_line());
-    if (!answer.at("ok").get<bool>())
-        throw AskError(answer.at("error").get<std::string>());
-    return answer;
+    return exchange(server, command);
+}
+
+void watch_server(const std::string& socket, const std::function<void(const nlohmann::json& passing)>& each) {
+    Socket server(control_path(socket));
+    exchange(server, {{"command", "monitor"}});
+    constexpr int kWithoutEnd = -1;
+    while (const auto line = server.read_line(kWithoutEnd))
+        each(nlohmann::json::parse(*line));
 }
 
 }  // namespace quorvel::cm

@@ -42,16 +42,32 @@ class Control::Session {
         size_t size = 0;
         while (char* line = evbuffer_readln(input, &size, EVBUFFER_EOL_LF)) {
             const std::unique_ptr<char, Freed<free>> owned(line);
-            const std::string out = answer({line, size}).dump() + "\n";
-            bufferevent_write(socket_.get(), out.data(), out.size());
+            write(answer({line, size}));
         }
         if (evbuffer_get_length(input) > kLongestCommand)
             end();
     }
 
+    void write(const nlohmann::json& line) {
+        const std::string out = line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+        bufferevent_write(socket_.get(), out.data(), out.size());
+    }
+
+    // A watcher that does not keep up loses what it cannot take; the server does not wait for it.
+    void watch(const nlohmann::json& passing) {
+        if (evbuffer_get_length(bufferevent_get_output(socket_.get())) < kLongestCommand)
+            write(passing);
+    }
+
     nlohmann::json answer(const std::string& line) {
         try {
-            nlohmann::json result = control_.execute_(nlohmann::json::parse(line));
+            const nlohmann::json command = nlohmann::json::parse(line);
+            if (command.at("command") == "monitor") {
+                control_.tap_.attach(this, [this](const nlohmann::json& passing) { watch(passing); });
+                log::info("an operator watches");
+                return {{"ok", true}};
+            }
+            nlohmann::json result = control_.execute_(command);
             result["ok"] = true;
             return result;
         } catch (const nlohmann::json::exception& error) {
@@ -62,6 +78,7 @@ class Control::Session {
     }
 
     void end() {
+        control_.tap_.detach(this);
         bufferevent_disable(socket_.get(), EV_READ | EV_WRITE);
         control_.end(this);
     }
@@ -70,11 +87,10 @@ class Control::Session {
     BufferEvent socket_;
 };
 
-Control::Control(event_base* base, const std::string& path, Execute execute)
-    : base_(base),
-      path_(path, kOwnerOnly),
-      execute_(std::move(execute)),
-      bury_(base, [this] { ended_.clear(); }) {
+Control::Control(event_base* base, const std::string& path, Tap& tap, Execute execute)
+    : base_(base), path_(path, kOwnerOnly), tap_(tap), execute_(std::move(execute)), bury_(base, [this] {
+          ended_.clear();
+      }) {
     const auto accepted = [](evconnlistener*, evutil_socket_t fd, sockaddr*, int, void* self) {
         static_cast<Control*>(self)->accept(fd);
     };

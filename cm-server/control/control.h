@@ -8,6 +8,7 @@
 #include <string>
 
 #include "events.h"
+#include "monitor/tap.h"
 #include "socket_path.h"
 
 namespace quorvel::cm {
@@ -22,8 +23,8 @@ class Control {
     // Carries a command out and gives {"text": ..., "data": ...}; throws ControlError.
     using Execute = std::function<nlohmann::json(const nlohmann::json& command)>;
 
-    // Throws SocketPathError.
-    Control(event_base* base, const std::string& path, Execute execute);
+    // The command "monitor" makes a session a watcher of the tap. Throws SocketPathError.
+    Control(event_base* base, const std::string& path, Tap& tap, Execute execute);
     ~Control();
 
   private:
@@ -33,6 +34,7 @@ class Control {
 
     event_base* base_;
     SocketPath path_;
+    Tap& tap_;
     Execute execute_;
     std::map<Session*, std::unique_ptr<Session>> sessions_;
     std::vector<std::unique_ptr<Session>> ended_;

@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "control/client.h"
+#include "control/scenario.h"
 #include "control/tables.h"
 
 namespace quorvel::cm {
@@ -122,6 +123,50 @@ void add_client_commands(Ctl& ctl) {
     add_argument<uint32_t>(tunnel, data, "--client", "client", "Send to this client, registered or not");
 }
 
+void add_trouble_commands(Ctl& ctl) {
+    const auto fault = std::make_shared<Draft>();
+    CLI::App& add = ctl.add("fault", "Make what is sent go wrong", fault);
+    add.add_option_function<std::string>(
+           "kind", [fault](const std::string& kind) { fault->command["kind"] = kind; },
+           "late (value: milliseconds), code, status, count, length (value: what is sent instead), half (of "
+           "a "
+           "record), silent")
+        ->required()
+        ->check(CLI::IsMember({"late", "code", "status", "half", "count", "length", "silent"}));
+    add_argument<uint32_t>(add, fault, "value", "value", "What it takes");
+    add_argument<uint32_t>(add, fault, "--client", "client", "Only for this client");
+    add_argument<std::string>(add, fault, "--event", "event",
+                              "Only for this answer or event, by name or code");
+    add_argument<uint32_t>(add, fault, "--times", "times", "How often; without it, until it is taken back");
+    ctl.add("faults", "List what is going wrong on purpose", std::make_shared<Draft>());
+    ctl.add("clear-faults", "Take all faults back", std::make_shared<Draft>());
+
+    const auto socket = std::make_shared<Draft>();
+    CLI::App& close = ctl.add("close", "Close a client's socket", socket);
+    close
+        .add_option_function<std::string>(
+            "socket", [socket](const std::string& which) { socket->command["socket"] = which; },
+            "sync or async")
+        ->required()
+        ->check(CLI::IsMember({"sync", "async"}));
+    add_argument<uint32_t>(close, socket, "--client", "client", "The client");
+    close.get_option("--client")->required();
+
+    const auto away = std::make_shared<Draft>();
+    CLI::App& restart = ctl.add("restart", "Go away with all connections, and come back", away);
+    add_argument<uint32_t>(restart, away, "--away", "away", "Milliseconds to be away");
+}
+
+void add_scenario(Ctl& ctl) {
+    const auto draft = std::make_shared<Draft>();
+    CLI::App* command = ctl.app.add_subcommand("run", "Run a scenario file");
+    command
+        ->add_option("file", draft->file, "TOML: [[step]] with at = MILLISECONDS, command and its arguments")
+        ->required();
+    const std::string* path = &ctl.socket;
+    command->callback([draft, path] { run_scenario(*path, draft->file); });
+}
+
 void print_list(const Draft& draft, const json& answer) {
     const json& data = answer.at("data");
     if (draft.as_json)
@@ -138,6 +183,8 @@ void add_ctl(CLI::App& app, const std::string& socket) {
     Ctl ctl{*group, socket};
     add_call_commands(ctl);
     add_client_commands(ctl);
+    add_trouble_commands(ctl);
+    add_scenario(ctl);
     const auto draft = std::make_shared<Draft>();
     CLI::App& list = ctl.add("list", "List clients and calls", draft, print_list);
     list.add_flag("--json", draft->as_json, "Print JSON");

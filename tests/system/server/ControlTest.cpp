@@ -8,11 +8,6 @@
 namespace quorvel::test {
 namespace {
 
-Ended ctl(std::vector<std::string> words) {
-    words.insert(words.begin(), {CM_SERVER_PATH, "ctl"});
-    return run(words);
-}
-
 class Operator : public ::testing::Test {
   public:
     void expect_refused(const std::vector<std::string>& words, const std::string& why) {

@@ -163,6 +163,11 @@ NetPMProfile wlan_profile(const std::string& name, const std::string& essid) {
     return profile;
 }
 
+Ended ctl(std::vector<std::string> words) {
+    words.insert(words.begin(), {CM_SERVER_PATH, "ctl"});
+    return run(words);
+}
+
 std::string dotted(const NetCMAddr& address) {
     std::array<char, INET_ADDRSTRLEN> text{};
     inet_ntop(AF_INET, address.Addr, text.data(), text.size());

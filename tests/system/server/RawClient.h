@@ -8,6 +8,7 @@
 
 #include "common/Wire.h"
 #include "quorvel/NetPM.h"
+#include "support/Program.h"
 
 namespace quorvel::test {
 
@@ -95,6 +96,9 @@ template <size_t Size>
 void put(char (&field)[Size], std::string_view text) {
     field[text.copy(field, Size - 1)] = '\0';
 }
+
+// Runs an operator's command to its end.
+Ended ctl(std::vector<std::string> words);
 
 std::string dotted(const NetCMAddr& address);
 

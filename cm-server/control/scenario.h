@@ -1,0 +1,13 @@
+// A file of the operator's commands with times.
+#pragma once
+
+#include <string>
+
+namespace quorvel::cm {
+
+// Runs the steps of a TOML file ([[step]] with `at` in milliseconds, `command` and its arguments) against the
+// server, and prints each. Throws AskError at the first step that is refused, and for a file that makes no
+// sense.
+void run_scenario(const std::string& socket, const std::string& path);
+
+}  // namespace quorvel::cm

@@ -1,0 +1,226 @@
+#include "monitor/decode.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+#include "protocol/cursor.h"
+#include "protocol/pm_message.h"
+#include "store/fields.h"
+
+namespace quorvel::cm {
+namespace {
+
+using nlohmann::json;
+
+int32_t signed_word(uint32_t word) {
+    return static_cast<int32_t>(word);
+}
+
+bool is_secret(std::string_view column) {
+    constexpr std::array<std::string_view, 8> kSecrets{"password",     "wep_key_0",       "wep_key_1",
+                                                       "wep_key_2",    "wep_key_3",       "psk",
+                                                       "eap_password", "eap_key_password"};
+    return std::ranges::find(kSecrets, column) != kSecrets.end();
+}
+
+json profile_json(const NetPMProfile& profile) {
+    const std::string_view name(profile.ProfileName, sizeof(profile.ProfileName));
+    json result{{"id", profile.ProfileId},
+                {"type", profile.ProfileType},
+                {"name", name.substr(0, name.find('\0'))},
+                {"attributes", profile.ProfileAttr}};
+    for (const Field& field : profile_fields()) {
+        if (!has_part(profile, field.part))
+            continue;
+        const FieldValue value = get_field(profile, field);
+        const auto* text = std::get_if<std::string>(&value);
+        if (is_secret(field.column))
+            result[field.column] = text != nullptr && text->empty() ? "" : "***";
+        else if (text != nullptr)
+            result[field.column] = *text;
+        else
+            result[field.column] = std::get<int64_t>(value);
+    }
+    return result;
+}
+
+json profile_data(std::span<const std::byte> data) {
+    ProfileSlot slot{};
+    Cursor cursor(data);
+    return cursor.read(slot) && cursor.remaining() == 0 ? profile_json(slot.profile) : json(data.size());
+}
+
+json connection_json(const wire::ConnectionBlock& block) {
+    const auto dotted = [](const NetCMAddr& address) {
+        in_addr plain{};
+        std::ranges::copy_n(address.Addr, sizeof(plain), reinterpret_cast<uint8_t*>(&plain));
+        return to_text(plain);
+    };
+    json dns = json::array();
+    for (int32_t i = 0; i < std::clamp(block.DnsCount, 0, 2); ++i)
+        dns.push_back(dotted(block.DnsAddr[i]));
+    const std::string_view name(block.IfaceName, sizeof(block.IfaceName));
+    return {{"interface", name.substr(0, name.find('\0'))}, {"address", dotted(block.IpAddr)}, {"dns", dns}};
+}
+
+template <class Block>
+bool read_block(const Message& message, Block& block) {
+    return Cursor(message.block).read(block);
+}
+
+json pm_request(const Request& request) {
+    PmRequestHeader header{};
+    Cursor cursor(request.payload);
+    if (!cursor.read(header))
+        return json::object();
+    json fields{
+        {"pm", header.Command}, {"profile", header.ProfileId}, {"arg", header.Arg}, {"arg2", header.Arg2}};
+    if (cursor.remaining() > 0)
+        fields["data"] = profile_data(cursor.take(cursor.remaining()));
+    return fields;
+}
+
+json pm_answer(const Message& message) {
+    const wire::Record& record = message.record;
+    json fields{{"pm", record.Word1},
+                {"profile", signed_word(record.Word2)},
+                {"error", record.CallId},
+                {"length", record.Word5},
+                {"value", record.Word6}};
+    if (const PmErrorEntry* error = find_pm_error(record.CallId))
+        fields["error-name"] = error->name;
+    if (!message.block.empty())
+        fields["data"] = profile_data(message.block);
+    return fields;
+}
+
+json app_fields(const AppProfMsg& message) {
+    return {{"app-profile", message.Cmd},
+            {"result", message.Result},
+            {"application", signed_word(message.Application.AppId)},
+            {"param", message.Application.Param},
+            {"profile", signed_word(message.Application.ProfileId)}};
+}
+
+json app_message(std::span<const std::byte> bytes) {
+    AppProfMsg message{};
+    return Cursor(bytes).read(message) ? app_fields(message) : json::object();
+}
+
+json request_fields(const Request& request) {
+    const wire::RequestHeader& header = request.header;
+    switch (header.Command) {
+        case wire::NETCM_CLIENT_REGISTER_REQ:
+            return {{"application", signed_word(header.Arg5)}};
+        case wire::NETCM_CLIENT_STOP_REQ:
+            return {{"call", header.Arg3}, {"profile", signed_word(header.Arg4)}};
+        case wire::NETCM_CLIENT_START_REQ:
+        case wire::NETCM_CLIENT_KILL_REQ:
+        case wire::NETCM_CLIENT_GET_PACKET_DATA_STATE_REQ:
+            return {{"profile", signed_word(header.Arg4)}};
+        case wire::NETCM_CLIENT_SET_PACKET_DATA_STATE_REQ:
+            return {{"state", header.Arg3}, {"profile", signed_word(header.Arg4)}};
+        case wire::NETCM_CLIENT_TUNNEL_REQ:
+            return {{"param", signed_word(header.Arg3)}, {"length", header.Arg4}};
+        case wire::NETCM_CLIENT_RESET_STAT_INFO_REQ:
+            return {{"level", header.Arg4}};
+        case wire::NETCM_CLIENT_GET_ACTIVE_CONN_LIST_REQ:
+            return {{"interface-kind", header.Param}};
+        case wire::NETCM_CLIENT_SET_SETTINGS_REQ:
+            return {{"key", header.Arg3}, {"value", header.Arg4}};
+        case wire::NETCM_CLIENT_GET_SETTINGS_REQ:
+            return {{"key", header.Arg3}};
+        case wire::NETPM_PROFILE_REQ:
+            return pm_request(request);
+        case wire::NETPM_APPPROF_REQ:
+            return app_message(request.payload);
+        default:
+            return json::object();
+    }
+}
+
+json list_fields(const Message& message) {
+    wire::ProfileIdBlock block{};
+    const auto size = std::min(message.block.size(), sizeof(block.Count));
+    std::ranges::copy_n(message.block.begin(), static_cast<ptrdiff_t>(size),
+                        std::as_writable_bytes(std::span(&block.Count, 1)).begin());
+    return {{"status", message.record.Status}, {"count", block.Count}};
+}
+
+json call_fields(const Message& message) {
+    const wire::Record& record = message.record;
+    json fields{{"profile", signed_word(record.Word2)},
+                {"call", signed_word(record.CallId)},
+                {"status", record.Status}};
+    if (record.Word5 != 0)
+        fields["reason"] = record.Word5;
+    if (wire::ConnectionBlock block{}; read_block(message, block))
+        fields["connection"] = connection_json(block);
+    return fields;
+}
+
+json answer_fields(const Message& message, bool event) {
+    const wire::Record& record = message.record;
+    switch (record.Code) {
+        case wire::NETCM_CLIENT_REGISTER_RSP:
+            return {{"client", record.Word1}, {"status", record.Status}};
+        case wire::NETCM_CLIENT_GET_ACTIVE_PROFILE_IDS_RSP:
+        case wire::NETCM_CLIENT_GET_ACTIVE_CONN_LIST_RSP:
+        case wire::NETCM_CLIENT_GET_ACTIVE_PROFILE_NAME_LIST_RSP:
+            return list_fields(message);
+        case wire::NETCM_CLIENT_TUNNEL_RSP:
+        case wire::NETCM_CLIENT_TUNNEL_IND:
+            return {{"length", record.Word2}, {"id", record.CallId}, {"status", record.Status}};
+        case wire::NETCM_CLIENT_GET_NETWORK_STATUS_RSP:
+            return {{"packet-data", record.Word8}, {"wifi", record.Word7}, {"status", record.Status}};
+        case wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND:
+            return {{"packet-data", record.Word2}, {"wifi", record.CallId}};
+        case wire::NETPM_PROFILE_RSP:
+            return pm_answer(message);
+        case wire::NETCM_CLIENT_PROPER_PROFILE_RSP:
+            if (event)
+                return {{"application", record.Word5}, {"profile", record.Word6}, {"status", record.Status}};
+            return app_message(std::as_bytes(std::span(&record, 1)).subspan(offsetof(wire::Record, Word1)));
+        case wire::NETCM_CLIENT_START_RSP:
+        case wire::NETCM_CLIENT_STOP_RSP:
+        case wire::NETCM_CLIENT_KILL_RSP:
+        case wire::NETCM_CLIENT_STOP_IND:
+        case wire::NETCM_CLIENT_SUSPEND_IND:
+        case wire::NETCM_CLIENT_RESUME_IND:
+        case wire::NETCM_CLIENT_IP_CHANGE_IND:
+            return call_fields(message);
+        default:
+            return {{"value", record.Word2}, {"status", record.Status}};
+    }
+}
+
+template <class Entry>
+std::string name_of(const Entry* entry, uint32_t code) {
+    return entry != nullptr ? entry->name : "code " + std::to_string(code);
+}
+
+}  // namespace
+
+json decode(const Request& request) {
+    const uint32_t code = request.header.Command;
+    return {{"name", name_of(wire::find_command(code), code)}, {"fields", request_fields(request)}};
+}
+
+json decode(const Message& message, bool event) {
+    const uint32_t code = message.record.Code;
+    return {{"name", name_of(wire::find_event(code), code)}, {"fields", answer_fields(message, event)}};
+}
+
+std::string to_hex(std::span<const std::byte> bytes) {
+    static constexpr char kDigits[] = "0123456789abcdef";
+    std::string hex;
+    hex.reserve(bytes.size() * 2);
+    for (const std::byte byte : bytes) {
+        hex += kDigits[std::to_integer<unsigned>(byte >> 4)];
+        hex += kDigits[std::to_integer<unsigned>(byte & std::byte{15})];
+    }
+    return hex;
+}
+
+}  // namespace quorvel::cm

@@ -1,0 +1,88 @@
+// The window on the wire.
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "server/RawClient.h"
+#include "support/CmServer.h"
+
+namespace quorvel::test {
+namespace {
+
+std::string content(const std::string& path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+class Monitor : public ::testing::Test {
+  public:
+    void attach(const std::vector<std::string>& options = {}) {
+        std::vector<std::string> words{CM_SERVER_PATH, "monitor"};
+        words.insert(words.end(), options.begin(), options.end());
+        program = std::make_unique<Program>(words);
+        server.program().wait_for_err("watches");
+    }
+
+    CmServer server;
+    RawClient client;
+    std::unique_ptr<Program> program;
+};
+
+TEST_F(Monitor, shows_requests_answers_and_events_by_name) {
+    attach();
+    client.open(1);
+    program->wait_for_out("1 --> NETCM_CLIENT_START_REQ profile=1\n");
+    program->wait_for_out("1 <-- NETCM_CLIENT_START_RSP call=0 profile=1 status=0\n");
+    program->wait_for_out("1 <== NETCM_CLIENT_START_RSP call=0 connection={\"address\":\"127.0.0.1\"");
+}
+
+TEST_F(Monitor, masks_the_secrets_of_profiles) {
+    attach();
+    NetPMProfile profile = pdp_profile("named", "internet");
+    put(profile.PdpProfInfo.AuthInfo.Password, "hunter2");
+    ask_pm(client, 1, -1, slot(profile));
+    program->wait_for_out("\"password\":\"***\"");
+    program->send_signal(SIGTERM);
+    EXPECT_EQ(program->wait().out.find("hunter2"), std::string::npos);
+}
+
+TEST_F(Monitor, prints_json_lines_and_keeps_them) {
+    attach({"--json", "--record", "/tmp/session.jsonl"});
+    client.ask(wire::NETCM_CLIENT_GET_SETTINGS_REQ, {.Arg3 = 4});
+    program->wait_for_out("\"name\":\"NETCM_CLIENT_GET_SETTINGS_RSP\"");
+    const std::string kept = content("/tmp/session.jsonl");
+    EXPECT_NE(kept.find("\"fields\":{\"key\":4}"), std::string::npos) << kept;
+    EXPECT_NE(kept.find("\"bytes\":\"17000000"), std::string::npos) << kept;
+    struct stat found {};
+    ASSERT_EQ(stat("/tmp/session.jsonl", &found), 0);
+    EXPECT_EQ(found.st_mode & 0777, 0600u);
+}
+
+TEST_F(Monitor, shows_one_client_when_asked) {
+    attach({"--client", "2"});
+    RawClient other;
+    client.open(1);
+    other.open(1);
+    program->wait_for_out("2 <== NETCM_CLIENT_START_RSP");
+    program->send_signal(SIGTERM);
+    EXPECT_EQ(program->wait().out.find(" 1 "), std::string::npos);
+}
+
+TEST_F(Monitor, ends_with_the_server) {
+    attach();
+    server.program().send_signal(SIGTERM);
+    EXPECT_EQ(program->wait().status, 0);
+}
+
+TEST_F(Monitor, may_go_without_the_server_noticing) {
+    attach();
+    program->send_signal(SIGKILL);
+    program->wait();
+    EXPECT_EQ(client.open(1), 0u);
+}
+
+}  // namespace
+}  // namespace quorvel::test

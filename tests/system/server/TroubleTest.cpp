@@ -1,0 +1,136 @@
+// Trouble on demand.
+#include <chrono>
+#include <fstream>
+
+#include "server/RawClient.h"
+#include "support/CmServer.h"
+
+namespace quorvel::test {
+namespace {
+
+class Trouble : public ::testing::Test {
+  public:
+    void make(const std::vector<std::string>& words) {
+        const Ended ended = ctl(words);
+        EXPECT_EQ(ended.status, 0) << ended.err;
+    }
+    wire::Record ask_default() { return client.ask(wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ); }
+
+    CmServer server;
+    RawClient client;
+};
+
+TEST_F(Trouble, comes_as_a_wrong_code_as_often_as_asked) {
+    make({"fault", "code", "118", "--times", "1"});
+    EXPECT_EQ(ask_default().Code, 118u);
+    EXPECT_EQ(ask_default().Code, wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_RSP);
+}
+
+TEST_F(Trouble, comes_as_a_status_to_one_client_until_it_is_taken_back) {
+    RawClient other;
+    make({"fault", "status", "5", "--client", std::to_string(client.id())});
+    EXPECT_EQ(ask_default().Status, 5u);
+    EXPECT_EQ(ask_default().Status, 5u);
+    EXPECT_EQ(other.ask(wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ).Status, 0u);
+    EXPECT_EQ(ctl({"faults"}).out, "1 faults\nstatus 5, client 1, until it is cleared\n");
+    EXPECT_EQ(ctl({"clear-faults"}).out, "1 faults taken back\n");
+    EXPECT_EQ(ask_default().Status, 0u);
+}
+
+TEST_F(Trouble, comes_as_the_refusal_of_a_start_without_its_block) {
+    make({"fault", "status", "21", "--event", "NETCM_CLIENT_START_RSP"});
+    EXPECT_EQ(ask_default().Status, 0u);
+    EXPECT_EQ(client.start(1).Status, 21u);
+    EXPECT_EQ(client.async().record().Status, 21u);
+    EXPECT_TRUE(client.async().silent());
+}
+
+TEST_F(Trouble, comes_late_and_keeps_the_order) {
+    make({"fault", "late", "200", "--times", "1"});
+    const auto before = std::chrono::steady_clock::now();
+    client.tell(wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ);
+    client.tell(wire::NETCM_CLIENT_GET_NETIFACE_LIST_REQ);
+    EXPECT_EQ(client.sync().record().Code, wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_RSP);
+    EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(190));
+    EXPECT_EQ(client.sync().record().Code, wire::NETCM_CLIENT_GET_NETIFACE_LIST_RSP);
+}
+
+TEST_F(Trouble, comes_as_half_a_record) {
+    make({"fault", "half", "--times", "1"});
+    client.tell(wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ);
+    client.sync().bytes(20);
+    EXPECT_TRUE(client.sync().silent());
+}
+
+TEST_F(Trouble, comes_as_silence) {
+    make({"fault", "silent", "--client", "1"});
+    client.tell(wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ);
+    EXPECT_TRUE(client.sync().silent());
+    make({"clear-faults"});
+    EXPECT_EQ(ask_default().Status, 0u);
+}
+
+TEST_F(Trouble, comes_as_wrong_counts_and_lengths) {
+    make({"fault", "count", "4000000000", "--times", "1"});
+    client.ask(wire::NETCM_CLIENT_GET_ACTIVE_PROFILE_IDS_REQ);
+    EXPECT_EQ(client.sync().block<wire::ProfileIdBlock>().Count, 4000000000u);
+    make({"fault", "length", "9", "--times", "1", "--event", "NETCM_CLIENT_TUNNEL_RSP"});
+    EXPECT_EQ(client.ask(wire::NETCM_CLIENT_TUNNEL_REQ, {.Arg4 = 3}, "abc").Word2, 9u);
+}
+
+TEST_F(Trouble, closes_a_socket) {
+    make({"close", "async", "--client", "1"});
+    EXPECT_TRUE(client.async().closed());
+    EXPECT_EQ(ask_default().Status, 0u);
+    EXPECT_EQ(ctl({"close", "async", "--client", "1"}).err, "cm-server: client 1 has no async socket\n");
+    make({"close", "sync", "--client", "1"});
+    EXPECT_TRUE(client.sync().closed());
+    EXPECT_EQ(ctl({"close", "sync", "--client", "1"}).err, "cm-server: there is no client 1\n");
+}
+
+TEST_F(Trouble, takes_the_server_away_and_brings_it_back) {
+    client.open(1);
+    make({"restart", "--away", "1"});
+    EXPECT_TRUE(client.sync().closed());
+    EXPECT_TRUE(client.async().closed());
+    server.program().wait_for_err("is back");
+    RawClient again;
+    EXPECT_EQ(again.open(1), 0u);
+}
+
+TEST_F(Trouble, is_refused_when_it_makes_no_sense) {
+    EXPECT_NE(ctl({"fault", "nonsense"}).status, 0);
+    EXPECT_EQ(ctl({"fault", "late", "1", "--event", "NOTHING"}).err,
+              "cm-server: there is no answer or event \"NOTHING\"\n");
+}
+
+TEST_F(Trouble, can_be_written_down_with_its_times) {
+    client.open(1);
+    std::ofstream("/tmp/scenario.toml") << R"(
+[[step]]
+at = 0
+command = "suspend"
+call = 0
+[[step]]
+at = 20
+command = "resume"
+profile = 1
+)";
+    const Ended ended = ctl({"run", "/tmp/scenario.toml"});
+    EXPECT_EQ(ended.status, 0) << ended.err;
+    EXPECT_EQ(ended.out,
+              "     0 ms  call 0 (profile 1 \"local\") is suspended\n"
+              "    20 ms  call 0 (profile 1 \"local\") runs again\n");
+    EXPECT_EQ(client.async().record().Code, wire::NETCM_CLIENT_SUSPEND_IND);
+    EXPECT_EQ(client.async().record().Code, wire::NETCM_CLIENT_RESUME_IND);
+}
+
+TEST_F(Trouble, that_is_written_down_wrongly_is_told_with_its_line) {
+    std::ofstream("/tmp/scenario.toml") << "[[step]]\nat = 0\n";
+    EXPECT_EQ(ctl({"run", "/tmp/scenario.toml"}).err,
+              "cm-server: /tmp/scenario.toml:1: a step needs a command\n");
+    EXPECT_NE(ctl({"run", "/tmp/absent.toml"}).status, 0);
+}
+
+}  // namespace
+}  // namespace quorvel::test
