@@ -6,7 +6,14 @@ namespace quorvel::cm {
 namespace {
 
 // A client without an async socket cannot read; what waits for it must not grow without end.
-constexpr size_t kMaxWaiting = 64;
+constexpr size_t kMaxWaitingBytes = size_t{256} * 1024;
+
+bool has_room_for(const Client& client, const Message& message) {
+    size_t bytes = sizeof(message.record) + message.block.size();
+    for (const Message& waiting : client.waiting)
+        bytes += sizeof(waiting.record) + waiting.block.size();
+    return bytes <= kMaxWaitingBytes;
+}
 
 }  // namespace
 
@@ -59,7 +66,7 @@ void Clients::push(uint32_t id, Message message) {
         return;
     if (client->async != nullptr)
         client->async->send(message);
-    else if (client->waiting.size() < kMaxWaiting)
+    else if (has_room_for(*client, message))
         client->waiting.push_back(std::move(message));
     else
         log::warning(describe(*client), ": an event is lost, there is no async socket to send it on");

@@ -114,11 +114,11 @@ void Connection::read() {
 void Connection::watch_for_stall() {
     if (closed_)
         return;
-    const bool waiting = role_ == Role::kNone || reader_.pending() > 0;
-    if (!waiting)
-        stalled_.stop();
-    else if (!stalled_.running())
+    // Called whenever something has arrived, so that only silence counts.
+    if (role_ == Role::kNone || reader_.pending() > 0)
         stalled_.start(limits_.request_time);
+    else
+        stalled_.stop();
 }
 
 void Connection::readable(bufferevent*, void* connection) {
