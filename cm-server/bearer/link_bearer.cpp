@@ -63,6 +63,8 @@ void LinkBearer::wait(uint32_t call, bool last_time) {
             events_.on_refused(call, reason);
         return;
     }
+    // The kernel may have brought the news before the first look.
+    first_looks_[call]->stop();
     limits_[call]->stop();
     link.state = State::kUp;
     link.address = interface->addresses.front();
