@@ -49,9 +49,12 @@ void TimeoutOption::define(CLI::App& command) {
         ->check(CLI::Range(0.0, kThirtyYears));
 }
 
+Deadline TimeoutOption::deadline() const {
+    return in(std::chrono::duration<double>(seconds));
+}
+
 Event TimeoutOption::await(Session& session, const EventTest& test, const std::string& what) const {
-    const std::optional<Event> event =
-        session.await(test, in(std::chrono::duration<double>(seconds)), forget);
+    const std::optional<Event> event = session.await(test, deadline(), forget);
     if (!event) {
         throw Failure("no " + what + (session.interrupted() ? ": interrupted" : " within the time-out"));
     }

@@ -37,6 +37,9 @@ struct NoOptions {
 
 // Each adds the subcommands of one family to the program.
 void add_connection_commands(CLI::App& app, const CommonOptions& common);
+void add_control_commands(CLI::App& app, const CommonOptions& common);
+void add_information_commands(CLI::App& app, const CommonOptions& common);
+void add_tunnel_commands(CLI::App& app, const CommonOptions& common);
 
 // Prints each event as it comes; forgets it.
 EventHandler printing(Printer& printer);
@@ -60,6 +63,7 @@ struct TimeoutOption {
     double seconds = 30;
 
     void define(CLI::App& command);
+    Deadline deadline() const;
     // The event that passes the test; throws a Failure when it did not come.
     Event await(Session& session, const EventTest& test, const std::string& what) const;
 };

@@ -7,6 +7,7 @@
 #include <span>
 
 #include "Printer.h"
+#include "ServerWords.h"
 
 namespace quorvel::netcm {
 namespace {
@@ -38,6 +39,12 @@ std::string event_name(uint32_t type) {
 EventData copy_data(const NetCMEvent& event) {
     const auto words = static_cast<const int32_t*>(event.Data);
     switch (event.EventType) {
+        case NETCM_EVENT_TUNNEL_RSP:
+        case NETCM_EVENT_TUNNEL_IND: {
+            const auto& tunnel = *static_cast<const NetCMTunnelData*>(event.Data);
+            const std::span bytes(static_cast<const uint8_t*>(tunnel.Data), tunnel.DataLength);
+            return TunnelBytes{tunnel.RequestId, {bytes.begin(), bytes.end()}};
+        }
         case NETCM_EVENT_NETWORK_STATUS_IND:
             return NetworkStatus{{words[0], words[1]}};
         case NETCM_EVENT_PROPER_PROFILE_RSP:
@@ -53,10 +60,18 @@ EventData copy_data(const NetCMEvent& event) {
     }
 }
 
-// What a result means where the header fixes it.
-const char* result_meaning(const Event& event) {
+bool ends_a_request(uint32_t type) {
+    return type == NETCM_EVENT_OPEN_RSP || type == NETCM_EVENT_CLOSE_RSP || type == NETCM_EVENT_KILL_RSP ||
+           type == NETCM_EVENT_STOP_IND;
+}
+
+// What the result means, or the reason behind it, where that is known.
+const char* meaning_of(const Event& event) {
     constexpr int32_t kServerGone = 2;
     constexpr int32_t kKilled = 22;
+    if (const Reason* reason = std::get_if<Reason>(&event.data)) {
+        return ends_a_request(event.type) ? reason_text(reason->word) : nullptr;
+    }
     if (event.type != NETCM_EVENT_STOP_IND) {
         return nullptr;
     }
@@ -72,6 +87,18 @@ struct DataToJson {
     void operator()(const Reason& reason) const { out["reason"] = reason.word; }
     void operator()(const NetCMConnInfo& info) const { out.update(to_json(info)); }
     void operator()(const NetworkStatus& status) const { out["status"] = status.words; }
+    void operator()(const TunnelBytes& tunnel) const {
+        out["request_id"] = tunnel.request_id;
+        out["length"] = tunnel.bytes.size();
+        if (tunnel.bytes.empty()) {
+            return;
+        }
+        out["data"] = hex_text(tunnel.bytes);
+        const std::string text(tunnel.bytes.begin(), tunnel.bytes.end());
+        if (std::ranges::all_of(text, [](unsigned char c) { return std::isprint(c) != 0; })) {
+            out["text"] = text;
+        }
+    }
     void operator()(const ProperProfile& proper) const {
         out["app_id"] = proper.app_id;
         out["status"] = proper.status;
@@ -123,10 +150,10 @@ Json to_json(const Event& event) {
         out["profile_id"] = event.profile;
     }
     out["result"] = event.result;
-    if (const char* meaning = result_meaning(event)) {
+    std::visit(DataToJson{out}, event.data);
+    if (const char* meaning = meaning_of(event)) {
         out["meaning"] = meaning;
     }
-    std::visit(DataToJson{out}, event.data);
     return out;
 }
 

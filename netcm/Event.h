@@ -22,12 +22,18 @@ struct NetworkStatus {
     std::array<int32_t, 2> words;
 };
 
+struct TunnelBytes {
+    uint32_t request_id;
+    std::vector<uint8_t> bytes;
+};
+
 struct ProperProfile {
     uint32_t status;
     int32_t app_id;
 };
 
-using EventData = std::variant<std::monostate, Reason, NetCMConnInfo, NetworkStatus, ProperProfile>;
+using EventData =
+    std::variant<std::monostate, Reason, NetCMConnInfo, NetworkStatus, TunnelBytes, ProperProfile>;
 
 struct Event {
     std::chrono::system_clock::time_point time;

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 
+#include "ServerWords.h"
+
 namespace quorvel::netcm {
 namespace {
 
@@ -55,8 +57,12 @@ std::string describe_status(uint32_t status) {
 }
 
 std::string describe_open_failure(uint32_t status, int32_t transport_error) {
-    const std::string text = describe_status(status);
-    return status == kTransportFailure ? text + ", transport error " + std::to_string(transport_error) : text;
+    if (status != kTransportFailure) {
+        return describe_status(status);
+    }
+    const char* text = reason_text(transport_error);
+    return describe_status(status) + ", transport error " + std::to_string(transport_error) +
+           (text == nullptr ? "" : std::string(": ") + text);
 }
 
 void require_success(uint32_t status, const std::string& what, const std::string& hint) {

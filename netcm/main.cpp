@@ -23,6 +23,9 @@ void describe(CLI::App& app, CommonOptions& common) {
     app.require_subcommand(1);
     app.fallthrough();
     add_connection_commands(app, common);
+    add_control_commands(app, common);
+    add_information_commands(app, common);
+    add_tunnel_commands(app, common);
 }
 
 void print_completions(const CLI::App& app, const std::vector<std::string>& words) {

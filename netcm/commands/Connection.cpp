@@ -1,8 +1,9 @@
 // netcm open, watch, close, kill, cleanup
-#include <array>
-#include <cstring>
+#include <algorithm>
+#include <chrono>
 
 #include "../Command.h"
+#include "../Lists.h"
 #include "../Status.h"
 
 namespace quorvel::netcm {
@@ -104,6 +105,29 @@ void run_kill(const CommonOptions& common, const KillOptions& options) {
     session.end(forget);
 }
 
+bool is_active(const Json& connection) {
+    const Json ids = active_ids();
+    return std::ranges::find(ids, connection["profile_id"]) != ids.end();
+}
+
+// Of several kills the library tells only the first one's response, so the list of what is active has to say
+// when all of them have had their effect.
+void run_cleanup(const CommonOptions& common, const TimeoutOption& timeout) {
+    constexpr auto kPause = std::chrono::milliseconds(50);
+    Session session;
+    Json connections = active_connections(NETCM_IFACE_PDP);
+    require_success(NetCMConnectionCleanup(), "cannot clean up");
+    const Deadline deadline = timeout.deadline();
+    while (std::ranges::any_of(connections, is_active)) {
+        if (has_passed(deadline) || session.interrupted()) {
+            throw Failure("not every connection has ended");
+        }
+        session.follow(in(kPause), forget);
+    }
+    common.printer().result(connections);
+    session.end(forget);
+}
+
 }  // namespace
 
 void add_connection_commands(CLI::App& app, const CommonOptions& common) {
@@ -120,6 +144,8 @@ void add_connection_commands(CLI::App& app, const CommonOptions& common) {
             "opens\n"
             "and closes the profile: a check that the profile works.");
     add_command(app, common, "kill", "End a profile's connection, whoever uses it", run_kill);
+    add_command(app, common, "cleanup", "End every active packet-data connection", run_cleanup)
+        ->footer("Takes two seconds for each connection.");
 }
 
 }  // namespace quorvel::netcm

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <csignal>
 #include <fstream>
+#include <stdexcept>
 
 namespace quorvel::test {
 namespace {
@@ -27,6 +28,15 @@ std::vector<std::string> command(const std::string& config, const std::vector<st
 CmServer::CmServer(const std::string& config, const std::vector<std::string>& more)
     : program_(command(config, more)) {
     program_.wait_for_err("listening on");
+}
+
+std::string CmServer::ctl(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {CM_SERVER_PATH, "ctl"});
+    const Ended ended = run(arguments);
+    if (ended.status != 0) {
+        throw std::runtime_error("cm-server ctl failed: " + ended.err);
+    }
+    return ended.out;
 }
 
 Ended CmServer::stop() {

@@ -15,6 +15,8 @@ class CmServer {
     explicit CmServer(const std::string& config = "", const std::vector<std::string>& more = {});
 
     Program& program() { return program_; }
+    // What the operator's command prints; it must succeed.
+    std::string ctl(std::vector<std::string> arguments);
     // Asks it to end, and waits.
     Ended stop();
 

@@ -1,0 +1,103 @@
+// netcm list, stats and info.
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "Held.h"
+
+namespace quorvel::test {
+namespace {
+
+using nlohmann::json;
+using ::testing::HasSubstr;
+
+constexpr const char* kTwoKinds = R"(
+dns = ["192.0.2.53"]
+
+[[profile]]
+name = "cellular"
+apn = "internet"
+interface = "lo"
+
+[[profile]]
+name = "home"
+kind = "wlan"
+essid = "my network"
+interface = "lo"
+)";
+
+TEST(NetcmList, shows_what_any_process_has_open) {
+    CmServer server(kTwoKinds);
+    Held first("1");
+    Held second("2");
+    const json connections{{{"interface", "pdp"}, {"profile_id", 1}, {"apn", "internet"}},
+                           {{"interface", "wifi"}, {"profile_id", 2}, {"apn", "my network"}}};
+    const json all = netcm_json({"list"});
+    EXPECT_EQ(all["ids"], json({1, 2}));
+    EXPECT_EQ(all["names"], json({"cellular", "home"}));
+    EXPECT_EQ(all["connections"], connections);
+    EXPECT_EQ(netcm_json({"list", "names"}), all["names"]);
+    EXPECT_EQ(netcm_json({"list", "connections", "--interface", "wifi"}), json::array({connections[1]}));
+    EXPECT_EQ(netcm({"list", "ids"}).out, "1\n2\n");
+}
+
+TEST(NetcmList, of_nothing_is_empty_and_no_failure) {
+    CmServer server;
+    EXPECT_EQ(netcm_json({"list"}),
+              json({{"ids", json::array()}, {"names", json::array()}, {"connections", json::array()}}));
+    EXPECT_EQ(netcm({"list", "connections"}).out, "none\n");
+}
+
+void send_datagrams(int count) {
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(9);
+    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    for (int i = 0; i < count; ++i) {
+        EXPECT_EQ(sendto(fd, "0123456789", 10, 0, reinterpret_cast<sockaddr*>(&to), sizeof to), 10);
+    }
+    close(fd);
+}
+
+TEST(NetcmStats, count_what_goes_over_the_connections_interface) {
+    CmServer server;
+    Held held;
+    EXPECT_EQ(netcm_json({"stats"})["sent_packets"], 0);
+    send_datagrams(5);
+    const json counted = netcm_json({"stats"});
+    EXPECT_GE(counted["sent_packets"], 5);
+    EXPECT_GE(counted["sent_bytes"], 50);
+    // Level 2 puts the packets back to zero, and nothing else.
+    const json packets_reset = netcm_json({"stats", "--reset", "2"});
+    EXPECT_EQ(packets_reset["sent_packets"], 0);
+    EXPECT_GE(packets_reset["sent_bytes"], 50);
+    EXPECT_EQ(netcm_json({"stats", "--reset"})["sent_bytes"], 0);
+}
+
+TEST(NetcmStats, a_level_out_of_range_is_wrong_usage) {
+    EXPECT_EQ(netcm({"stats", "--reset", "5"}).status, 2);
+}
+
+TEST(NetcmInfo, shows_a_connection_of_the_process) {
+    CmServer server(kTwoKinds);
+    const json info = netcm_json({"info", "1", "--open"});
+    EXPECT_EQ(info["profile_id"], 1);
+    EXPECT_EQ(info["interface"], "lo");
+    EXPECT_EQ(info["address"], "127.0.0.1");
+    // The library reports two servers whatever there are; an empty one is none.
+    EXPECT_EQ(info["dns_servers"], json({"192.0.2.53"}));
+}
+
+TEST(NetcmInfo, of_another_processs_connection_explains_itself) {
+    CmServer server;
+    Held held;
+    const Ended ended = netcm({"info", "1"});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(ended.err, HasSubstr("netcm: no details of profile 1: NETCM_ERR_NOT_ACTIVE (9)"));
+    EXPECT_THAT(ended.err, HasSubstr("--open"));
+}
+
+}  // namespace
+}  // namespace quorvel::test
