@@ -1,9 +1,6 @@
 #include "Command.h"
 
-#include <quorvel/NetCM.h>
-
 #include <iostream>
-#include <map>
 
 #include "Status.h"
 
@@ -11,8 +8,6 @@ namespace quorvel::netcm {
 namespace {
 
 constexpr double kThirtyYears = 1e9;
-
-const std::map<std::string, uint32_t> kInterfaces{{"pdp", NETCM_IFACE_PDP}, {"wifi", NETCM_IFACE_WIFI}};
 
 }  // namespace
 
@@ -59,12 +54,6 @@ Event TimeoutOption::await(Session& session, const EventTest& test, const std::s
         throw Failure("no " + what + (session.interrupted() ? ": interrupted" : " within the time-out"));
     }
     return *event;
-}
-
-CLI::Option* add_interface(CLI::App& command, const char* name, uint32_t& interface, const char* help) {
-    return command.add_option(name, interface, help)
-        ->transform(CLI::CheckedTransformer(kInterfaces).description(""))
-        ->type_name("pdp|wifi");
 }
 
 const char* interface_name(uint32_t interface) {

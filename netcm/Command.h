@@ -1,8 +1,11 @@
 // What the subcommands share.
 #pragma once
 
+#include <quorvel/NetCM.h>
+
 #include <CLI/CLI.hpp>
 #include <limits>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -40,6 +43,8 @@ void add_connection_commands(CLI::App& app, const CommonOptions& common);
 void add_control_commands(CLI::App& app, const CommonOptions& common);
 void add_information_commands(CLI::App& app, const CommonOptions& common);
 void add_tunnel_commands(CLI::App& app, const CommonOptions& common);
+void add_profile_commands(CLI::App& app, const CommonOptions& common);
+void add_application_commands(CLI::App& app, const CommonOptions& common);
 
 // Prints each event as it comes; forgets it.
 EventHandler printing(Printer& printer);
@@ -68,8 +73,14 @@ struct TimeoutOption {
     Event await(Session& session, const EventTest& test, const std::string& what) const;
 };
 
-// `--interface pdp|wifi`, or the same as a positional.
-CLI::Option* add_interface(CLI::App& command, const char* name, uint32_t& interface, const char* help);
+// An option that takes pdp or wifi, or a list of them.
+template <class Interfaces>
+CLI::Option* add_interface(CLI::App& command, const char* name, Interfaces& interfaces, const char* help) {
+    const std::map<std::string, uint32_t> names{{"pdp", NETCM_IFACE_PDP}, {"wifi", NETCM_IFACE_WIFI}};
+    return command.add_option(name, interfaces, help)
+        ->transform(CLI::CheckedTransformer(names).description(""))
+        ->type_name("pdp|wifi");
+}
 const char* interface_name(uint32_t interface);
 
 }  // namespace quorvel::netcm

@@ -163,6 +163,16 @@ void Printer::result(const Json& document) {
     out_.flush();
 }
 
+void Printer::record(const Json& document) {
+    if (format_ == Format::kJson) {
+        out_ << json_text(document, -1) << std::endl;
+        return;
+    }
+    out_ << (follows_record_ ? "\n" : "");
+    follows_record_ = true;
+    result(document);
+}
+
 void Printer::event(const Json& event) {
     out_ << (format_ == Format::kJson ? json_text(event, -1) : event_line(event)) << std::endl;
 }

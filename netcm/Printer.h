@@ -22,13 +22,18 @@ class Printer {
     // with a heading, and a list of plain values a line each.
     void result(const Json& document);
 
-    // One of many, on a line of its own, seen at once: "time" and "event" first, then the other members by
+    // One of many results, seen at once: a line of JSON, or the text with an empty line between it and the
+    // next.
+    void record(const Json& document);
+
+    // An event, on a line of its own, seen at once: "time" and "event" first, then the other members by
     // name.
     void event(const Json& event);
 
   private:
     std::ostream& out_;
     Format format_;
+    bool follows_record_ = false;
 };
 
 // "dns_servers" as a person reads it: "DNS servers".

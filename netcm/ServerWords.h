@@ -11,6 +11,14 @@ namespace quorvel::netcm {
 const char* reason_text(int32_t reason);
 const char* network_status_text(uint32_t status);
 
+// Why the profile manager refuses; null for a number that is none of its errors.
+struct ServerError {
+    uint32_t number;
+    const char* name;
+    const char* text;
+};
+const ServerError* find_server_error(uint32_t number);
+
 // The call statistics, in their order.
 inline constexpr std::array<const char*, 6> kCounterNames{
     "received_bytes", "sent_bytes", "received_packets", "sent_packets", "receive_errors", "send_errors"};

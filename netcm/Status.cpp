@@ -48,12 +48,16 @@ const StatusText* find_status(uint32_t status) {
 }
 
 std::string describe_status(uint32_t status) {
-    const std::string number = std::to_string(status);
-    const StatusText* text = find_status(status);
-    if (text == nullptr) {
-        return "status " + number + " of the CM server";
+    const auto words = [status](std::string_view name, std::string_view meaning) {
+        return std::string(name) + " (" + std::to_string(status) + "): " + std::string(meaning);
+    };
+    if (const StatusText* text = find_status(status)) {
+        return words(text->name, text->meaning);
     }
-    return std::string(text->name) + " (" + number + "): " + std::string(text->meaning);
+    if (const ServerError* error = find_server_error(status)) {
+        return words(error->name, error->text);
+    }
+    return "status " + std::to_string(status) + " of the CM server";
 }
 
 std::string describe_open_failure(uint32_t status, int32_t transport_error) {

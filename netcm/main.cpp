@@ -26,6 +26,8 @@ void describe(CLI::App& app, CommonOptions& common) {
     add_control_commands(app, common);
     add_information_commands(app, common);
     add_tunnel_commands(app, common);
+    add_profile_commands(app, common);
+    add_application_commands(app, common);
 }
 
 void print_completions(const CLI::App& app, const std::vector<std::string>& words) {
