@@ -45,6 +45,7 @@ void add_information_commands(CLI::App& app, const CommonOptions& common);
 void add_tunnel_commands(CLI::App& app, const CommonOptions& common);
 void add_profile_commands(CLI::App& app, const CommonOptions& common);
 void add_application_commands(CLI::App& app, const CommonOptions& common);
+void add_resolve_command(CLI::App& app, const CommonOptions& common);
 
 // Prints each event as it comes; forgets it.
 EventHandler printing(Printer& printer);

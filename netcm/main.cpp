@@ -28,6 +28,7 @@ void describe(CLI::App& app, CommonOptions& common) {
     add_tunnel_commands(app, common);
     add_profile_commands(app, common);
     add_application_commands(app, common);
+    add_resolve_command(app, common);
 }
 
 void print_completions(const CLI::App& app, const std::vector<std::string>& words) {
