@@ -200,7 +200,7 @@ void measure_cache(Report& report) {
         {"lock and copy of the same block",
          [&](int times) {
              return time_of(times, [&] {
-                 HostBuffer copy;
+                 alignas(64) HostBuffer copy;
                  const std::lock_guard guard(lock);
                  memcpy(copy.data(), block.data(), block.size());
                  asm volatile("" : : "r"(copy.data()) : "memory");
@@ -209,7 +209,7 @@ void measure_cache(Report& report) {
         {"get_dns_result_fron_cache",
          [](int times) {
              return time_of(times, [] {
-                 HostBuffer copy;
+                 alignas(64) HostBuffer copy;
                  hostent* result = nullptr;
                  must(get_dns_result_fron_cache(kHostName, copy.data(), static_cast<int>(copy.size()),
                                                 &result) == 0,

@@ -130,22 +130,23 @@ class HostBuilder {
 // Copies a host that a builder has laid out, `size` bytes in one block, to a buffer that has room for it: the
 // same bytes, with their pointers moved along. For the cache, which does nothing more often.
 inline hostent* copy_block(const hostent* from, size_t size, char* buffer) {
-    const char* old_start = reinterpret_cast<const char*>(from);
-    const auto move = [=](char* at) {
+    const char* source = reinterpret_cast<const char*>(from);
+    // Read from where they are, and not from the copy: what has just been stored is slow to load again.
+    const auto move = [=](size_t at) {
         char* pointer = nullptr;
-        memcpy(&pointer, at, sizeof pointer);
+        memcpy(&pointer, source + at, sizeof pointer);
         if (pointer == nullptr)
             return false;
-        pointer = buffer + (pointer - old_start);
-        memcpy(at, &pointer, sizeof pointer);
+        pointer = buffer + (pointer - source);
+        memcpy(buffer + at, &pointer, sizeof pointer);
         return true;
     };
     memcpy(buffer, from, size);
     for (const size_t field :
          {offsetof(hostent, h_name), offsetof(hostent, h_aliases), offsetof(hostent, h_addr_list)})
-        move(buffer + field);
+        move(field);
     for (const size_t array : {kAliasesAt, kAddressesAt})
-        for (char* slot = buffer + array; move(slot);)
+        for (size_t slot = array; move(slot);)
             slot += sizeof(char*);
     return reinterpret_cast<hostent*>(buffer);
 }
