@@ -6,6 +6,7 @@
 #include "control/ctl.h"
 #include "log.h"
 #include "monitor/monitor.h"
+#include "monitor/replay.h"
 #include "server.h"
 
 namespace quorvel::cm {
@@ -65,6 +66,7 @@ int main(int argc, char** argv) {
         quorvel::cm::describe_options(app, arguments);
         quorvel::cm::add_ctl(app, arguments.server.socket);
         quorvel::cm::add_monitor(app, arguments.server.socket);
+        quorvel::cm::add_replay(app, arguments.server.socket);
         app.parse(argc, argv);
         return app.get_subcommands().empty() ? quorvel::cm::serve(arguments) : 0;
     } catch (const CLI::ParseError& error) {

@@ -84,5 +84,57 @@ TEST_F(Monitor, may_go_without_the_server_noticing) {
     EXPECT_EQ(client.open(1), 0u);
 }
 
+class Replay : public ::testing::Test {
+  public:
+    // Records a client that opens a profile and asks for a setting.
+    void SetUp() override {
+        CmServer server;
+        Program monitor({CM_SERVER_PATH, "monitor", "--record", kSession});
+        server.program().wait_for_err("watches");
+        RawClient client;
+        client.open(1);
+        client.ask(wire::NETCM_CLIENT_SET_SETTINGS_REQ, {.Arg3 = 2, .Arg4 = 77});
+        client.ask(wire::NETCM_CLIENT_GET_SETTINGS_REQ, {.Arg3 = 2});
+        monitor.wait_for_out("NETCM_CLIENT_GET_SETTINGS_RSP");
+        server.stop();
+    }
+
+    static constexpr const char* kSession = "/tmp/session.jsonl";
+};
+
+TEST_F(Replay, serves_a_session_again_answer_for_answer) {
+    Program replay({CM_SERVER_PATH, "replay", kSession});
+    replay.wait_for_err("listening on");
+    for (int round = 0; round < 2; ++round) {
+        RawClient client;
+        wire::ConnectionBlock block{};
+        EXPECT_EQ(client.open(1, &block), 0u);
+        EXPECT_EQ(dotted(block.IpAddr), "127.0.0.1");
+        EXPECT_EQ(client.ask(wire::NETCM_CLIENT_SET_SETTINGS_REQ, {.Arg3 = 2, .Arg4 = 77}).Status, 0u);
+        EXPECT_EQ(client.ask(wire::NETCM_CLIENT_GET_SETTINGS_REQ, {.Arg3 = 2}).Word2, 77u);
+    }
+    replay.send_signal(SIGTERM);
+    const Ended ended = replay.wait();
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(ended.out.find("recorded was"), std::string::npos) << ended.out;
+}
+
+TEST_F(Replay, says_where_the_client_asks_something_else) {
+    Program replay({CM_SERVER_PATH, "replay", kSession});
+    replay.wait_for_err("listening on");
+    RawClient client;
+    client.start(9);
+    replay.wait_for_out("the client asks NETCM_CLIENT_START_REQ {\"profile\":9}");
+    replay.wait_for_out("recorded was NETCM_CLIENT_START_REQ {\"profile\":1}");
+}
+
+TEST(ReplayAlone, refuses_what_is_no_session) {
+    std::ofstream("/tmp/nonsense") << "{}\nnonsense\n";
+    const Ended ended = run({CM_SERVER_PATH, "replay", "/tmp/nonsense"});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_NE(ended.err.find("/tmp/nonsense:1: "), std::string::npos) << ended.err;
+    EXPECT_EQ(run({CM_SERVER_PATH, "replay", "/tmp/absent"}).status, 1);
+}
+
 }  // namespace
 }  // namespace quorvel::test
