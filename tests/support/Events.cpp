@@ -26,14 +26,6 @@ Log& log() {
     return instance;
 }
 
-// As it lies behind a tunnel event.
-struct TunnelData {
-    int32_t param;
-    uint32_t request_id;
-    uint32_t length;
-    const char* data;
-};
-
 template <class T>
 T copy_of(const void* data) {
     T value{};
@@ -51,10 +43,10 @@ void copy_data(const NetCMEvent& source, Event& event) {
     switch (source.EventType) {
         case NETCM_EVENT_TUNNEL_RSP:
         case NETCM_EVENT_TUNNEL_IND: {
-            const auto tunnel = copy_of<TunnelData>(source.Data);
-            event.words = {static_cast<uint32_t>(tunnel.param), tunnel.request_id, tunnel.length};
-            if (tunnel.data != nullptr)
-                event.tunnel_data.assign(tunnel.data, tunnel.length);
+            const auto tunnel = copy_of<NetCMTunnelData>(source.Data);
+            event.words = {static_cast<uint32_t>(tunnel.Param), tunnel.RequestId, tunnel.DataLength};
+            if (tunnel.Data != nullptr)
+                event.tunnel_data.assign(static_cast<const char*>(tunnel.Data), tunnel.DataLength);
             break;
         }
         case NETCM_EVENT_NETWORK_STATUS_IND:
