@@ -32,7 +32,7 @@ class PouringEvents : public CallTest {
             for (size_t pushed = 0; !stopping_;) {
                 if (pace_ == Pace::AsTheyAreTaken && !events::wait_for(pushed, std::chrono::milliseconds(10)))
                     continue;
-                if (server_.wait_for_async_socket(std::chrono::milliseconds(1)) && server_.push(many))
+                if (server_.wait_for_async_socket(std::chrono::milliseconds(1)) && server_.try_push(many))
                     pushed += kAtOnce;
             }
         }
