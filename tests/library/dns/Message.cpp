@@ -37,6 +37,10 @@ Bytes labels(std::string_view name) {
     return out;
 }
 
+std::string long_label(size_t length) {
+    return std::string(length, 'l');
+}
+
 Bytes address_bytes(const char* address) {
     Bytes bytes(4);
     inet_pton(AF_INET, address, bytes.data());

@@ -25,6 +25,7 @@ inline constexpr int kQuestionAt = 12;
 
 // "a.b" as labels with the root behind them; nothing is checked.
 Bytes labels(std::string_view name);
+std::string long_label(size_t length);
 Bytes address_bytes(const char* address);
 Bytes operator+(Bytes left, const Bytes& right);
 

@@ -342,10 +342,10 @@ TEST_F(BackgroundMemory, a_buffer_that_cannot_grow_delivers_null) {
         exchange.reply(response);
     });
     calls::fail(Call::Malloc, 6);
-    const Request request(std::string(60, 'n'));
+    const Request request(long_label(60));
     ASSERT_TRUE(callbacks::wait_for(1));
     EXPECT_FALSE(callbacks::deliveries()[0].found);
-    EXPECT_EQ(trace::count("reallocated buffer for hostname " + std::string(60, 'n') + "\n"), 1u);
+    EXPECT_EQ(trace::count("reallocated buffer for hostname " + long_label(60) + "\n"), 1u);
 }
 
 }  // namespace

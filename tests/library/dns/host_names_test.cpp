@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "Host.h"
+#include "Message.h"
 #include "dns/src/NetDNSPrivate.h"
 
 namespace quorvel::test::dns {
@@ -14,8 +15,7 @@ using ::testing::IsEmpty;
 TEST(HostNameCheck, letters_digits_dashes_and_dots_are_valid) {
     for (const char* name : {"ab", "9.9", "a-b.example", "EXAMPLE.org", "a.", "a..b", "0x", "a--b", "1-.x"})
         EXPECT_EQ(ps_check_valid_hostname(name), 0) << name;
-    EXPECT_EQ(ps_check_valid_hostname(std::string(1000, 'a').c_str()), 0)
-        << "the length is checked elsewhere";
+    EXPECT_EQ(ps_check_valid_hostname(long_label(1000).c_str()), 0) << "the length is checked elsewhere";
 }
 
 TEST(HostNameCheck, other_names_are_not) {

@@ -257,7 +257,7 @@ TEST(HostileName, pointers_outside_the_message_end_the_name) {
 
 TEST(HostileName, the_longest_name_is_read_and_a_longer_one_is_not) {
     const std::string label(63, 'l');
-    const std::string longest = label + "." + label + "." + label + "." + std::string(61, 'l');
+    const std::string longest = label + "." + label + "." + label + "." + long_label(61);
     Resolution result = resolve([&](Response& r) { r.a(longest, "192.0.2.1"); });
     ASSERT_NE(result.host, nullptr);
     EXPECT_EQ(result.host->h_name, longest);

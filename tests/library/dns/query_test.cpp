@@ -64,7 +64,7 @@ TEST(Query, two_queries_of_one_second_carry_the_same_id) {
 }
 
 TEST(Query, a_label_of_63_characters_is_accepted) {
-    const std::string name = std::string(63, 'l') + ".org";
+    const std::string name = long_label(63) + ".org";
     EXPECT_EQ(question_of(name.c_str()), labels(name) + kTypeAClassIn);
 }
 
@@ -80,7 +80,7 @@ void expect_invalid_label(const std::string& name) {
 }
 
 TEST(Query, a_label_of_64_characters_with_a_dot_behind_it_fails) {
-    expect_invalid_label(std::string(64, 'l') + ".org");
+    expect_invalid_label(long_label(64) + ".org");
 }
 
 TEST(Query, empty_labels_fail) {
@@ -89,9 +89,9 @@ TEST(Query, empty_labels_fail) {
 }
 
 TEST(Query, the_last_label_is_sent_whatever_its_length) {
-    const std::string label(70, 'l');
+    const std::string label = long_label(70);
     EXPECT_EQ(question_of(label.c_str()), labels(label) + kTypeAClassIn);
-    const std::string last = "www." + std::string(64, 'l');
+    const std::string last = "www." + long_label(64);
     EXPECT_EQ(question_of(last.c_str()), labels(last) + kTypeAClassIn);
 }
 
@@ -106,13 +106,13 @@ TEST(Query, an_empty_name_asks_for_the_root) {
 }
 
 TEST(Query, a_name_of_255_characters_is_accepted) {
-    EXPECT_EQ(question_of(std::string(255, 'n').c_str()).size(), 1u + 255 + 1 + 4);
+    EXPECT_EQ(question_of(long_label(255).c_str()).size(), 1u + 255 + 1 + 4);
 }
 
 TEST(Query, a_name_of_256_characters_fails_before_a_socket_is_opened) {
     trace::clear();
     const Resolution result =
-        std::move(Resolution().by_name(std::string(256, 'n').c_str(), "127.0.0.1", "no-such-interface"));
+        std::move(Resolution().by_name(long_label(256).c_str(), "127.0.0.1", "no-such-interface"));
     EXPECT_EQ(result.host, nullptr);
     EXPECT_EQ(result.herr, -1);
     EXPECT_EQ(result.error, EINVAL);
