@@ -213,15 +213,15 @@ TEST_F(Background, ten_requests_for_one_name_fit_one_query) {
 
 TEST_F(Background, a_callback_may_start_the_next_lookup) {
     Responder responder(answer_with("192.0.2.1"));
-    std::atomic<unsigned> next_id{0};
+    std::promise<unsigned> next_id;
     callbacks::continue_with([&](hostent*, unsigned) {
         const Request next("www.example");
         EXPECT_EQ(next.code, 1);
-        next_id = next.id;
+        next_id.set_value(next.id);
     });
     EXPECT_EQ(Request("www.example", callbacks::note_and_continue).code, 1);
     ASSERT_TRUE(callbacks::wait_for(2));
-    EXPECT_EQ(next_id, 2u) << "the first id is in use until its callback has returned";
+    EXPECT_EQ(next_id.get_future().get(), 2u) << "the first id is in use until its callback has returned";
     EXPECT_EQ(responder.query_count(), 1u) << "the second lookup is answered from the cache";
 }
 
