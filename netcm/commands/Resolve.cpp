@@ -34,6 +34,7 @@ struct ResolveOptions {
             command.add_option("--server", servers.addresses, "Ask this DNS server; no profile is opened")
                 ->type_name("ADDRESS")
                 ->expected(1)
+                ->allow_extra_args(false)
                 ->check(CLI::ValidIPV4.description(""))
                 ->excludes(over)
                 ->excludes(background);

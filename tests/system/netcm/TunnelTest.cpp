@@ -72,5 +72,12 @@ TEST(NetcmTunnel, listens_until_it_is_interrupted) {
     EXPECT_THAT(server.stop().err, HasSubstr("wants no tunnel indications any more"));
 }
 
+TEST(ExampleTunnel, prints_what_the_server_sends_back) {
+    CmServer server;
+    const Ended ended = run({EXAMPLE_TUNNEL_PATH, "hello"});
+    EXPECT_EQ(ended.status, 0) << ended.err;
+    EXPECT_EQ(ended.out, "request 1: hello\n");
+}
+
 }  // namespace
 }  // namespace quorvel::test
