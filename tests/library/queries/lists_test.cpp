@@ -130,7 +130,7 @@ TEST_P(Lists, the_next_request_finds_the_stream_in_step) {
 TEST_P(Lists, a_block_that_is_cut_short_fails) {
     User& who = registered(0);
     Bytes half = block(2);
-    half.resize(half.size() - 1);
+    half.pop_back();
     const auto gate = std::make_shared<Gate>();
     server.on(list().command,
               Answer().record(answer_record(list().command)).bytes(half).wait_at(gate).close());
