@@ -51,6 +51,8 @@ class PmTest : public testing::Test {
   protected:
     void SetUp() override {
         ASSERT_EQ(NetCMClientRegister(events::callback_of(0)), 0u);
+        // The receiver's last words before it waits: what is traced from now on is the test's own.
+        ASSERT_TRUE(trace::wait_for_prefix("clientsocket = "));
         trace::clear();
     }
     void TearDown() override {
