@@ -37,7 +37,8 @@ int64_t now_in_ms() {
 // Polls until the time is up however often signals interrupt it: an application with a periodic timer would
 // otherwise wait for ever.
 int poll_to_the_end(pollfd& waiting, int timeout_ms) {
-    const int64_t end = now_in_ms() + timeout_ms;
+    // The clock is read in whole milliseconds: one more, so that no interruption cuts the wait short.
+    const int64_t end = now_in_ms() + timeout_ms + 1;
     int left = timeout_ms;
     for (;;) {
         const int result = poll(&waiting, 1, left);

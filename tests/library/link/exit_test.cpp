@@ -8,7 +8,7 @@ class LinkTakeDown : public LinkTest {
   protected:
     LinkTakeDown() : sync_fd(init()) {
         async_fd = table.AsyncSockFd;
-        receiver = table.RecvThreadId;
+        receiver = __atomic_load_n(&table.RecvThreadId, __ATOMIC_ACQUIRE);
         ends[0] = pipe_fds[0];
         ends[1] = pipe_fds[1];
     }

@@ -49,6 +49,13 @@ struct Promises {
     size_t kills = 0;
 };
 
+// A thread that joins a profile on a call which another profile has brought up is answered at once, and once
+// more with the others when the server answers the profile's own start. The first two profiles share their
+// call.
+size_t most_answers_to_an_open_of(int32_t profile) {
+    return profile <= 2 ? 2 : 1;
+}
+
 class RandomUser {
   public:
     explicit RandomUser(int number) : number_(number), random_(static_cast<unsigned>(number) * 7919u + 1) {}
@@ -88,7 +95,8 @@ class RandomUser {
         // 21: the server has no call left to give.
         EXPECT_THAT(result, AnyOf(NETCM_SUCCESS, NETCM_ERR_ALREADY_EXISTS, NETCM_ERR_CALL_CLOSING,
                                   NETCM_ERR_MAX_LIMIT, 21u));
-        promises_.opens += result == NETCM_SUCCESS;
+        if (result == NETCM_SUCCESS)
+            promises_.opens += most_answers_to_an_open_of(profile);
     }
     void close(int32_t profile) {
         const uint32_t result = NetCMConnectionClose(profile);
@@ -143,7 +151,8 @@ class RandomUser {
     Promises promises_;
 };
 
-void expect_no_more_than_was_promised(int number, const Promises& promises) {
+// Gives back how many opens were answered.
+size_t expect_no_more_than_was_promised(int number, const Promises& promises) {
     size_t opened = 0;
     size_t closed = 0;
     size_t killed = 0;
@@ -162,7 +171,7 @@ void expect_no_more_than_was_promised(int number, const Promises& promises) {
     EXPECT_LE(opened, promises.opens);
     EXPECT_LE(closed, promises.closes);
     EXPECT_LE(killed, promises.kills);
-    EXPECT_GT(opened, 0u);
+    return opened;
 }
 
 // One that says nothing: nobody reads it while the threads are at work.
@@ -191,8 +200,10 @@ TEST(RandomUse, by_sixteen_threads_ends_with_everything_answered_and_nothing_lef
     for (std::thread& thread : threads)
         thread.join();
 
+    size_t opened = 0;
     for (int number = 0; number < kThreads; ++number)
-        expect_no_more_than_was_promised(number, users[static_cast<size_t>(number)]->promises());
+        opened += expect_no_more_than_was_promised(number, users[static_cast<size_t>(number)]->promises());
+    EXPECT_GT(opened, 0u);
     EXPECT_EQ(g_NetCMClientAppInfo.RegCount, 0);
     EXPECT_EQ(g_NetCMClientAppInfo.IsRegistered, 0);
     server.send_signal(SIGTERM);
