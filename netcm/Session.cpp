@@ -2,8 +2,8 @@
 
 #include <quorvel/NetCM.h>
 #include <unistd.h>
-#include <algorithm>
 
+#include <algorithm>
 #include <string>
 
 #include "Status.h"
@@ -129,7 +129,7 @@ void Session::await_released(const EventHandler& seen) {
         // In slices: a connection of a server that has died ends without a further event.
         const Deadline slice = in_use ? std::min(deadline, in(100ms)) : in(0s);
         std::optional<Event> event = queue().next(slice, OnInterrupt::kKeepWaiting);
-        if (in_use && !event && in(0s) >= deadline) {
+        if (in_use && !event && has_passed(deadline)) {
             throw Failure("the CM server has not answered the close; leaving without its response");
         }
         for (; event; event = queue().next(in(0s), OnInterrupt::kKeepWaiting)) {
