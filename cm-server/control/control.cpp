@@ -5,6 +5,7 @@
 
 #include "connection.h"
 #include "log.h"
+#include "monitor/decode.h"
 
 namespace quorvel::cm {
 namespace {
@@ -49,7 +50,7 @@ class Control::Session {
     }
 
     void write(const nlohmann::json& line) {
-        const std::string out = line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+        const std::string out = to_line(line) + "\n";
         bufferevent_write(socket_.get(), out.data(), out.size());
     }
 

@@ -212,6 +212,10 @@ json decode(const Message& message, bool event) {
     return {{"name", name_of(wire::find_event(code), code)}, {"fields", answer_fields(message, event)}};
 }
 
+std::string to_line(const json& value) {
+    return value.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
 std::string to_hex(std::span<const std::byte> bytes) {
     static constexpr char kDigits[] = "0123456789abcdef";
     std::string hex;

@@ -83,7 +83,7 @@ void Replayer::on_request(Connection& connection, const Request& request) {
 
 void Replayer::compare(const Request& request) {
     const auto asked = decode(request);
-    const std::string words = asked.at("name").get<std::string>() + " " + asked.at("fields").dump();
+    const std::string words = asked.at("name").get<std::string>() + " " + to_line(asked.at("fields"));
     if (next_ >= session_.size()) {
         std::printf("the session is over, the client asks %s\n", words.c_str());
     } else {

@@ -2,6 +2,7 @@
 #include <signal.h>
 #include <sys/stat.h>
 
+#include <array>
 #include <fstream>
 #include <sstream>
 
@@ -47,6 +48,12 @@ TEST_F(Monitor, masks_the_secrets_of_profiles) {
     program->wait_for_out("\"password\":\"***\"");
     program->send_signal(SIGTERM);
     EXPECT_EQ(program->wait().out.find("hunter2"), std::string::npos);
+}
+
+TEST_F(Monitor, shows_a_profile_whose_name_is_no_text) {
+    attach();
+    ask_pm(client, 1, -1, slot(pdp_profile("n\xff", "internet")));
+    program->wait_for_out("\"name\":\"n\xef\xbf\xbd\"");
 }
 
 TEST_F(Monitor, prints_json_lines_and_keeps_them) {
@@ -126,6 +133,18 @@ TEST_F(Replay, says_where_the_client_asks_something_else) {
     client.start(9);
     replay.wait_for_out("the client asks NETCM_CLIENT_START_REQ {\"profile\":9}");
     replay.wait_for_out("recorded was NETCM_CLIENT_START_REQ {\"profile\":1}");
+}
+
+TEST_F(Replay, outlives_a_client_whose_text_is_no_text) {
+    Program replay({CM_SERVER_PATH, "replay", kSession});
+    replay.wait_for_err("listening on");
+    RawClient client;
+    client.start(1);
+    const std::array<uint32_t, 5> words{1, 0, 0, sizeof(NetPMProfile) + 4, 0};
+    const std::string header(reinterpret_cast<const char*>(words.data()), sizeof(words));
+    client.tell(wire::NETPM_PROFILE_REQ, {}, header + slot(pdp_profile("n\xff", "internet")));
+    replay.wait_for_out("the client asks NETPM_PROFILE_REQ");
+    EXPECT_NO_THROW(RawClient());
 }
 
 TEST(ReplayAlone, refuses_what_is_no_session) {
