@@ -1,5 +1,7 @@
 #include "clients.h"
 
+#include <utility>
+
 #include "log.h"
 
 namespace quorvel::cm {
@@ -8,11 +10,14 @@ namespace {
 // A client without an async socket cannot read; what waits for it must not grow without end.
 constexpr size_t kMaxWaitingBytes = size_t{256} * 1024;
 
-bool has_room_for(const Client& client, const Message& message) {
-    size_t bytes = sizeof(message.record) + message.block.size();
-    for (const Message& waiting : client.waiting)
-        bytes += sizeof(waiting.record) + waiting.block.size();
-    return bytes <= kMaxWaitingBytes;
+void keep_waiting(Client& client, Message message) {
+    const size_t bytes = sizeof(message.record) + message.block.size();
+    if (client.waiting_bytes + bytes <= kMaxWaitingBytes) {
+        client.waiting_bytes += bytes;
+        client.waiting.push_back(std::move(message));
+    } else if (!std::exchange(client.loses_events, true)) {
+        log::warning(describe(client), " loses events, there is no async socket to send them on");
+    }
 }
 
 }  // namespace
@@ -47,6 +52,8 @@ Client* Clients::attach(Connection& async, uint32_t id) {
     for (const Message& message : client->waiting)
         async.send(message);
     client->waiting.clear();
+    client->waiting_bytes = 0;
+    client->loses_events = false;
     return client;
 }
 
@@ -66,10 +73,8 @@ void Clients::push(uint32_t id, Message message) {
         return;
     if (client->async != nullptr)
         client->async->send(message);
-    else if (has_room_for(*client, message))
-        client->waiting.push_back(std::move(message));
     else
-        log::warning(describe(*client), ": an event is lost, there is no async socket to send it on");
+        keep_waiting(*client, std::move(message));
 }
 
 }  // namespace quorvel::cm

@@ -20,6 +20,8 @@ struct Client {
     Connection* async = nullptr;
     // Pushed before the async socket was there.
     std::vector<Message> waiting;
+    size_t waiting_bytes = 0;
+    bool loses_events = false;
     bool wants_tunnel_indications = false;
 };
 

@@ -29,7 +29,8 @@ Connection::Connection(event_base* base, evutil_socket_t fd, const ConnectionLim
                                                 : "it has left a request unfinished after " +
                                                       std::to_string(reader_.pending()) + " bytes");
                }),
-      late_due_(base, [this] { put_out_late(); }) {
+      late_due_(base, [this] { put_out_late(); }),
+      drop_(base, [this] { close("it does not read what it is sent"); }) {
     if (!socket_)
         throw std::runtime_error("cannot watch a socket");
     bufferevent_setcb(socket_.get(), &Connection::readable, nullptr, &Connection::changed, this);
@@ -70,11 +71,14 @@ void Connection::put_out_late() {
 
 // In one piece, so that a reader who takes a record with a single read gets it whole.
 void Connection::put_out(const std::vector<std::byte>& bytes) {
-    if (closed_)
+    if (closed_ || full_)
         return;
     bufferevent_write(socket_.get(), bytes.data(), bytes.size());
-    if (evbuffer_get_length(bufferevent_get_output(socket_.get())) > limits_.unread_bytes)
-        close("it does not read what it is sent");
+    if (evbuffer_get_length(bufferevent_get_output(socket_.get())) <= limits_.unread_bytes)
+        return;
+    // Not at once: whoever answers a request still uses the client whose connection this is.
+    full_ = true;
+    drop_.start(std::chrono::milliseconds(0));
 }
 
 void Connection::close(const std::string& why) {
@@ -83,6 +87,7 @@ void Connection::close(const std::string& why) {
     closed_ = true;
     stalled_.stop();
     late_due_.stop();
+    drop_.stop();
     bufferevent_disable(socket_.get(), EV_READ | EV_WRITE);
     evbuffer* output = bufferevent_get_output(socket_.get());
     evbuffer_unfreeze(output, 1);
@@ -95,10 +100,10 @@ void Connection::read() {
     std::array<std::byte, 16384> piece;
     try {
         int size = 0;
-        while (!closed_ && (size = evbuffer_remove(bufferevent_get_input(socket_.get()), piece.data(),
+        while (!closed_ && !full_ && (size = evbuffer_remove(bufferevent_get_input(socket_.get()), piece.data(),
                                                    piece.size())) > 0) {
             reader_.feed(std::span(piece).first(static_cast<size_t>(size)));
-            while (!closed_) {
+            while (!closed_ && !full_) {
                 const auto request = reader_.next();
                 if (!request)
                     break;

@@ -87,6 +87,8 @@ class Connection {
     Timer stalled_;
     std::deque<Late> late_;
     Timer late_due_;
+    bool full_ = false;
+    Timer drop_;
 };
 
 }  // namespace quorvel::cm

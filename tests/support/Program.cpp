@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <stdexcept>
@@ -84,7 +85,10 @@ void Program::wait_for_err(std::string_view text) {
 }
 
 void Program::wait_for(const Stream& stream, std::string_view text) {
-    while (stream.text.find(text) == std::string::npos) {
+    // Where the text may begin that has not been seen yet: a flood is not searched again and again.
+    size_t from = 0;
+    while (stream.text.find(text, from) == std::string::npos) {
+        from = stream.text.size() - std::min(stream.text.size(), text.size());
         if (!read_more()) {
             give_up("it ended without printing \"" + std::string(text) + '"');
         }

@@ -1,6 +1,8 @@
 // Registering, and what becomes of a client that does not keep to the protocol.
 #include <signal.h>
 
+#include <thread>
+
 #include "server/RawClient.h"
 #include "support/CmServer.h"
 
@@ -153,6 +155,34 @@ TEST_F(BadClient, that_never_reads_is_dropped_before_it_costs_memory) {
     };
     flood();
     server.program().wait_for_err("it does not read what it is sent");
+    EXPECT_EQ(good.ask(wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ).Word2, 1u);
+}
+
+TEST_F(BadClient, that_asks_and_asks_without_reading_an_answer_is_dropped) {
+    RawClient bad;
+    const wire::RequestHeader header{wire::NETCM_CLIENT_GET_ACTIVE_PROFILE_NAME_LIST_REQ, 0, bad.id(), 0, 0,
+                                     0};
+    std::string requests;
+    for (int i = 0; i < 8192; ++i)
+        requests.append(reinterpret_cast<const char*>(&header), sizeof(header));
+    bad.sync().send(requests);
+    server.program().wait_for_err("it does not read what it is sent");
+    EXPECT_EQ(good.ask(wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ).Word2, 1u);
+}
+
+TEST_F(BadClient, that_tunnels_and_tunnels_without_reading_an_answer_is_dropped) {
+    RawClient bad;
+    const wire::RequestHeader header{wire::NETCM_CLIENT_TUNNEL_REQ, 0, bad.id(), 0, 0, 0};
+    // Beside the wait: the server may have more to log than a pipe holds that nobody reads.
+    std::jthread flood([&] {
+        try {
+            while (true)
+                bad.sync().send(header);
+        } catch (const std::runtime_error&) {
+        }
+    });
+    server.program().wait_for_err("has gone: it does not read what it is sent");
+    flood.join();
     EXPECT_EQ(good.ask(wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ).Word2, 1u);
 }
 
