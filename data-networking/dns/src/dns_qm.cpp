@@ -90,7 +90,6 @@ Ids unlink_node(const char* hostname) QV_REQUIRES(query_lock) {
     InProgress* node = *link;
     if (node == nullptr)
         return {};
-    QV_TRACE(2, "Delete from query progress list, hostname[%s]\n", hostname);
     const Ids ids = node->ids;
     *link = node->next;
     free(node->hostname);
@@ -100,7 +99,10 @@ Ids unlink_node(const char* hostname) QV_REQUIRES(query_lock) {
 
 Ids take_waiting(const char* hostname) {
     const Lock lock(query_lock);
-    return unlink_node(hostname);
+    const Ids ids = unlink_node(hostname);
+    if (ids[0] != 0)
+        QV_TRACE(2, "Delete from query progress list, hostname[%s]\n", hostname);
+    return ids;
 }
 
 template <class Value>

@@ -122,6 +122,30 @@ TEST(QueryManager, aborting_frees_the_ids_and_calls_nobody) {
     AbortDnsQuery(nullptr);
 }
 
+TEST(QueryManager, aborting_traces_its_reason_and_nothing_else) {
+    Update("a.example");
+    trace::clear();
+    AbortDnsQuery("a.example");
+    AbortDnsQuery("nobody.example");
+    EXPECT_THAT(trace::texts(),
+                ElementsAre("Failed to resolve host [a.example]  because thread creation failed\n",
+                            "Failed to resolve host [nobody.example]  because thread creation failed\n"));
+}
+
+TEST(QueryManager, a_result_traces_that_the_name_is_deleted_only_when_it_was_there) {
+    UpdateQueryList("a.example", nullptr, nullptr, nullptr);
+    trace::clear();
+    send_query_result("a.example", nullptr);
+    EXPECT_THAT(
+        trace::texts(),
+        ElementsAre("Delete from query progress list, hostname[a.example]\n",
+                    "Sending callback event Successfully for resolved host [a.example] for dns id = 1\n",
+                    "Sent callback event  Successfully for resolved host [a.example] for dns id = 1\n"));
+    trace::clear();
+    send_query_result("a.example", nullptr);
+    EXPECT_THAT(trace::texts(), IsEmpty());
+}
+
 TEST(QueryManager, a_request_without_a_name_only_takes_an_id) {
     const Update update(nullptr);
     EXPECT_EQ(update.code, 1);
