@@ -295,6 +295,49 @@ TEST_F(WaitingLookup, every_failure_is_null) {
     EXPECT_EQ(NetDNSGetHostByName(kProfile, "www.example"), nullptr);
 }
 
+TEST_F(WaitingLookup, a_missing_name_is_refused) {
+    EXPECT_EQ(NetDNSGetHostByName(kProfile, nullptr), nullptr);
+    EXPECT_THAT(trace::texts(), ElementsAre("Invalid parameter passed  hostname\n"));
+    EXPECT_TRUE(trace::traced(5, "Invalid parameter passed  hostname\n", "dns/src/dns"));
+}
+
+// Any call ends the result before it, also one that is refused.
+TEST_F(WaitingLookup, a_refused_call_empties_the_buffer) {
+    const hostent* host = NetDNSGetHostByName(kProfile, "localhost");
+    ASSERT_NE(host, nullptr);
+    EXPECT_EQ(NetDNSGetHostByName(kProfile, "a"), nullptr);
+    EXPECT_EQ(host->h_name, nullptr);
+}
+
+TEST_F(WaitingLookup, a_name_out_of_the_last_result_is_empty_and_refused) {
+    open_profile("lo", "127.0.0.1");
+    Responder responder(answer_with("192.0.2.1"));
+    for (const char* name : {"www.example", "localhost"}) {
+        const hostent* host = NetDNSGetHostByName(kProfile, name);
+        ASSERT_NE(host, nullptr);
+        const size_t asked = responder.query_count();
+        trace::clear();
+        EXPECT_EQ(NetDNSGetHostByName(kProfile, host->h_name), nullptr);
+        EXPECT_TRUE(trace::contains_in_order({"Request to get hostname \n", "Invalid HostName\n"}));
+        EXPECT_TRUE(trace::traced(5, "Invalid HostName\n", "dns/src/dns"));
+        EXPECT_EQ(responder.query_count(), asked);
+    }
+}
+
+// The buffer shrinks back, which may move it.
+TEST_F(WaitingLookup, a_name_out_of_a_larger_last_result_is_refused) {
+    open_profile("lo", "127.0.0.1");
+    Responder responder(answer_in_long(13, 1));
+    const hostent* host = NetDNSGetHostByName(kProfile, kLongName.c_str());
+    ASSERT_NE(host, nullptr);
+    const char* alias = host->h_aliases[12];
+    ASSERT_EQ(alias, kLongName);
+    const size_t asked = responder.query_count();
+    EXPECT_EQ(NetDNSGetHostByName(kProfile, alias), nullptr);
+    EXPECT_TRUE(trace::contains("Invalid HostName\n"));
+    EXPECT_EQ(responder.query_count(), asked);
+}
+
 TEST_F(WaitingLookup, the_result_stays_in_one_buffer_that_is_cleared_for_the_next) {
     const hostent* first = NetDNSGetHostByName(kProfile, "localhost");
     ASSERT_NE(first, nullptr);
@@ -335,10 +378,13 @@ TEST_F(WaitingLookup, the_buffer_doubles_until_the_result_fits_and_starts_small_
     EXPECT_EQ(responder.query_count(), 6u);
 }
 
-TEST_F(WaitingLookup, without_memory_there_is_no_host) {
-    calls::fail(Call::Malloc);
-    EXPECT_EQ(NetDNSGetHostByName(kProfile, "localhost"), nullptr);
-    EXPECT_TRUE(calls::has_failed(Call::Malloc));
+TEST_F(WaitingLookup, without_memory_there_is_no_host_and_nothing_is_checked) {
+    for (const char* name : {"localhost", "www.example", "a", static_cast<const char*>(nullptr)}) {
+        calls::fail(Call::Malloc);
+        EXPECT_EQ(NetDNSGetHostByName(kProfile, name), nullptr);
+        EXPECT_TRUE(calls::has_failed(Call::Malloc));
+        EXPECT_THAT(trace::texts(), IsEmpty());
+    }
     EXPECT_NE(NetDNSGetHostByName(kProfile, "localhost"), nullptr);
 }
 
