@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cerrno>
 
 #include "Host.h"
@@ -50,17 +51,30 @@ TEST(HostileHeader, fewer_than_12_bytes_fail) {
 }
 
 TEST(HostileHeader, another_id_fails) {
-    const Resolution result = resolve_message([](const Bytes& query) {
-        return Response(query)
-            .id(static_cast<uint16_t>(word_at(query, 0) + 1))
-            .a("www.example", "1.2.3.4")
-            .bytes();
+    unsigned asked = 0;
+    const Resolution result = resolve_message([&asked](const Bytes& query) {
+        asked = word_at(query, 0);
+        return Response(query).id(static_cast<uint16_t>(asked + 1)).a("www.example", "1.2.3.4").bytes();
     });
     expect_failure(result, 1);
-    bool traced = false;
-    for (const std::string& text : trace::texts())
-        traced = traced || text.rfind("invalid header id: expected ", 0) == 0;
-    EXPECT_TRUE(traced);
+    EXPECT_TRUE(trace::traced(
+        4, trace::text("invalid header id: expected %u, received %u\n", asked, (asked + 1u) & 0xffff),
+        "dns/src/resolver"));
+}
+
+TEST(HostileHeader, what_follows_the_answers_is_counted_and_not_read) {
+    const Resolution result = resolve_message([](const Bytes& query) {
+        Bytes message = Response(query).a("www.example", "192.0.2.1").bytes();
+        message[8] = 1;
+        message[9] = 2;
+        message[10] = message[11] = 0xff;
+        return message;
+    });
+    ASSERT_NE(result.host, nullptr);
+    EXPECT_THAT(addresses_of(result.host), ElementsAre("192.0.2.1"));
+    EXPECT_TRUE(
+        trace::contains_in_order({"qdcount : 1\n", "ancount : 1\n", "nscount : 258\n", "arcount : 65535\n"}));
+    EXPECT_TRUE(trace::traced(2, "arcount : 65535\n", "dns/src/resolver"));
 }
 
 TEST(HostileHeader, each_response_code_gives_its_error) {
@@ -120,6 +134,24 @@ TEST(HostileQuestion, the_most_unreadable_questions_end) {
     });
     expect_failure(result, 1);
     EXPECT_TRUE(trace::contains("unpack_answer() failed\n"));
+}
+
+// The header is in the machine's own order once it has been examined.
+constexpr bool kSwapped = std::endian::native == std::endian::little;
+
+TEST(HostileQuestion, a_walk_back_into_the_header_reads_it_as_examined) {
+    const Resolution result = resolve_message([](const Bytes& query) {
+        Bytes message(query.begin(), query.begin() + 12);
+        message[2] = 0x81;
+        message[5] = message[7] = message[11] = 1;
+        return message;
+    });
+    expect_failure(result, 1);
+    // The answer is looked for at byte 11: swapped it is the end of a name, else a label of one byte.
+    const std::string_view shortage =
+        kSwapped ? "rx data 14 required, but 12 received" : "rx data 13 required, but 12 received";
+    EXPECT_TRUE(trace::contains_in_order(
+        {"arcount : 1\n", "rx data 13 required, but 12 received", shortage, "unpack_answer() failed\n"}));
 }
 
 Bytes whole_answer(const Bytes& query) {
@@ -253,6 +285,17 @@ TEST(HostileName, pointers_outside_the_message_end_the_name) {
         ASSERT_NE(result.host, nullptr) << target;
         EXPECT_STREQ(result.host->h_name, "a") << target;
     }
+}
+
+TEST(HostileName, a_pointer_into_the_header_reads_it_as_examined) {
+    const Resolution result = resolve_message([](const Bytes& query) {
+        Bytes message = Response(query).record(pointer_to(8), kA, kIn, 1, address_bytes("192.0.2.1")).bytes();
+        message[8] = 'a';  // swapped a label of one byte, else a pointer that leads nowhere
+        message[9] = 1;
+        return message;
+    });
+    ASSERT_NE(result.host, nullptr);
+    EXPECT_STREQ(result.host->h_name, kSwapped ? "a" : "");
 }
 
 TEST(HostileName, the_longest_name_is_read_and_a_longer_one_is_not) {
