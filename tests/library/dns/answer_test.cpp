@@ -100,6 +100,25 @@ TEST(Answer, a_pointer_to_a_pointer_is_followed) {
     EXPECT_EQ(trace::count("name   : www.example\n"), 2u);
 }
 
+TEST(Answer, records_that_point_to_one_name_are_all_owned_by_it) {
+    Resolution result = resolve([](Response& r) {
+        // The target is where the data of the first record are: behind the question, the owner and ten bytes.
+        const Bytes target = pointer_to(kQuestionAt + 13 + 4 + 2 + 10);
+        r.record(pointer_to(kQuestionAt), kCname, kIn, 60, labels("cdn.example"));
+        r.record(target, kA, kIn, 60, address_bytes("192.0.2.1"));
+        r.record(target, kA, kIn, 60, address_bytes("192.0.2.2"));
+        r.record(pointer_to(kQuestionAt), kCname, kIn, 60, target);
+        r.record(target, kA, kIn, 60, address_bytes("192.0.2.3"));
+    });
+    EXPECT_STREQ(result.host->h_name, "cdn.example");
+    EXPECT_THAT(aliases_of(result.host), ElementsAre("www.example", "www.example"));
+    EXPECT_THAT(addresses_of(result.host), ElementsAre("192.0.2.1", "192.0.2.2", "192.0.2.3"));
+    EXPECT_TRUE(trace::contains_in_order({"name   : www.example\n", "rdata  : cdn.example\n",
+                                          "name   : cdn.example\n", "name   : cdn.example\n",
+                                          "name   : www.example\n", "rdata  : cdn.example\n",
+                                          "name   : cdn.example\n"}));
+}
+
 TEST(Answer, the_root_is_an_empty_name) {
     Resolution result = resolve([](Response& r) { r.a("", "192.0.2.1"); });
     ASSERT_NE(result.host, nullptr);

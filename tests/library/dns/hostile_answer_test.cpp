@@ -298,6 +298,16 @@ TEST(HostileName, a_pointer_into_the_header_reads_it_as_examined) {
     EXPECT_STREQ(result.host->h_name, kSwapped ? "a" : "");
 }
 
+TEST(HostileName, an_owner_that_cannot_be_read_to_its_end_is_tried_again_for_each_record) {
+    const Resolution result = resolve([](Response& r) {
+        for (int record = 0; record < 3; ++record)
+            r.record(pointer_to(500), kA, kIn, 1, address_bytes("192.0.2.1"));
+    });
+    const int received = 12 + 13 + 4 + 3 * (2 + 10 + 4);
+    EXPECT_EQ(trace::count("rx data 501 required, but " + std::to_string(received) + " received"), 3u);
+    EXPECT_THAT(addresses_of(result.host), ElementsAre("192.0.2.1", "192.0.2.1", "192.0.2.1"));
+}
+
 TEST(HostileName, the_longest_name_is_read_and_a_longer_one_is_not) {
     const std::string label(63, 'l');
     const std::string longest = label + "." + label + "." + label + "." + long_label(61);

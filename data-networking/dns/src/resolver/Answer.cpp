@@ -5,17 +5,18 @@
 #include "common/Trace.h"
 #include "dns/src/HostBuilder.h"
 #include "dns/src/resolver/Cursor.h"
+#include "dns/src/resolver/Name.h"
 #include "dns/src/resolver/Resolver.h"
 
 namespace quorvel {
 namespace {
 
 struct Record {
-    uint16_t type = 0;
-    uint16_t record_class = 0;
-    uint32_t ttl = 0;
-    uint16_t length = 0;  // of the data
-    int data = 0;         // offset of the data in the message
+    uint16_t type;
+    uint16_t record_class;
+    uint32_t ttl;
+    uint16_t length;  // of the data
+    int data;         // offset of the data in the message
 };
 
 // What the steps of an unpacking share.
@@ -24,7 +25,7 @@ struct Unpacking {
     std::span<const uint8_t> message;
     HostBuilder host;
     ErrorCode error;
-    NameText scratch;  // the owner of the record in hand, then the name in its data
+    Name name;  // the owner of the record in hand, then the name in its data
 
     bool no_room() {
         QV_TRACE(4, "buffer not enough\n");
@@ -39,17 +40,19 @@ struct Unpacking {
     }
 };
 
-bool read_record(Cursor& at, NameText& owner, Record& record) {
-    if (!at.name(owner) || !at.u16(record.type) || !at.u16(record.record_class) || !at.u32(record.ttl) ||
-        !at.u16(record.length))
+bool read_record(Cursor& at, Name& owner, Record& record) {
+    if (!at.name(owner))
         return false;
-    record.data = at.offset();
+    const uint8_t* fixed = at.fields<2, 2, 4, 2>();
+    if (fixed == nullptr)
+        return false;
+    record = {u16_at(fixed), u16_at(fixed + 2), u32_at(fixed + 4), u16_at(fixed + 8), at.offset()};
     return at.skip(record.length);
 }
 
-void trace_record(const Record& record, const NameText& owner) {
+void trace_record(const Record& record, const Name& owner) {
     QV_TRACE(2, "< answer section >\n");
-    QV_TRACE(2, "name   : %s\n", owner.data());
+    QV_TRACE(2, "name   : %s\n", owner.text());
     QV_TRACE(2, "type   : %u\n", record.type);
     QV_TRACE(2, "class  : %u\n", record.record_class);
     QV_TRACE(2, "ttl    : %u\n", record.ttl);
@@ -57,38 +60,37 @@ void trace_record(const Record& record, const NameText& owner) {
 }
 
 bool take_address(Unpacking& work, const Record& record) {
-    if (!work.host.has_name() && !work.stored(work.host.name(work.scratch.data())))
+    if (!work.host.has_name() && !work.stored(work.host.name(work.name.text())))
         return false;
     const uint8_t* data = work.message.data() + record.data;
     if (!work.stored(work.host.address(data, record.length)))
         return false;
-    uint8_t shown[kAddressBytes] = {};
-    memcpy(shown, data, std::min<size_t>(record.length, kAddressBytes));
-    QV_TRACE(2, "rdata  : %d.%d.%d.%d\n", shown[0], shown[1], shown[2], shown[3]);
+    const auto shown = [&](int index) { return index < record.length ? data[index] : 0; };
+    QV_TRACE(2, "rdata  : %d.%d.%d.%d\n", shown(0), shown(1), shown(2), shown(3));
     return true;
 }
 
 // The name that the record gives is only traced: the owner of the next address record becomes the host's
 // name.
 bool take_alias(Unpacking& work, const Record& record) {
-    if (!work.stored(work.host.alias(work.scratch.data())))
+    if (!work.stored(work.host.alias(work.name.text())))
         return false;
-    if (expand_name(work.message, record.data, &work.scratch) < 0) {
+    if (work.name.read(work.message, record.data) < 0) {
         QV_TRACE(4, "expand_name(CNAME) failed\n");
         return work.unreadable();
     }
-    QV_TRACE(2, "rdata  : %s\n", work.scratch.data());
+    QV_TRACE(2, "rdata  : %s\n", work.name.text());
     return true;
 }
 
 bool take_host_of_address(Unpacking& work, const Record& record) {
-    if (expand_name(work.message, record.data, &work.scratch) < 0) {
+    if (work.name.read(work.message, record.data) < 0) {
         QV_TRACE(4, "expand_name(PTR) failed\n");
         return work.unreadable();
     }
-    if (!work.stored(work.host.name(work.scratch.data())))
+    if (!work.stored(work.host.name(work.name.text())))
         return false;
-    QV_TRACE(2, "rdata  : %s\n", work.scratch.data());
+    QV_TRACE(2, "rdata  : %s\n", work.name.text());
     return work.stored(work.host.address(work.query.data.data(), kAddressBytes));
 }
 
@@ -108,11 +110,11 @@ bool take_records(Unpacking& work, const Response& response, uint32_t* ttl) {
     Cursor at(work.message, response.answer_offset);
     for (int index = 0; index < response.answers; ++index) {
         Record record;
-        if (!read_record(at, work.scratch, record)) {
+        if (!read_record(at, work.name, record)) {
             QV_TRACE(4, "unpack_answer() failed\n");
             return work.unreadable();
         }
-        trace_record(record, work.scratch);
+        trace_record(record, work.name);
         if (ttl != nullptr)
             *ttl = record.ttl;
         if (!take_record(work, record))

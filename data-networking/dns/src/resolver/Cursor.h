@@ -6,9 +6,17 @@
 #include <span>
 
 #include "common/Trace.h"
-#include "dns/src/resolver/Resolver.h"
+#include "dns/src/resolver/Name.h"
 
 namespace quorvel {
+
+inline uint16_t u16_at(const uint8_t* at) {
+    return static_cast<uint16_t>(at[0] << 8 | at[1]);
+}
+
+inline uint32_t u32_at(const uint8_t* at) {
+    return uint32_t{u16_at(at)} << 16 | u16_at(at + 2);
+}
 
 class Cursor {
   public:
@@ -19,11 +27,13 @@ class Cursor {
 
     // Whether `count` more bytes have been received. An offset below 0, to which the walk over unreadable
     // questions can lead, has none.
+    bool received(int count) const {
+        return offset_ >= 0 && offset_ + count <= static_cast<int>(message_.size());
+    }
+
+    // The same; traced when they have not.
     bool has(int count) const {
-        const int length = static_cast<int>(message_.size());
-        if (offset_ >= 0 && offset_ + count <= length) [[likely]]
-            return true;
-        return trace_shortage(offset_ + count, length);
+        return received(count) || trace_shortage(offset_ + count, static_cast<int>(message_.size()));
     }
 
     // Received bytes from here on; only where some are.
@@ -43,18 +53,8 @@ class Cursor {
     bool u16(uint16_t& value) {
         if (!has(2))
             return false;
-        const uint8_t* at = here();
-        value = static_cast<uint16_t>(at[0] << 8 | at[1]);
+        value = u16_at(here());
         offset_ += 2;
-        return true;
-    }
-
-    bool u32(uint32_t& value) {
-        uint16_t high = 0;
-        uint16_t low = 0;
-        if (!has(4) || !u16(high) || !u16(low))
-            return false;
-        value = uint32_t{high} << 16 | low;
         return true;
     }
 
@@ -65,8 +65,22 @@ class Cursor {
         return true;
     }
 
-    bool name(NameText& out) {
-        const int occupied = expand_name(message_, offset_, &out);
+    // Passes fields of these sizes that follow one another. Gives the first byte of them; null when one of
+    // them has not been received, and the first such is traced.
+    template <int... kSizes>
+    const uint8_t* fields() {
+        constexpr int kTotal = (kSizes + ...);
+        if (!received(kTotal)) {
+            static_cast<void>((skip(kSizes) && ...));
+            return nullptr;
+        }
+        const uint8_t* first = here();
+        offset_ += kTotal;
+        return first;
+    }
+
+    bool name(Name& out) {
+        const int occupied = out.read(message_, offset_);
         if (occupied < 0)
             return false;
         offset_ += occupied;

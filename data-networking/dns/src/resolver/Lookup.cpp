@@ -69,13 +69,13 @@ int error_of_rcode(int rcode) {
 }
 
 bool pass_question(Cursor& at) {
-    NameText name;
+    Name name;
     uint16_t type = 0;
     uint16_t question_class = 0;
     if (!at.name(name) || !at.u16(type) || !at.u16(question_class))
         return false;
     QV_TRACE(2, "< question section >\n");
-    QV_TRACE(2, "qname  : %s\n", name.data());
+    QV_TRACE(2, "qname  : %s\n", name.text());
     QV_TRACE(2, "qtype  : %u\n", type);
     QV_TRACE(2, "qclass : %u\n", question_class);
     return true;

@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "dns/src/resolver/Cursor.h"
+#include "dns/src/resolver/Name.h"
 
 namespace quorvel {
 namespace {
@@ -68,25 +69,54 @@ int pointer_target(Cursor& at, int first) {
     return at.u8(low) ? (first & ~kPointerBits) << 8 | low : -1;
 }
 
-}  // namespace
+constexpr int kPointerBytes = 2;
 
-int expand_name(std::span<const uint8_t> message, int offset, NameText* out) {
+// Where the text of the name at `offset` begins: there, or where a pointer there leads.
+int source_of(std::span<const uint8_t> message, int offset) {
+    Cursor at(message, offset);
+    if (!at.received(kPointerBytes) || (*at.here() & kPointerBits) == 0)
+        return offset;
+    return u16_at(at.here()) & ~(kPointerBits << 8);
+}
+
+struct Expansion {
+    int occupied = -1;   // until the end or a pointer has been met, an unreadable name fails
+    bool whole = false;  // read to its end, and would be with one more pointer in front
+};
+
+Expansion expand(std::span<const uint8_t> message, int offset, NameText* out) {
     Cursor at(message, offset);
     LabelText text(out);
-    int occupied = -1;  // until the end or a pointer has been met, an unreadable name fails
+    Expansion name;
     for (int pointers = 0; pointers <= kMostPointers; ++pointers) {
         const int stop = take_labels(at, text);
         const int target = stop > 0 ? pointer_target(at, stop) : -1;
         // Where a pointer leads does not decide over the name: the bytes up to the pointer are passed, and
         // the text ends where it can no longer be read.
-        if (occupied < 0 && (stop == 0 || target >= 0))
-            occupied = at.offset() - offset;
+        if (name.occupied < 0 && (stop == 0 || target >= 0))
+            name.occupied = at.offset() - offset;
+        name.whole = stop == 0 && pointers < kMostPointers;
         if (target < 0)
             break;
         at = Cursor(message, target);
     }
     text.end();
-    return occupied;
+    return name;
+}
+
+}  // namespace
+
+int expand_name(std::span<const uint8_t> message, int offset, NameText* out) {
+    return expand(message, offset, out).occupied;
+}
+
+int Name::read(std::span<const uint8_t> message, int offset) {
+    const int source = source_of(message, offset);
+    if (source == source_ && source != offset)
+        return kPointerBytes;
+    const Expansion name = expand(message, offset, &text_);
+    source_ = name.whole ? source : -1;
+    return name.occupied;
 }
 
 }  // namespace quorvel
