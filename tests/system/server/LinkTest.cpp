@@ -160,8 +160,8 @@ TEST_F(BadClient, that_never_reads_is_dropped_before_it_costs_memory) {
 
 TEST_F(BadClient, that_asks_and_asks_without_reading_an_answer_is_dropped) {
     RawClient bad;
-    const wire::RequestHeader header{wire::NETCM_CLIENT_GET_ACTIVE_PROFILE_NAME_LIST_REQ, 0, bad.id(), 0, 0,
-                                     0};
+    const wire::RequestHeader header{
+        wire::NETCM_CLIENT_GET_ACTIVE_PROFILE_NAME_LIST_REQ, 0, bad.id(), 0, 0, 0};
     std::string requests;
     for (int i = 0; i < 8192; ++i)
         requests.append(reinterpret_cast<const char*>(&header), sizeof(header));
