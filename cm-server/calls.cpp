@@ -38,6 +38,10 @@ bool Call::holds(int32_t profile) const {
     return std::ranges::any_of(profiles, [&](const Profile& held) { return held.id == profile; });
 }
 
+bool Call::used_with(int32_t profile) const {
+    return std::ranges::any_of(users, [&](const User& user) { return user.profile == profile; });
+}
+
 bool same_connection(const Profile& a, const Profile& b) {
     if (a.id == b.id)
         return true;
@@ -105,6 +109,8 @@ bool Calls::stop(uint32_t client, uint32_t id) {
     Call& call = calls_[id];
     if (std::erase_if(call.users, [&](const Call::User& user) { return user.client == client; }) == 0)
         return false;
+    // A profile that nobody has open is not active, whoever else uses the connection.
+    std::erase_if(call.profiles, [&](const Profile& held) { return !call.used_with(held.id); });
     if (call.users.empty())
         release(id);
     return true;

@@ -32,6 +32,7 @@ struct Call {
 
     bool connected() const { return state == State::kUp || state == State::kSuspended; }
     bool holds(int32_t profile) const;
+    bool used_with(int32_t profile) const;
 };
 const char* to_text(Call::State state);
 

@@ -40,6 +40,8 @@ class Clients {
     void detach(uint32_t id);
 
     Client* find(uint32_t id);
+    // Whether the id was a client's that is not there any more. Ids are not given twice.
+    bool has_gone(uint32_t id) { return id != 0 && id <= last_id_ && find(id) == nullptr; }
     const std::map<uint32_t, Client>& all() const { return clients_; }
 
     // Sends on the async socket, at once or as soon as it is there. A client that has gone is skipped.

@@ -100,9 +100,8 @@ void Connection::read() {
     std::array<std::byte, 16384> piece;
     try {
         int size = 0;
-        while (!closed_ && !full_ &&
-               (size = evbuffer_remove(bufferevent_get_input(socket_.get()), piece.data(), piece.size())) >
-                   0) {
+        while (!closed_ && (size = evbuffer_remove(bufferevent_get_input(socket_.get()), piece.data(),
+                                                   piece.size())) > 0) {
             reader_.feed(std::span(piece).first(static_cast<size_t>(size)));
             while (!closed_ && !full_) {
                 const auto request = reader_.next();

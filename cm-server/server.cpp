@@ -182,6 +182,7 @@ void Server::on_closed(Connection& connection, const std::string& why) {
 
 void Server::forget(uint32_t id) {
     calls_.leave(id);
+    faults_.forget(id);
     Connection* async = clients_.find(id)->async;
     clients_.remove(id);
     if (async != nullptr)

@@ -36,6 +36,8 @@ json add_fault(const Trouble& trouble, const json& arguments) {
     fault.kind = Faults::kind_of(arguments.at("kind"));
     fault.value = number(arguments, "value", 0);
     fault.client = number(arguments, "client", 0);
+    if (trouble.clients.has_gone(fault.client))
+        throw ControlError("client " + std::to_string(fault.client) + " has gone");
     fault.code = event_code(arguments);
     if (arguments.contains("times"))
         fault.times = number(arguments, "times", 1);

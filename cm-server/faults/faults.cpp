@@ -85,6 +85,10 @@ size_t Faults::clear() {
     return std::exchange(faults_, {}).size();
 }
 
+void Faults::forget(uint32_t client) {
+    std::erase_if(faults_, [&](const Fault& fault) { return fault.client == client; });
+}
+
 Delivery Faults::apply(uint32_t client, Message message) {
     const uint32_t code = message.record.Code;
     Delivery delivery{std::move(message)};

@@ -38,6 +38,8 @@ class Faults {
 
     void add(const Fault& fault) { faults_.push_back(fault); }
     size_t clear();
+    // The client has gone, and its id does not come back.
+    void forget(uint32_t client);
     const std::vector<Fault>& all() const { return faults_; }
 
     Delivery apply(uint32_t client, Message message);

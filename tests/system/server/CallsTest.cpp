@@ -94,6 +94,22 @@ TEST(ServerCalls, profiles_with_the_same_access_point_share_a_call) {
     EXPECT_NE(client.open(3), client.open(5));
 }
 
+TEST(ServerCalls, a_profile_that_nobody_has_open_any_more_is_not_active) {
+    CmServer server(kProfiles);
+    RawClient first;
+    RawClient second;
+    const uint32_t call = first.open(1);
+    EXPECT_EQ(second.open(2), call);
+    first.stop(call, 1);
+    second.ask(wire::NETCM_CLIENT_GET_ACTIVE_PROFILE_IDS_REQ);
+    const auto ids = second.sync().block<wire::ProfileIdBlock>();
+    EXPECT_EQ(ids.Count, 1u);
+    EXPECT_EQ(ids.ProfileId[0], 2);
+    first.tell(wire::NETCM_CLIENT_KILL_REQ, {.Arg4 = 1});
+    EXPECT_EQ(first.async().record().Status, NETCM_ERR_NOT_ACTIVE);
+    EXPECT_TRUE(second.async().silent());
+}
+
 TEST(ServerCalls, clients_that_share_a_call_each_get_their_response_and_the_last_one_ends_it) {
     CmServer server;
     RawClient first;

@@ -21,9 +21,10 @@ int connected_socket() {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::strcpy(address.sun_path, wire::kServerPath);
-    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0)
-        throw std::runtime_error("cannot connect to the server");
-    return fd;
+    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0)
+        return fd;
+    close(fd);
+    throw NoServer("cannot connect to the server");
 }
 
 void wait_until_readable(int fd) {
@@ -55,7 +56,7 @@ void RawSocket::send(std::string_view bytes) {
     while (!bytes.empty()) {
         const ssize_t sent = ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
         if (sent < 0)
-            throw std::runtime_error("the server takes no more");
+            throw NoServer("the server takes no more");
         bytes.remove_prefix(static_cast<size_t>(sent));
     }
 }
@@ -71,7 +72,7 @@ std::string RawSocket::bytes(size_t size) {
         wait_until_readable(fd_);
         const ssize_t got = read(fd_, result.data() + done, size - done);
         if (got <= 0)
-            throw std::runtime_error("the server has closed the socket");
+            throw NoServer("the server has closed the socket");
         done += static_cast<size_t>(got);
     }
     return result;
@@ -81,6 +82,11 @@ bool RawSocket::closed() {
     wait_until_readable(fd_);
     char byte = 0;
     return read(fd_, &byte, 1) <= 0;
+}
+
+void RawSocket::drain() {
+    while (!closed()) {
+    }
 }
 
 bool RawSocket::silent() {
@@ -139,6 +145,21 @@ PmAnswer ask_pm(RawClient& client, uint32_t command, int32_t profile, std::strin
     const wire::Record answer = client.ask(wire::NETPM_PROFILE_REQ, {}, payload.append(data));
     return {answer.Word1, static_cast<int32_t>(answer.Word2), answer.CallId, answer.Word6,
             client.sync().bytes(answer.Word5)};
+}
+
+void send_app(RawClient& client, const AppMessage& message) {
+    client.tell(wire::NETPM_APPPROF_REQ, {}, {reinterpret_cast<const char*>(&message), sizeof(message)});
+}
+
+AppMessage ask_app(RawClient& client, const AppMessage& message) {
+    send_app(client, message);
+    const wire::Record record = client.sync().record();
+    AppMessage answer;
+    static_assert(sizeof(answer) == sizeof(record) - sizeof(record.Code));
+    std::memcpy(static_cast<void*>(&answer), &record.Word1, sizeof(answer));
+    if (record.Code != wire::NETCM_CLIENT_PROPER_PROFILE_RSP || answer.command != message.command + 100)
+        throw std::runtime_error("this answers something else");
+    return answer;
 }
 
 std::string slot(const NetPMProfile& profile) {

@@ -1,7 +1,9 @@
 // A client that speaks the protocol itself, byte by byte, so that it can speak it wrongly too.
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,6 +13,11 @@
 #include "support/Program.h"
 
 namespace quorvel::test {
+
+// The server is not there, or has closed the socket.
+class NoServer : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
 
 // One connection to the server. Reading what does not come within a time that no sound run needs throws.
 class RawSocket {
@@ -33,6 +40,8 @@ class RawSocket {
     }
     // Waits until the server has closed; false when it sends something instead.
     bool closed();
+    // Reads until the server has closed.
+    void drain();
     // Whether nothing has arrived, as far as the server has got by now.
     bool silent();
     int fd() const { return fd_; }
@@ -85,6 +94,22 @@ struct PmAnswer {
 };
 PmAnswer ask_pm(RawClient& client, uint32_t command, int32_t profile = 0, std::string_view data = {},
                 uint32_t arg = 0, uint32_t arg2 = 0);
+
+// An App-Profile message: the payload of the request, and words 1 to 9 of the answer.
+struct AppMessage {
+    uint32_t opaque = 0;
+    uint32_t command = 0;
+    uint32_t result = 0;
+    uint32_t id = 0;
+    uint32_t param = 0;
+    uint32_t profile = 0;
+    std::array<uint32_t, 2> interfaces{};
+    uint16_t with_profile = 0;
+    uint16_t with_interfaces = 0;
+};
+void send_app(RawClient& client, const AppMessage& message);
+// Throws when what comes is no answer to this.
+AppMessage ask_app(RawClient& client, const AppMessage& message);
 
 // A profile as it travels, 972 bytes; and one that the server takes.
 std::string slot(const NetPMProfile& profile);

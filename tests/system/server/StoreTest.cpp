@@ -299,34 +299,10 @@ TEST(ServerStoreFile, that_cannot_be_made_is_told) {
     EXPECT_NE(ended.err.find("/tmp/absent/store.db: unable to open"), std::string::npos);
 }
 
-// An App-Profile message: the payload of the request, and words 1 to 9 of the answer.
-struct AppMessage {
-    uint32_t opaque = 0;
-    uint32_t command = 0;
-    uint32_t result = 0;
-    uint32_t id = 0;
-    uint32_t param = 0;
-    uint32_t profile = 0;
-    std::array<uint32_t, 2> interfaces{};
-    uint16_t with_profile = 0;
-    uint16_t with_interfaces = 0;
-};
-
 class ServerApplications : public ServerStore {
   public:
-    void send(AppMessage message) {
-        client.sync().send({wire::NETPM_APPPROF_REQ, 0, client.id(), 0, 0, 0},
-                           {reinterpret_cast<const char*>(&message), sizeof(message)});
-    }
-    AppMessage ask(const AppMessage& message) {
-        send(message);
-        const wire::Record record = client.sync().record();
-        EXPECT_EQ(record.Code, wire::NETCM_CLIENT_PROPER_PROFILE_RSP);
-        AppMessage answer;
-        std::memcpy(static_cast<void*>(&answer), &record.Word1, sizeof(answer));
-        EXPECT_EQ(answer.command, message.command + 100);
-        return answer;
-    }
+    void send(const AppMessage& message) { send_app(client, message); }
+    AppMessage ask(const AppMessage& message) { return ask_app(client, message); }
 };
 
 TEST_F(ServerApplications, are_added_once_known_and_deleted_once) {

@@ -37,6 +37,19 @@ TEST_F(Trouble, comes_as_a_status_to_one_client_until_it_is_taken_back) {
     EXPECT_EQ(ask_default().Status, 0u);
 }
 
+TEST_F(Trouble, goes_with_its_client) {
+    uint32_t gone = 0;
+    {
+        RawClient other;
+        gone = other.id();
+        make({"fault", "status", "5", "--client", std::to_string(gone)});
+    }
+    server.program().wait_for_err("has gone");
+    EXPECT_EQ(ctl({"faults"}).out, "0 faults\n");
+    EXPECT_EQ(ctl({"fault", "status", "5", "--client", std::to_string(gone)}).err,
+              "cm-server: client " + std::to_string(gone) + " has gone\n");
+}
+
 TEST_F(Trouble, comes_as_the_refusal_of_a_start_without_its_block) {
     make({"fault", "status", "21", "--event", "NETCM_CLIENT_START_RSP"});
     EXPECT_EQ(ask_default().Status, 0u);
