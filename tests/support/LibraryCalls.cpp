@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <mutex>
 
 namespace quorvel::test {
@@ -35,6 +36,7 @@ constinit std::atomic<uintptr_t> library_begin{0};
 constinit std::atomic<uintptr_t> library_end{0};
 constinit std::atomic<int> next_poll_events{-1};
 constinit std::atomic<bool> sleeps_are_skipped{false};
+constinit std::atomic<time_t> stopped_time{-1};  // -1: time passes
 
 struct Shared {
     std::mutex mutex;
@@ -125,6 +127,7 @@ void reset() {
     }
     next_poll_events = -1;
     sleeps_are_skipped = false;
+    stopped_time = -1;
     const std::lock_guard lock(shared().mutex);
     shared().sleeps.clear();
     shared().connect_lengths.clear();
@@ -157,6 +160,10 @@ void answer_next_poll(short events) {
 
 void skip_sleeps() {
     sleeps_are_skipped = true;
+}
+
+void stop_time(time_t now) {
+    stopped_time = now;
 }
 
 std::vector<unsigned> connect_lengths() {
@@ -289,6 +296,10 @@ QV_WRAPPER ssize_t send(int fd, const void* buffer, size_t length, int flags) {
     return fails(Call::Send, QV_CALLER, EPIPE) ? -1 : QV_REAL(send)(fd, buffer, length, flags);
 }
 
+QV_WRAPPER ssize_t recv(int fd, void* buffer, size_t length, int flags) {
+    return fails(Call::Receive, QV_CALLER, EIO) ? -1 : QV_REAL(recv)(fd, buffer, length, flags);
+}
+
 QV_WRAPPER int close(int fd) {
     return fails(Call::Close, QV_CALLER, EIO) ? -1 : QV_REAL(close)(fd);
 }
@@ -302,6 +313,15 @@ QV_WRAPPER int fcntl(int fd, int command, ...) {
     void* argument = va_arg(values, void*);
     va_end(values);
     return QV_REAL(fcntl)(fd, command, argument);
+}
+
+QV_WRAPPER time_t time(time_t* out) noexcept {
+    const time_t stopped = quorvel::test::stopped_time;
+    if (stopped < 0 || !quorvel::test::calls::is_library_code(QV_CALLER))
+        return QV_REAL(time)(out);
+    if (out != nullptr)
+        *out = stopped;
+    return stopped;
 }
 
 QV_WRAPPER unsigned sleep(unsigned seconds) {

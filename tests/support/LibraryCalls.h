@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <ctime>
 #include <functional>
 #include <string>
 #include <vector>
@@ -25,6 +26,7 @@ enum class Call {
     Read,
     Write,
     Send,
+    Receive,  // recv
     Close,
     Fcntl,
     Format,  // vasprintf, which allocates inside the C library
@@ -53,6 +55,9 @@ void before(Call call, std::function<void()> hook, size_t nth = 1);
 // Answers the library's next call of poll without asking the kernel: with these events, or with a time-out
 // when there are none.
 void answer_next_poll(short events);
+
+// Stops the library's clock of whole seconds, time(), at this moment.
+void stop_time(time_t now);
 
 // The address lengths that the library has passed to connect.
 std::vector<unsigned> connect_lengths();

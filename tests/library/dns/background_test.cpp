@@ -190,7 +190,7 @@ TEST_F(Background, ten_names_are_resolved_at_a_time_and_the_11th_request_is_refu
     const Request refused(nth_name(11));
     EXPECT_EQ(refused.code, 0);
     EXPECT_EQ(refused.id, 99u);
-    EXPECT_TRUE(trace::contains("Failed to update query list\n"));
+    EXPECT_TRUE(trace::traced(4, "Failed to update query list\n", "dns/src/dns"));
     EXPECT_EQ(Request(nth_name(1)).code, 0) << "neither can it join a query";
     responder.open();
     ASSERT_TRUE(callbacks::wait_for(10));

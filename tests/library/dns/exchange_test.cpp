@@ -6,10 +6,12 @@
 
 #include <cerrno>
 #include <chrono>
+#include <ostream>
 #include <set>
 
 #include "Host.h"
 #include "Responder.h"
+#include "support/LibraryCalls.h"
 #include "support/Proc.h"
 #include "support/TraceCapture.h"
 
@@ -94,6 +96,90 @@ TEST(Exchange, descriptors_0_to_2_are_never_used) {
     EXPECT_GT(fd, before);
     EXPECT_NE(host, nullptr);
     EXPECT_TRUE(free_still);
+}
+
+// A step of the exchange that fails, and what the attempt that meets it traces.
+struct FailingStep {
+    const char* name;
+    Call call;
+    int error;
+    std::string own_line;
+    std::string step_line;
+    bool keeps_socket;
+};
+
+void PrintTo(const FailingStep& step, std::ostream* out) {
+    *out << step.name;
+}
+
+const FailingStep kSteps[] = {
+    {"socket", Call::Socket, EMFILE, "socket() failed: 24\n", "dns_socket() failed\n", false},
+    {"connect", Call::Connect, ENETUNREACH, "connect() failed: 101\n", "dns_connect() failed\n", false},
+    {"send", Call::Send, EPERM, "send() failed: 1\n", "dns_send() failed\n", true},
+    {"poll", Call::Poll, ENOMEM, "poll() failed: 12\n", "dns_poll() failed\n", true},
+    {"receive", Call::Receive, EIO, "recv() failed: 5\n", "dns_recv() failed\n", false},
+};
+
+std::vector<std::string> internal_errors() {
+    std::vector<std::string> texts;
+    for (const TraceLine& line : trace::lines())
+        if (line.mask == trace::kInternal)
+            texts.push_back(line.text);
+    return texts;
+}
+
+class FailingExchange : public ::testing::TestWithParam<FailingStep> {
+  protected:
+    Responder responder_{answer_with("192.0.2.1")};
+    const Descriptors before_ = open_descriptors();
+};
+
+TEST_P(FailingExchange, the_second_attempt_succeeds) {
+    calls::fail(GetParam().call, 1, GetParam().error);
+    const Resolution result = std::move(Resolution().by_name("example.org"));
+    ASSERT_NE(result.host, nullptr);
+    EXPECT_THAT(addresses_of(result.host), ElementsAre("192.0.2.1"));
+    EXPECT_EQ(result.herr, 0);
+    EXPECT_THAT(internal_errors(), ElementsAre(GetParam().own_line, GetParam().step_line));
+    EXPECT_TRUE(trace::traced(4, GetParam().own_line, "dns/src/netutil"));
+    EXPECT_TRUE(trace::traced(4, GetParam().step_line, "dns/src/resolver"));
+    EXPECT_EQ(calls::count(Call::Socket), GetParam().keeps_socket ? 1u : 2u);
+    EXPECT_EQ(open_descriptors(), before_);
+}
+
+TEST_P(FailingExchange, two_failed_attempts_are_all) {
+    calls::fail(GetParam().call, 1, GetParam().error, calls::kForEver);
+    expect_no_response(Resolution().by_name("example.org"));
+    EXPECT_THAT(internal_errors(), ElementsAre(GetParam().own_line, GetParam().step_line, GetParam().own_line,
+                                               GetParam().step_line, "dns_lookup() failed\n"));
+    EXPECT_EQ(calls::count(GetParam().call), 2u);
+    EXPECT_EQ(calls::count(Call::Socket), GetParam().keeps_socket ? 1u : 2u);
+    EXPECT_EQ(open_descriptors(), before_);
+}
+
+INSTANTIATE_TEST_SUITE_P(Exchange, FailingExchange, ::testing::ValuesIn(kSteps),
+                         [](const auto& step) { return std::string(step.param.name); });
+
+TEST(Exchange, after_a_time_out_the_query_is_sent_again_on_the_same_socket) {
+    Responder responder(answer_with("192.0.2.1"));
+    calls::answer_next_poll(0);
+    EXPECT_NE(Resolution().by_name("example.org").host, nullptr);
+    EXPECT_TRUE(trace::contains_in_order({"poll() timed out\n", "dns_poll() timed out\n"}));
+    EXPECT_EQ(calls::count(Call::Socket), 1u);
+    EXPECT_EQ(calls::count(Call::Connect), 1u);
+    EXPECT_EQ(calls::count(Call::Send), 2u);
+}
+
+// A failure of each kind uses up an attempt, whatever the other one's was.
+TEST(Exchange, two_different_failures_are_two_attempts) {
+    Responder responder(answer_with("192.0.2.1"));
+    const Descriptors before = open_descriptors();
+    calls::answer_next_poll(0);
+    calls::fail(Call::Send, 2, EPERM);
+    expect_no_response(Resolution().by_name("example.org"));
+    EXPECT_THAT(internal_errors(), ElementsAre("dns_poll() timed out\n", "send() failed: 1\n",
+                                               "dns_send() failed\n", "dns_lookup() failed\n"));
+    EXPECT_EQ(open_descriptors(), before);
 }
 
 TEST(ExchangeSlow, silence_is_waited_for_twice_on_one_socket) {
