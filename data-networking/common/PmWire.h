@@ -113,7 +113,7 @@ using PmIdListBlock = NetPMProfileIdList;
 struct PmPartialListBlock {
     NetPMPartialProfile Entry[NETPM_MAX_PARTIAL_PROFILES];
 };
-static_assert(sizeof(PmPartialListBlock) == 2800);
+static_assert(sizeof(PmPartialListBlock) == NETPM_LIST_ROOM && sizeof(PmIdListBlock) <= NETPM_LIST_ROOM);
 
 // The payload of NETPM_APPPROF_REQ, and words 1 to 9 of the record that answers it.
 struct AppProfMsg {

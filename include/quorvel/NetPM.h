@@ -2,18 +2,17 @@
  *
  * Rules that hold for every function of this header; those of NetCM.h hold as well:
  *
- *  1. Results. Where nothing else is said, a function returns a status: NETCM_SUCCESS (0), NETCM_ERR_FAILURE
- * (1: socket, protocol or memory), NETCM_ERR_REREGISTER_FAILED (2), NETCM_ERR_NOT_REGISTERED (6),
- *     NETCM_ERR_INVALID_PARAM (19), or, when the server's profile manager has refused the request, its own
- * error number unchanged. Outputs are written on success only, unless the function says otherwise.
+ *  1. Results. Where nothing else is said, a function returns a status: NETCM_SUCCESS (0), NETCM_ERR_FAILURE (1:
+ *     socket, protocol or memory), NETCM_ERR_REREGISTER_FAILED (2), NETCM_ERR_NOT_REGISTERED (6),
+ *     NETCM_ERR_INVALID_PARAM (19), or, when the server's profile manager has refused the request, its own error
+ *     number unchanged. Outputs are written on success only, unless the function says otherwise.
  *  2. Registration. The process must be registered (NetCMClientRegister); the calling thread need not be.
- *  3. What blocks. Every request waits for the server's answer, at most 60 seconds, one request of a process
- * after another; with a broken link it first registers the process again. Arguments are checked before
- * anything is locked or sent.
+ *  3. What blocks. Every request waits for the server's answer, at most 60 seconds, one request of a process after
+ *     another; with a broken link it first registers the process again. Arguments are checked before anything is
+ *     locked or sent.
  *  4. Ownership. Arguments belong to the caller; nothing is kept after the call, and nothing has to be freed.
- *  5. Records are the wire's, byte for byte, in the machine's byte order. Text fields end with a NUL within
- * their field, unused bytes are 0. Numbers whose meaning is not given here are the server's and pass
- * unchanged.
+ *  5. Records are the wire's, byte for byte, in the machine's byte order. Text fields end with a NUL within their
+ *     field, unused bytes are 0. Numbers whose meaning is not given here are the server's and pass unchanged.
  */
 #ifndef QUORVEL_NETPM_H
 #define QUORVEL_NETPM_H
@@ -154,13 +153,18 @@ typedef struct NetPMProfile {
 #define NETPM_MAX_PROFILE_IDS 20
 #define NETPM_MAX_PARTIAL_PROFILES 20
 
-/* What NetPMGetProfileIdForAPN and NetPMGetFindProfileIds put into the caller's buffer: 84 bytes. */
+/* The room, in bytes, that NetPMReadPartialProfileInfo, NetPMGetProfileIdForAPN and NetPMGetFindProfileIds need at
+ * `out`. They copy what the server has sent, whole, whatever it is: nothing is written behind what was sent, and
+ * nothing beyond this room. What a server sends that keeps to the two records below is no longer. */
+#define NETPM_LIST_ROOM 2800
+
+/* What NetPMGetProfileIdForAPN and NetPMGetFindProfileIds find, at the start of the caller's buffer: 84 bytes. */
 typedef struct NetPMProfileIdList {
     int32_t ProfileId[NETPM_MAX_PROFILE_IDS];
     int32_t Count; /* how many of ProfileId are valid */
 } NetPMProfileIdList;
 
-/* One entry of what NetPMReadPartialProfileInfo puts into the caller's buffer: 140 bytes. */
+/* One entry of what NetPMReadPartialProfileInfo puts into the caller's buffer: 140 bytes, at most 20 of them. */
 typedef struct NetPMPartialProfile {
     int32_t ProfileId;
     uint32_t ProfileType;
@@ -173,18 +177,18 @@ typedef struct NetPMPartialProfile {
 
 /* Adds a profile.
  *
- *   profile  not null; a profile that is no Wi-Fi profile must have an AppProtoType of 1, 2 or 4. Its
- * ProxyAddr is changed in place: an empty one becomes "0.0.0.0:80", any other loses the leading zeros of its
- * groups
+ *   profile  not null; a profile that is no Wi-Fi profile must have an AppProtoType of 1, 2 or 4. Its ProxyAddr is
+ *            changed in place: an empty one becomes "0.0.0.0:80", any other loses the leading zeros of its groups
  *            ("010.001.000.255:0080" becomes "10.1.0.255:80")
- *   newId    not null; the id that the server has given, or -1 when the exchange failed or was refused */
+ *   newId    not null; the id that the server has given, or -1 when the exchange failed or was refused. It stays
+ *            untouched when nothing was asked: with the results 2, 6 and 19 */
 uint32_t NetPMAddProfileInfo(NetPMProfile *profile, int32_t *newId);
 
 /* Replaces a stored profile.
  *
  *   profileId  above 0
- *   profile    not null; AppProtoType as for an added profile. An empty ProxyAddr becomes "0.0.0.0:80" in
- * place; any other is sent as it is */
+ *   profile    not null; AppProtoType as for an added profile. An empty ProxyAddr becomes "0.0.0.0:80" in place;
+ *              any other is sent as it is */
 uint32_t NetPMModifyProfileInfo(int32_t profileId, NetPMProfile *profile);
 
 /* Deletes the stored profile `profileId`, which is above 0. */
@@ -224,25 +228,27 @@ uint32_t NetPMRestoreProfileInfo(void);
  * `profileId` is above 0. */
 uint32_t NetPMGetProfileAttributes(int32_t profileId, uint32_t *attr);
 
-/* Reads a few parameters of all stored profiles of a type.
+/* Reads a few parameters of the stored profiles of a type.
  *
  *   profileType  as for NetPMGetProfileIdList; not checked here
- *   out          not null, with room for 20 NetPMPartialProfile (2800 bytes): the largest answer. Nothing is
- *                written beyond that, and only as much as the server has sent
- *   count        not null; the number of entries that the server reports, 0 to 20 */
+ *   out          not null, with room for NETPM_LIST_ROOM bytes; gets at most 20 NetPMPartialProfile
+ *   count        not null; the number of entries as the server states it. It is the server's word and not limited
+ *                here: `out` holds at most 20, whatever it says, so look at no more than
+ *                NETPM_MAX_PARTIAL_PROFILES, and at none when it is negative */
 uint32_t NetPMReadPartialProfileInfo(uint32_t profileType, void *out, int32_t *count);
 
 /* Finds the profiles of an access point name.
  *
  *   apn  not null, not empty; the first 99 characters count
- *   out  not null, with room for one NetPMProfileIdList (84 bytes): the largest answer. Nothing is written
- * beyond that, and only as much as the server has sent */
+ *   out  not null, with room for NETPM_LIST_ROOM bytes; gets a NetPMProfileIdList */
 uint32_t NetPMGetProfileIdForAPN(const char *apn, void *out);
 
 /* Finds the profiles of an access point name or of a network name.
  *
- *   netIface  0: `key` is an APN, of which the first 100 characters count; 1: `key` is an ESSID, of which the
- * first 32 characters count key       not null, not empty out       as for NetPMGetProfileIdForAPN */
+ *   netIface  0: `key` is an APN, of which the first 100 characters count;
+ *             1: `key` is an ESSID, of which the first 32 characters count
+ *   key       not null, not empty
+ *   out       as for NetPMGetProfileIdForAPN */
 uint32_t NetPMGetFindProfileIds(uint32_t netIface, const char *key, void *out);
 
 /* ---------------------------------------------------------------------------------------------------------------

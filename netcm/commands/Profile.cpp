@@ -33,8 +33,7 @@ struct OptionalProfile {
     }
 };
 
-// ---- list
-// ------------------------------------------------------------------------------------------------------
+// ---- list -----------------------------------------------------------------------------------------------
 
 int32_t default_profile() {
     int32_t profile = 0;
@@ -55,6 +54,7 @@ std::string text_of(const char (&field)[N]) {
 
 void append_profiles(Json& list, uint32_t type, int32_t default_id) {
     std::array<NetPMPartialProfile, NETPM_MAX_PARTIAL_PROFILES> profiles{};
+    static_assert(sizeof profiles >= NETPM_LIST_ROOM);
     int32_t count = 0;
     require_success(NetPMReadPartialProfileInfo(type, profiles.data(), &count), "cannot list the profiles");
     count = std::clamp(count, 0, NETPM_MAX_PARTIAL_PROFILES);
@@ -107,8 +107,7 @@ void run_list(const CommonOptions& common, const ListOptions& options) {
     session.end(forget);
 }
 
-// ---- show
-// ------------------------------------------------------------------------------------------------------
+// ---- show -----------------------------------------------------------------------------------------------
 
 NetPMProfile read_profile(int32_t profile) {
     NetPMProfile record{};
@@ -138,8 +137,7 @@ void run_show(const CommonOptions& common, const ShowOptions& options) {
     session.end(forget);
 }
 
-// ---- add, edit, delete
-// -----------------------------------------------------------------------------------------
+// ---- add, edit, delete ----------------------------------------------------------------------------------
 
 std::string option_name(std::string key) {
     std::ranges::replace(key, '_', '-');
@@ -268,8 +266,7 @@ void run_delete(const CommonOptions& common, const ProfileOption& options) {
     session.end(forget);
 }
 
-// ---- the rest
-// --------------------------------------------------------------------------------------------------
+// ---- the rest -------------------------------------------------------------------------------------------
 
 void run_default(const CommonOptions& common, const OptionalProfile& options) {
     Session session;
@@ -296,11 +293,13 @@ struct FindOptions {
 void run_find(const CommonOptions& common, const FindOptions& options) {
     constexpr uint32_t kByEssid = 1;
     Session session;
-    NetPMProfileIdList found{};
+    std::array<std::byte, NETPM_LIST_ROOM> room{};
     const uint32_t status = options.essid.empty()
-                                ? NetPMGetProfileIdForAPN(options.apn.c_str(), &found)
-                                : NetPMGetFindProfileIds(kByEssid, options.essid.c_str(), &found);
+                                ? NetPMGetProfileIdForAPN(options.apn.c_str(), room.data())
+                                : NetPMGetFindProfileIds(kByEssid, options.essid.c_str(), room.data());
     require_success(status, "cannot find profiles");
+    NetPMProfileIdList found{};
+    std::memcpy(&found, room.data(), sizeof found);
     const auto count = static_cast<size_t>(std::clamp(found.Count, 0, NETPM_MAX_PROFILE_IDS));
     common.printer().result(std::vector(found.ProfileId, found.ProfileId + count));
     session.end(forget);

@@ -66,6 +66,20 @@ TEST_F(AppProfile, the_binding_is_the_answered_record) {
     EXPECT_EQ(bytes_of(binding), bytes_of(kAnswered));
 }
 
+TEST_F(AppProfile, a_binding_that_cannot_be_read_leaves_the_callers_record_alone) {
+    const NetPMAppProf original = {60, 61, 62, {63, 64}};
+    NetPMAppProf binding = original;
+    refuse(4);
+    EXPECT_EQ(NetPMAppProfGetAppInfo(6, &binding), 4242u);
+    EXPECT_EQ(bytes_of(binding), bytes_of(original));
+    agree(5);
+    EXPECT_EQ(NetPMAppProfGetAppInfo(6, &binding), 1u);
+    EXPECT_EQ(bytes_of(binding), bytes_of(original));
+    server.on(kAppProfReq, hang_up());
+    EXPECT_EQ(NetPMAppProfGetAppInfo(6, &binding), 1u);
+    EXPECT_EQ(bytes_of(binding), bytes_of(original));
+}
+
 TEST_F(AppProfile, a_set_binding_comes_back_as_it_was_stored) {
     agree(5);
     NetPMAppProf binding = {60, 61, 62, {63, 64}};
@@ -114,6 +128,19 @@ TEST_F(AppProfile, the_proper_profile_stands_in_the_answered_application_word) {
     uint32_t profile = 0;
     EXPECT_EQ(NetPMAppProfGetProperProfile(6, &profile), 0u);
     EXPECT_EQ(profile, 11u);
+}
+
+TEST_F(AppProfile, a_proper_profile_that_nobody_tells_leaves_the_callers_word_alone) {
+    uint32_t profile = 55;
+    refuse(8);
+    EXPECT_EQ(NetPMAppProfGetProperProfile(6, &profile), 4242u);
+    EXPECT_EQ(profile, 55u);
+    agree(4);
+    EXPECT_EQ(NetPMAppProfGetProperProfile(6, &profile), 1u);
+    EXPECT_EQ(profile, 55u);
+    server.on(kAppProfReq, hang_up());
+    EXPECT_EQ(NetPMAppProfGetProperProfile(6, &profile), 1u);
+    EXPECT_EQ(profile, 55u);
 }
 
 TEST_F(AppProfile, a_payment_change_traces_both_codes) {

@@ -44,6 +44,27 @@ TEST_P(EveryAppOperation, traces_its_command_before_it_is_sent) {
     EXPECT_EQ(trace::find(command).file, "data-networking/client/PM/src/NetPMIntf");
 }
 
+TEST_P(EveryAppOperation, asks_and_is_answered_under_the_lock) {
+    agree();
+    operation().call();
+    const std::string thread = std::to_string(gettid());
+    EXPECT_TRUE(trace::contains_in_order(
+        {"Thread [" + thread + "] trying to lock the Mutex \n", "Mutex locked by thread [" + thread + "] \n",
+         "<++++++++\tNETPM_APPPROF_REQ =  [13]\t+++++++++>\n", "Received response = 114 \n",
+         "Mutex unlocked by thread [" + thread + "] \n"}));
+    EXPECT_EQ(trace::count("Mutex locked by thread [" + thread + "] \n"), 1u);
+    EXPECT_EQ(trace::texts().back(), "Mutex unlocked by thread [" + thread + "] \n");
+}
+
+TEST_P(EveryAppOperation, a_lock_that_fails_is_traced_and_the_operation_goes_on) {
+    agree();
+    calls::fail(Call::MutexLock, 1, EINVAL);
+    calls::fail(Call::MutexUnlock, 1, EPERM);
+    EXPECT_EQ(operation().call(), success());
+    EXPECT_TRUE(trace::contains_in_order({"Error locking mutex. Error = 22 \n", "Received response = 114 \n",
+                                          "Error unlocking mutex. Error = 1 \n"}));
+}
+
 TEST_P(EveryAppOperation, returns_a_refusal) {
     answer(100 + operation().command, kRefusal);
     EXPECT_EQ(operation().call(), as_result(kRefusal));
@@ -100,9 +121,10 @@ TEST_P(EveryAppOperation, a_link_that_cannot_be_repaired_is_2) {
 
 class EveryUnregisteredAppOperation : public testing::TestWithParam<AppOperation> {};
 
-TEST_P(EveryUnregisteredAppOperation, is_refused_with_6) {
+TEST_P(EveryUnregisteredAppOperation, is_refused_with_6_before_anything_is_locked) {
     EXPECT_EQ(GetParam().call(), GetParam().answers_with_truth ? 0u : 6u);
     EXPECT_EQ(trace::find("Cleint is not registered with CM\n").mask, trace::kCaller);
+    EXPECT_EQ(trace::texts().back(), "Cleint is not registered with CM\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(AppProfile, EveryAppOperation, testing::ValuesIn(app_operations()),

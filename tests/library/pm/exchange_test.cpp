@@ -83,6 +83,17 @@ TEST_F(Exchange, a_failed_allocation_keeps_the_length_and_drains_the_data) {
     EXPECT_EQ(block.ProfileId, 9);
 }
 
+TEST_F(Exchange, many_megabytes_of_data_are_read_whole) {
+    constexpr uint32_t kLength = (2u << 20) + 1;
+    const Bytes data = filled(kLength);
+    server.on(kProfileReq, Answer().record(pm_record({101, 2, 0, 0, kLength, 0})).bytes(data));
+    EXPECT_EQ(exchange(), 0u);
+    EXPECT_EQ(context.ExtLength, kLength);
+    ASSERT_NE(context.pExtRspData, nullptr);
+    EXPECT_EQ(memcmp(context.pExtRspData, data.data(), kLength), 0);
+    free(context.pExtRspData);
+}
+
 TEST_F(Exchange, an_answer_to_the_other_kind_of_request_is_dropped) {
     block.ProfileId = 5;
     server.on(kProfileReq, Answer().record(app_record({})));

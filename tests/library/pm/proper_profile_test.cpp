@@ -66,6 +66,21 @@ TEST_F(ProperProfile, the_seventeenth_question_is_sent_but_not_noted) {
         EXPECT_EQ(note(static_cast<size_t>(i)).ReqKey, i + 1);
 }
 
+TEST_F(ProperProfile, the_next_question_takes_the_lowest_note_that_is_free) {
+    for (const int32_t app : {5, 5, 6})
+        EXPECT_EQ(NetPMAppProfGetProperProfileAsync(app), 0u);
+    ASSERT_TRUE(server.push(answer_for(5, 42)));  // answers the first two
+    ASSERT_TRUE(events::wait_for_user(0, 2));
+    for (const int32_t app : {7, 8, 9})
+        EXPECT_EQ(NetPMAppProfGetProperProfileAsync(app), 0u);
+    EXPECT_EQ(note(0).ReqKey, 7);
+    EXPECT_EQ(note(1).ReqKey, 8);
+    EXPECT_EQ(note(2).ReqKey, 6);
+    EXPECT_EQ(note(3).ReqKey, 9);
+    for (size_t i = 0; i < 4; ++i)
+        EXPECT_EQ(note(i).InUse, 1) << i;
+}
+
 TEST_F(ProperProfile, a_question_that_could_not_be_sent_leaves_no_note) {
     calls::fail(Call::Send);
     EXPECT_EQ(NetPMAppProfGetProperProfileAsync(6), 1u);

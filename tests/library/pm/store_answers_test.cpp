@@ -1,4 +1,6 @@
 // What the operations on the profile store make of their arguments and of the answers.
+#include <functional>
+
 #include "library/pm/profiles.h"
 #include "library/pm/store_operations.h"
 
@@ -73,6 +75,31 @@ TEST_F(Store, a_profile_that_could_not_be_added_has_the_id_minus_1) {
 
     id = 5;
     server.on(kProfileReq, wrong_code(1));
+    EXPECT_EQ(NetPMAddProfileInfo(&profile, &id), 1u);
+    EXPECT_EQ(id, -1);
+}
+
+TEST_F(Store, a_profile_that_could_not_be_sent_has_the_id_minus_1) {
+    NetPMProfile profile = pdp_profile();
+    agree(1);
+    for (const size_t nth : {1u, 2u}) {  // for the request and its data, and for the message
+        int32_t id = 5;
+        calls::fail(Call::Malloc, nth);
+        EXPECT_EQ(NetPMAddProfileInfo(&profile, &id), 1u);
+        EXPECT_TRUE(calls::has_failed(Call::Malloc));
+        EXPECT_EQ(id, -1);
+    }
+    int32_t id = 5;
+    calls::fail(Call::Send);
+    EXPECT_EQ(NetPMAddProfileInfo(&profile, &id), 1u);
+    EXPECT_EQ(id, -1);
+    EXPECT_EQ(server.count(kProfileReq), 0u);
+}
+
+TEST_F(Store, a_profile_without_an_answer_has_the_id_minus_1) {
+    NetPMProfile profile = pdp_profile();
+    int32_t id = 5;
+    server.on(kProfileReq, hang_up());
     EXPECT_EQ(NetPMAddProfileInfo(&profile, &id), 1u);
     EXPECT_EQ(id, -1);
 }
@@ -239,26 +266,35 @@ TEST_F(Store, a_list_gives_no_more_ids_than_the_block_holds) {
 }
 
 TEST_F(Store, a_negative_count_and_a_missing_block_are_an_empty_list) {
-    for (const Bytes& data : {bytes_of(id_block(-3)), Bytes{}, filled(83)}) {
+    for (const Bytes& data : {bytes_of(id_block(-3)), Bytes{}, filled(80)}) {
         agree(10, data);
         int32_t id = -1;
         int32_t count = -1;
         EXPECT_EQ(NetPMGetProfileIdList(0, 1, &id, &count), 0u);
-        EXPECT_LE(count, 1);
-        EXPECT_GE(count, 0);
+        EXPECT_EQ(count, 0);
+        EXPECT_EQ(id, -1);
     }
+}
+
+TEST_F(Store, a_block_that_ends_within_its_count_counts_what_came_of_it) {
+    agree(10, filled(80) + Bytes{std::byte{2}});
+    int32_t ids[3] = {-1, -1, -1};
+    int32_t count = -1;
+    EXPECT_EQ(NetPMGetProfileIdList(0, 3, ids, &count), 0u);
+    EXPECT_EQ(count, 2);
+    EXPECT_EQ(ids[2], -1);
 }
 
 TEST_F(Store, an_apn_is_sent_in_a_field_of_zeros_with_at_most_99_characters) {
     agree(16);
-    GuardedRoom<84> room;
+    GuardedRoom<NETPM_LIST_ROOM> room;
     EXPECT_EQ(NetPMGetProfileIdForAPN(std::string(300, 'a').c_str(), room.data()), 0u);
     EXPECT_EQ(sent_name(), std::string(99, 'a') + std::string(1, '\0'));
 }
 
 TEST_F(Store, a_searched_name_fills_its_field_and_goes_no_further) {
     agree(17);
-    GuardedRoom<84> room;
+    GuardedRoom<NETPM_LIST_ROOM> room;
     EXPECT_EQ(NetPMGetFindProfileIds(0, std::string(300, 'a').c_str(), room.data()), 0u);
     EXPECT_EQ(sent_name(), std::string(100, 'a'));
     EXPECT_EQ(NetPMGetFindProfileIds(1, std::string(32, 'e').c_str(), room.data()), 0u);
@@ -267,46 +303,46 @@ TEST_F(Store, a_searched_name_fills_its_field_and_goes_no_further) {
     EXPECT_EQ(sent_name(), std::string(32, 'e'));
 }
 
-TEST_F(Store, found_ids_are_copied_whole) {
-    GuardedRoom<84> by_apn;
-    agree(16, bytes_of(id_block(2)));
-    EXPECT_EQ(NetPMGetProfileIdForAPN("internet", by_apn.data()), 0u);
-    EXPECT_EQ(by_apn.part(0, 84), bytes_of(id_block(2)));
+// The three operations that copy what comes behind the answer as it is.
+struct Copying {
+    uint32_t command;
+    std::function<uint32_t(void* out)> call;
+};
 
-    GuardedRoom<84> found;
-    agree(17, bytes_of(id_block(2)));
-    EXPECT_EQ(NetPMGetFindProfileIds(1, "home", found.data()), 0u);
-    EXPECT_EQ(found.part(0, 84), bytes_of(id_block(2)));
+std::vector<Copying> copying_operations() {
+    static int32_t count;
+    return {{15, [](void* out) { return NetPMReadPartialProfileInfo(0, out, &count); }},
+            {16, [](void* out) { return NetPMGetProfileIdForAPN("internet", out); }},
+            {17, [](void* out) { return NetPMGetFindProfileIds(0, "internet", out); }},
+            {17, [](void* out) { return NetPMGetFindProfileIds(1, "home", out); }}};
 }
 
-TEST_F(Store, only_what_was_sent_is_written) {
-    GuardedRoom<84> room;
-    agree(16, filled(10));
-    EXPECT_EQ(NetPMGetProfileIdForAPN("internet", room.data()), 0u);
-    EXPECT_EQ(room.part(0, 10), filled(10));
-    EXPECT_THAT(room.behind(10), Each(kUntouched));
+TEST_F(Store, lists_are_copied_whole_and_nothing_behind_them_is_written) {
+    for (const Copying& operation : copying_operations())
+        for (const size_t size : {0u, 10u, 84u, 100u, 200u, 2799u, 2800u}) {
+            GuardedRoom<NETPM_LIST_ROOM> room;
+            agree(operation.command, filled(size));
+            EXPECT_EQ(operation.call(room.data()), 0u);
+            EXPECT_EQ(room.part(0, size), filled(size)) << operation.command;
+            EXPECT_THAT(room.behind(size), Each(kUntouched)) << operation.command;
+        }
 }
 
 TEST_F(Store, nothing_is_written_beyond_the_documented_room) {
-    GuardedRoom<84> ids;
-    agree(16, filled(5000));
-    EXPECT_EQ(NetPMGetProfileIdForAPN("internet", ids.data()), 0u);
-    EXPECT_THAT(ids.behind(84), Each(kUntouched));
-    agree(17, filled(5000));
-    EXPECT_EQ(NetPMGetFindProfileIds(0, "internet", ids.data()), 0u);
-    EXPECT_THAT(ids.behind(84), Each(kUntouched));
-
-    GuardedRoom<2800> partial;
-    int32_t count = 0;
-    agree(15, filled(5000), 4);
-    EXPECT_EQ(NetPMReadPartialProfileInfo(0, partial.data(), &count), 0u);
-    EXPECT_THAT(partial.behind(2800), Each(kUntouched));
+    const Bytes longer = filled(5000);
+    for (const Copying& operation : copying_operations()) {
+        GuardedRoom<NETPM_LIST_ROOM> room;
+        agree(operation.command, longer);
+        EXPECT_EQ(operation.call(room.data()), 0u);
+        EXPECT_EQ(room.part(0, 2800), Bytes(longer.begin(), longer.begin() + 2800)) << operation.command;
+        EXPECT_THAT(room.behind(2800), Each(kUntouched)) << operation.command;
+    }
 }
 
 TEST_F(Store, a_partial_list_is_counted_by_the_answered_profile_word) {
     NetPMPartialProfile entries[2] = {};
     entries[1].ProfileId = 9;
-    GuardedRoom<2800> room;
+    GuardedRoom<NETPM_LIST_ROOM> room;
     int32_t count = -1;
     agree(15, bytes_of(entries), 2);
     EXPECT_EQ(NetPMReadPartialProfileInfo(1, room.data(), &count), 0u);
@@ -314,15 +350,14 @@ TEST_F(Store, a_partial_list_is_counted_by_the_answered_profile_word) {
     EXPECT_EQ(room.part(0, sizeof entries), bytes_of(entries));
 }
 
-TEST_F(Store, a_partial_count_stays_within_the_largest_list) {
-    GuardedRoom<2800> room;
+TEST_F(Store, a_partial_count_is_the_servers_word_whatever_it_is) {
+    GuardedRoom<NETPM_LIST_ROOM> room;
     int32_t count = -1;
-    agree(15, {}, 1000000);
-    EXPECT_EQ(NetPMReadPartialProfileInfo(0, room.data(), &count), 0u);
-    EXPECT_EQ(count, 20);
-    agree(15, {}, -4);
-    EXPECT_EQ(NetPMReadPartialProfileInfo(0, room.data(), &count), 0u);
-    EXPECT_EQ(count, 0);
+    for (const int32_t word : {0, 21, 1000000, -4}) {
+        agree(15, {}, word);
+        EXPECT_EQ(NetPMReadPartialProfileInfo(0, room.data(), &count), 0u);
+        EXPECT_EQ(count, word);
+    }
 }
 
 TEST_F(Store, an_answer_in_pieces_is_put_together) {

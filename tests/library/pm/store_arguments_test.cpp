@@ -23,7 +23,7 @@ int32_t number = -7;
 int32_t ids[4];
 uint16_t half;
 uint32_t word;
-std::byte room[sizeof(wire::PmPartialListBlock)];
+std::byte room[NETPM_LIST_ROOM];
 
 NetPMProfile* pdp_with_protocol(uint32_t protocol, uint32_t type = NETPM_PROFILE_PDP) {
     profile = pdp_profile();

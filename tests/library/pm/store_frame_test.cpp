@@ -21,6 +21,15 @@ class EveryOperation : public PmTest, public testing::WithParamInterface<StoreOp
     }
     bool has_succeeded() const { return trace::contains(operation().done); }
 
+    // The call fails, and leaves what it would have given as it was.
+    void expect_untouched_outputs(uint32_t status) {
+        constexpr std::byte kUntouched{0xEE};
+        overwrite_outputs(kUntouched);
+        EXPECT_EQ(operation().call(), status);
+        const bool is_add = operation().name == "NetPMAddProfileInfo";
+        EXPECT_EQ(outputs(), is_add ? outputs_with_id(-1, kUntouched) : Bytes(outputs().size(), kUntouched));
+    }
+
     // Nothing of a failed exchange may be in the way of the next one.
     void expect_the_next_one_to_succeed() {
         agree();
@@ -72,6 +81,23 @@ TEST_P(EveryOperation, returns_a_refusal_unchanged_with_its_own_message) {
     EXPECT_EQ(trace::find(operation().refused).mask, trace::kNormal);
     EXPECT_TRUE(trace::contains(operation().refused));
     EXPECT_FALSE(has_succeeded());
+}
+
+TEST_P(EveryOperation, a_failure_leaves_the_outputs_alone) {
+    wire::PmResponseBlock block = agreement(operation().command);
+    block.Value = 0x12345678;
+    block.ExtDataLength = 972;
+    block.Error = kRefusal;
+    server.on(kProfileReq, Answer().record(pm_record(block)).bytes(filled(972)));
+    expect_untouched_outputs(kRefusal);
+
+    block.Error = 0;
+    ++block.RspCode;
+    server.on(kProfileReq, Answer().record(pm_record(block)).bytes(filled(972)));
+    expect_untouched_outputs(1);
+
+    server.on(kProfileReq, hang_up());
+    expect_untouched_outputs(1);
 }
 
 TEST_P(EveryOperation, an_answer_to_another_command_is_a_failure_without_a_message) {
@@ -148,7 +174,7 @@ TEST_P(EveryOperation, data_that_end_early_are_a_failed_exchange) {
 }
 
 TEST_P(EveryOperation, a_length_that_cannot_be_had_is_answered_like_a_failed_allocation) {
-    for (const uint32_t length : {0x80000000u, 0xFFFFFFFFu}) {
+    for (const uint32_t length : {(16u << 20) + 1, 0x80000000u, 0xFFFFFFFFu}) {
         wire::PmResponseBlock block = agreement(operation().command);
         block.ExtDataLength = length;
         answer(block);
@@ -199,6 +225,49 @@ TEST_P(EveryOperation, a_lock_that_fails_is_traced_and_the_operation_goes_on) {
     EXPECT_EQ(operation().call(), 0u);
     EXPECT_TRUE(trace::contains_in_order(
         {"Error locking mutex. Error = 22 \n", operation().done, "Error unlocking mutex. Error = 1 \n"}));
+}
+
+// What is traced at the levels 0 to 3, with what follows `address` left out: it is the heap's.
+std::vector<std::string> normal_lines(const std::string& address) {
+    std::vector<std::string> result;
+    for (const TraceLine& line : trace::lines())
+        if (line.mask == trace::kNormal)
+            result.push_back(line.text.starts_with(address) ? address : line.text);
+    return result;
+}
+
+class WholeTrace : public PmTest {};
+
+TEST_F(WholeTrace, of_a_profile_that_is_read) {
+    wire::PmResponseBlock block = agreement(4);
+    block.ExtDataLength = 972;
+    server.on(kProfileReq, Answer().record(pm_record(block)).bytes(filled(972)));
+    NetPMProfile profile = {};
+    EXPECT_EQ(NetPMGetProfileInfo(5, &profile), 0u);
+    const std::string thread = std::to_string(gettid());
+    const std::string socket = std::to_string(g_NetCMClientAppInfo.SyncSockFd);
+    const std::string address = "NetPMReadSyncRsp ::: pRspData->pExtRspData   = ";
+    const std::vector<std::string> expected{
+        "Thread [" + thread + "] trying to lock the Mutex \n",
+        "Mutex locked by thread [" + thread + "] \n",
+        "NetPMGetProfileInfo: NETPM_CLIENT_GET_PROFILE_REQ profileID =5\n",
+        "Successfully written 44 byte on socket FD = " + socket + " \n",
+        "Sent Request to the CM server 44\n",
+        "POLL ret = 1,  \n",
+        "POLLIN \n",
+        "socket FD = [" + socket + "] Retval = [40]\n",
+        "Received response Event = 113 \n",
+        "Received Requested Response = 113 \n",
+        "Received response = 113 \n",
+        "!!!!Extended Data Length [972]!!!!\n",
+        address,
+        "POLL ret = 1,  \n",
+        "POLLIN \n",
+        "socket FD = [" + socket + "] Retval = [972]\n",
+        "Successfully Retrived profile information , profile id is 77 \n",
+        "Mutex unlocked by thread [" + thread + "] \n"};
+    EXPECT_EQ(normal_lines(address), expected);
+    EXPECT_EQ(trace::lines().size(), expected.size());
 }
 
 class EveryUnregisteredOperation : public testing::TestWithParam<StoreOperation> {};

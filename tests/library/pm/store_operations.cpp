@@ -8,7 +8,7 @@ namespace {
 // Room for the largest answer of all.
 struct Room {
     NetPMProfile profile;
-    std::byte list[sizeof(wire::PmPartialListBlock)];
+    std::byte list[NETPM_LIST_ROOM];
     int32_t ids[NETPM_MAX_PROFILE_IDS];
     int32_t count;
     int32_t id;
@@ -191,6 +191,18 @@ std::vector<StoreOperation> lists() {
 }
 
 }  // namespace
+
+void overwrite_outputs(std::byte with) {
+    memset(&room, std::to_integer<int>(with), sizeof room);
+}
+Bytes outputs() {
+    return bytes_of(room);
+}
+Bytes outputs_with_id(int32_t id, std::byte elsewhere) {
+    Bytes expected(sizeof room, elsewhere);
+    memcpy(expected.data() + offsetof(Room, id), &id, sizeof id);
+    return expected;
+}
 
 const std::vector<StoreOperation>& store_operations() {
     static const std::vector<StoreOperation> all = [] {

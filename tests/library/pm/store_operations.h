@@ -31,6 +31,12 @@ inline void PrintTo(const StoreOperation& operation, std::ostream* out) {
 
 const std::vector<StoreOperation>& store_operations();
 
+// What the calls give, all of it: overwritten with one byte, and as it is. Of the operations only
+// NetPMAddProfileInfo writes where it fails, and then the id.
+void overwrite_outputs(std::byte with);
+Bytes outputs();
+Bytes outputs_with_id(int32_t id, std::byte elsewhere);
+
 // The answer of a profile manager that agrees.
 inline wire::PmResponseBlock agreement(uint32_t command) {
     wire::PmResponseBlock block = {};

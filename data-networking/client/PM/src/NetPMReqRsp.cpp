@@ -12,9 +12,10 @@ using namespace quorvel;
 
 namespace {
 
-// Far above every answer there is. A length beyond it is answered as though the memory could not be had: the
-// server decides how much an answer brings, not how much of its memory an application loses.
-constexpr uint32_t kLargestExtData = 1U << 20;
+// 16 MiB, thousands of times the largest answer there is. A length beyond it is a stream out of step, and is
+// answered as though the memory could not be had: the server decides how much an answer brings, not how much
+// of its memory, nor of its time with reading, an application loses.
+constexpr uint32_t kLargestExtData = 16U << 20;
 
 wire::RequestHeader header_for(uint32_t cmd) {
     wire::RequestHeader header = request_header(static_cast<wire::Command>(cmd));

@@ -46,7 +46,7 @@ uint32_t find_ids(wire::PmCommand command, uint32_t arg, const char* name, size_
     const uint32_t status =
         ask_store({.command = command, .arg = arg, .data = std::as_bytes(std::span(field))}, answer);
     if (status == NETCM_SUCCESS)
-        answer.copy_ext_to(out, sizeof(wire::PmIdListBlock));
+        answer.copy_ext_to(out, NETPM_LIST_ROOM);
     return status;
 }
 
@@ -183,8 +183,8 @@ uint32_t NetPMReadPartialProfileInfo(uint32_t profileType, void* out, int32_t* c
         ask_store({.command = wire::NETPM_CLIENT_GET_PARTIAL_PROFILE_LIST_REQ, .arg = profileType}, answer);
     if (status != NETCM_SUCCESS)
         return status;
-    *count = std::clamp(answer.block.ProfileId, 0, NETPM_MAX_PARTIAL_PROFILES);
-    answer.copy_ext_to(out, sizeof(wire::PmPartialListBlock));
+    *count = answer.block.ProfileId;
+    answer.copy_ext_to(out, NETPM_LIST_ROOM);
     return NETCM_SUCCESS;
 }
 
