@@ -1,5 +1,10 @@
 #include "events.h"
 
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
 #include <stdexcept>
 #include <string>
 
@@ -16,6 +21,8 @@ T* checked(T* object, const char* what) {
 }  // namespace
 
 EventBase make_event_base() {
+    // Whoever has a loop writes to sockets, and the other end may have gone.
+    std::signal(SIGPIPE, SIG_IGN);
     return EventBase(checked(event_base_new(), "the event loop"));
 }
 
@@ -55,6 +62,41 @@ SignalWatch::SignalWatch(event_base* base, int signal, std::function<void()> act
 
 void SignalWatch::fired(evutil_socket_t, short, void* watch) {
     static_cast<SignalWatch*>(watch)->action_();
+}
+
+EndSignals::EndSignals(event_base* base, const std::function<void(const char* signal)>& action)
+    : terminate_(base, SIGTERM, [action] { action("SIGTERM"); }),
+      interrupt_(base, SIGINT, [action] { action("SIGINT"); }) {}
+
+FileWatch::FileWatch(event_base* base, std::function<void()> action)
+    : action_(std::move(action)), fd_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+    if (fd_ < 0)
+        return;
+    event_.reset(
+        checked(event_new(base, fd_, EV_READ | EV_PERSIST, &FileWatch::changed, this), "a file watch"));
+    event_add(event_.get(), nullptr);
+}
+
+FileWatch::~FileWatch() {
+    event_.reset();
+    if (fd_ >= 0)
+        close(fd_);
+}
+
+bool FileWatch::follow(const std::string& path) {
+    if (watch_ >= 0)
+        inotify_rm_watch(fd_, watch_);
+    // A link to the file that goes changes its attributes.
+    constexpr uint32_t kEvents = IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF | IN_DONT_FOLLOW;
+    watch_ = fd_ < 0 ? -1 : inotify_add_watch(fd_, path.c_str(), kEvents);
+    return following();
+}
+
+void FileWatch::changed(evutil_socket_t fd, short, void* watch) {
+    std::array<char, 4096> told;
+    while (read(fd, told.data(), told.size()) > 0) {
+    }
+    static_cast<FileWatch*>(watch)->action_();
 }
 
 }  // namespace quorvel::cm

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <string>
 
 namespace quorvel::cm {
 
@@ -57,6 +58,36 @@ class SignalWatch {
   private:
     static void fired(evutil_socket_t, short, void* watch);
     std::function<void()> action_;
+    Event event_;
+};
+
+// Runs an action, which is told the signal's name, when the process is asked to end.
+class EndSignals {
+  public:
+    EndSignals(event_base* base, const std::function<void(const char* signal)>& action);
+
+  private:
+    SignalWatch terminate_;
+    SignalWatch interrupt_;
+};
+
+// Runs an action whenever the file behind a path may not be that file any more.
+class FileWatch {
+  public:
+    FileWatch(event_base* base, std::function<void()> action);
+    ~FileWatch();
+    FileWatch(const FileWatch&) = delete;
+    FileWatch& operator=(const FileWatch&) = delete;
+
+    // Follows the file that is there now instead of the one before. False when the kernel does not let us.
+    bool follow(const std::string& path);
+    bool following() const { return watch_ >= 0; }
+
+  private:
+    static void changed(evutil_socket_t, short, void* watch);
+    std::function<void()> action_;
+    int fd_;
+    int watch_ = -1;
     Event event_;
 };
 

@@ -2,8 +2,6 @@
 
 #include <systemd/sd-daemon.h>
 
-#include <csignal>
-
 #include "control/commands.h"
 #include "control/trouble.h"
 #include "log.h"
@@ -11,8 +9,6 @@
 
 namespace quorvel::cm {
 namespace {
-
-constexpr mode_t kEveryUser = 0666;
 
 std::string describe_peer(const Connection& connection) {
     return "process " + std::to_string(connection.peer().pid) + " of user " +
@@ -25,7 +21,7 @@ Server::Server(const ServerOptions& options, Config config)
     : options_(options),
       config_(std::move(config)),
       base_(make_event_base()),
-      path_(std::make_unique<SocketPath>(options.socket, kEveryUser)),
+      socket_(listen()),
       clients_(options.max_clients),
       calls_(config_, clients_, statistics_),
       bearer_(base_.get(), config_.set_up_limit, calls_),
@@ -33,24 +29,19 @@ Server::Server(const ServerOptions& options, Config config)
       networks_(config_, store_),
       links_(base_.get(), [this] { links_changed(); }),
       last_status_(networks_.indication().record),
-      bury_(base_.get(), [this] { ended_.clear(); }),
+      connections_(base_.get()),
       back_(base_.get(), [this] { come_back(); }),
       control_(base_.get(), control_path(options.socket), tap_,
                [this](const nlohmann::json& command) { return execute(command); }),
-      terminate_(base_.get(), SIGTERM, [this] { stop("SIGTERM"); }),
-      interrupt_(base_.get(), SIGINT, [this] { stop("SIGINT"); }) {
-    std::signal(SIGPIPE, SIG_IGN);
+      end_(base_.get(), [this](const char* signal) { stop(signal); }) {
     calls_.use(bearer_);
-    listen();
 }
 
 Server::~Server() = default;
 
-void Server::listen() {
-    const auto accepted = [](evconnlistener*, evutil_socket_t fd, sockaddr*, int, void* server) {
-        static_cast<Server*>(server)->accept(fd);
-    };
-    listener_ = listen_on(base_.get(), path_->release(), accepted, this);
+std::unique_ptr<ListeningSocket> Server::listen() {
+    return std::make_unique<ListeningSocket>(base_.get(), options_.socket, kEveryUser,
+                                             [this](evutil_socket_t fd) { accept(fd); });
 }
 
 nlohmann::json Server::execute(const nlohmann::json& command) {
@@ -62,20 +53,15 @@ nlohmann::json Server::execute(const nlohmann::json& command) {
 
 void Server::restart(std::chrono::milliseconds away) {
     log::info("goes away for ", away.count(), " ms");
-    listener_.reset();
-    path_.reset();
-    std::vector<Connection*> all;
-    for (const auto& [key, connection] : connections_)
-        all.push_back(connection.get());
-    for (Connection* connection : all)
+    socket_.reset();
+    for (Connection* connection : connections_.all())
         connection->close("the server goes away");
     back_.start(away);
 }
 
 void Server::come_back() {
     try {
-        path_ = std::make_unique<SocketPath>(options_.socket, kEveryUser);
-        listen();
+        socket_ = listen();
         log::info("is back");
     } catch (const std::exception& error) {
         log::error("cannot come back: ", error.what());
@@ -84,7 +70,7 @@ void Server::come_back() {
 }
 
 void Server::run() {
-    log::info("listening on ", path_->path());
+    log::info("listening on ", socket_->path());
     sd_notify(0, "READY=1");
     event_base_dispatch(base_.get());
 }
@@ -111,8 +97,7 @@ void Server::accept(evutil_socket_t fd) {
     Connection::Handler& handler = *this;
     auto connection = std::make_unique<Connection>(base_.get(), fd, options_.limits, handler);
     log::debug("connection from ", describe_peer(*connection));
-    const Connection* key = connection.get();
-    connections_.emplace(key, std::move(connection));
+    connections_.add(std::move(connection));
 }
 
 void Server::on_send(Connection& connection, const Message& message) {
@@ -174,10 +159,7 @@ void Server::on_closed(Connection& connection, const std::string& why) {
     } else if (connection.role() == Connection::Role::kNone) {
         log::info(describe_peer(connection), " is not served any more: ", why);
     }
-    const auto found = connections_.find(&connection);
-    ended_.push_back(std::move(found->second));
-    connections_.erase(found);
-    bury_.start(std::chrono::milliseconds(0));
+    connections_.remove(connection);
 }
 
 void Server::forget(uint32_t id) {

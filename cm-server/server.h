@@ -1,7 +1,6 @@
 // The daemon: owns the sockets and the state, and brings requests to their handlers.
 #pragma once
 
-#include <map>
 #include <memory>
 #include <string>
 
@@ -14,9 +13,10 @@
 #include "control/control.h"
 #include "events.h"
 #include "faults/faults.h"
+#include "keeper.h"
+#include "listening_socket.h"
 #include "monitor/tap.h"
 #include "requests.h"
-#include "socket_path.h"
 #include "store/store.h"
 
 namespace quorvel::cm {
@@ -44,7 +44,7 @@ class Server : private Connection::Handler {
     void forget(uint32_t client);
     void stop(const char* why);
     void links_changed();
-    void listen();
+    std::unique_ptr<ListeningSocket> listen();
     // Everybody is disconnected, and nobody is let in for a while.
     void restart(std::chrono::milliseconds away);
     void come_back();
@@ -58,7 +58,7 @@ class Server : private Connection::Handler {
     ServerOptions options_;
     Config config_;
     EventBase base_;
-    std::unique_ptr<SocketPath> path_;
+    std::unique_ptr<ListeningSocket> socket_;
     Tap tap_;
     Faults faults_;
     Clients clients_;
@@ -70,15 +70,10 @@ class Server : private Connection::Handler {
     Settings settings_;
     LinkWatch links_;
     wire::Record last_status_;
-    std::map<const Connection*, std::unique_ptr<Connection>> connections_;
-    // A connection that has ended is still on the call stack; it goes when the loop comes round.
-    std::vector<std::unique_ptr<Connection>> ended_;
-    Timer bury_;
+    Keeper<Connection> connections_;
     Timer back_;
-    Listener listener_;
     Control control_;
-    SignalWatch terminate_;
-    SignalWatch interrupt_;
+    EndSignals end_;
 };
 
 }  // namespace quorvel::cm

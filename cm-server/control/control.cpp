@@ -3,25 +3,23 @@
 #include <event2/buffer.h>
 #include <unistd.h>
 
-#include "connection.h"
 #include "log.h"
 #include "monitor/decode.h"
 
 namespace quorvel::cm {
 namespace {
 
-constexpr mode_t kOwnerOnly = 0600;
 constexpr size_t kLongestCommand = size_t{4} * 1024 * 1024;
-
-bool may_control(const Peer& peer) {
-    return peer.uid == 0 || peer.uid == geteuid();
-}
 
 nlohmann::json failure(const std::string& why) {
     return {{"ok", false}, {"error", why}};
 }
 
 }  // namespace
+
+bool may_control(const Peer& peer) {
+    return peer.uid == 0 || peer.uid == geteuid();
+}
 
 std::string control_path(const std::string& socket) {
     return socket + ".control";
@@ -81,7 +79,7 @@ class Control::Session {
     void end() {
         control_.tap_.detach(this);
         bufferevent_disable(socket_.get(), EV_READ | EV_WRITE);
-        control_.end(this);
+        control_.sessions_.remove(*this);
     }
 
     Control& control_;
@@ -89,14 +87,11 @@ class Control::Session {
 };
 
 Control::Control(event_base* base, const std::string& path, Tap& tap, Execute execute)
-    : base_(base), path_(path, kOwnerOnly), tap_(tap), execute_(std::move(execute)), bury_(base, [this] {
-          ended_.clear();
-      }) {
-    const auto accepted = [](evconnlistener*, evutil_socket_t fd, sockaddr*, int, void* self) {
-        static_cast<Control*>(self)->accept(fd);
-    };
-    listener_ = listen_on(base, path_.release(), accepted, this);
-}
+    : base_(base),
+      tap_(tap),
+      execute_(std::move(execute)),
+      sessions_(base),
+      socket_(base, path, kOwnerOnly, [this](evutil_socket_t fd) { accept(fd); }) {}
 
 Control::~Control() = default;
 
@@ -107,18 +102,7 @@ void Control::accept(evutil_socket_t fd) {
         evutil_closesocket(fd);
         return;
     }
-    auto session = std::make_unique<Session>(*this, fd);
-    Session* key = session.get();
-    sessions_.emplace(key, std::move(session));
-}
-
-void Control::end(Session* session) {
-    const auto found = sessions_.find(session);
-    if (found == sessions_.end())
-        return;
-    ended_.push_back(std::move(found->second));
-    sessions_.erase(found);
-    bury_.start(std::chrono::milliseconds(0));
+    sessions_.add(std::make_unique<Session>(*this, fd));
 }
 
 }  // namespace quorvel::cm

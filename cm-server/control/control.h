@@ -2,14 +2,14 @@
 #pragma once
 
 #include <functional>
-#include <map>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "connection.h"
 #include "events.h"
+#include "keeper.h"
+#include "listening_socket.h"
 #include "monitor/tap.h"
-#include "socket_path.h"
 
 namespace quorvel::cm {
 
@@ -30,17 +30,16 @@ class Control {
   private:
     class Session;
     void accept(evutil_socket_t fd);
-    void end(Session* session);
 
     event_base* base_;
-    SocketPath path_;
     Tap& tap_;
     Execute execute_;
-    std::map<Session*, std::unique_ptr<Session>> sessions_;
-    std::vector<std::unique_ptr<Session>> ended_;
-    Timer bury_;
-    Listener listener_;
+    Keeper<Session> sessions_;
+    ListeningSocket socket_;
 };
+
+// The server's own user, and root.
+bool may_control(const Peer& peer);
 
 // Where the operator's socket is, beside the main one.
 std::string control_path(const std::string& socket);

@@ -1,7 +1,6 @@
 #include "monitor/replayer.h"
 
 #include <algorithm>
-#include <csignal>
 #include <cstdio>
 
 #include "log.h"
@@ -10,8 +9,6 @@
 
 namespace quorvel::cm {
 namespace {
-
-constexpr mode_t kEveryUser = 0666;
 
 bool is_async_registration(const SessionEntry& entry) {
     wire::RequestHeader header{};
@@ -38,30 +35,22 @@ std::vector<std::byte> bytes_of(const Request& request) {
 
 Replayer::Replayer(const std::string& socket, std::vector<SessionEntry> session)
     : base_(make_event_base()),
-      path_(socket, kEveryUser),
       session_(std::move(session)),
-      bury_(base_.get(), [this] { ended_.clear(); }),
-      terminate_(base_.get(), SIGTERM, [this] { event_base_loopbreak(base_.get()); }),
-      interrupt_(base_.get(), SIGINT, [this] { event_base_loopbreak(base_.get()); }) {
+      connections_(base_.get()),
+      socket_(base_.get(), socket, kEveryUser, [this](evutil_socket_t fd) { accept(fd); }),
+      end_(base_.get(), [this](const char*) { event_base_loopbreak(base_.get()); }) {
     // Async sockets register whenever they like; the session's place for it does not matter.
     std::erase_if(session_, is_async_registration);
-    std::signal(SIGPIPE, SIG_IGN);
-    const auto accepted = [](evconnlistener*, evutil_socket_t fd, sockaddr*, int, void* self) {
-        static_cast<Replayer*>(self)->accept(fd);
-    };
-    listener_ = listen_on(base_.get(), path_.release(), accepted, this);
 }
 
 void Replayer::run() {
-    log::info("listening on ", path_.path(), " with a session of ", session_.size(), " messages");
+    log::info("listening on ", socket_.path(), " with a session of ", session_.size(), " messages");
     event_base_dispatch(base_.get());
 }
 
 void Replayer::accept(evutil_socket_t fd) {
     Connection::Handler& handler = *this;
-    auto connection = std::make_unique<Connection>(base_.get(), fd, ConnectionLimits{}, handler);
-    const Connection* key = connection.get();
-    connections_.emplace(key, std::move(connection));
+    connections_.add(std::make_unique<Connection>(base_.get(), fd, ConnectionLimits{}, handler));
 }
 
 void Replayer::on_request(Connection& connection, const Request& request) {
@@ -120,10 +109,7 @@ void Replayer::on_closed(Connection& connection, const std::string&) {
         sync_ = nullptr;
     if (async_ == &connection)
         async_ = nullptr;
-    const auto found = connections_.find(&connection);
-    ended_.push_back(std::move(found->second));
-    connections_.erase(found);
-    bury_.start(std::chrono::milliseconds(0));
+    connections_.remove(connection);
 }
 
 }  // namespace quorvel::cm

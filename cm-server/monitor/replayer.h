@@ -1,15 +1,14 @@
 // A server that gives a recorded session's answers.
 #pragma once
 
-#include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "connection.h"
 #include "events.h"
+#include "keeper.h"
+#include "listening_socket.h"
 #include "monitor/session.h"
-#include "socket_path.h"
 
 namespace quorvel::cm {
 
@@ -35,18 +34,14 @@ class Replayer : private Connection::Handler {
     void on_closed(Connection& connection, const std::string& why) override;
 
     EventBase base_;
-    SocketPath path_;
     std::vector<SessionEntry> session_;
     size_t next_ = 0;
     Connection* sync_ = nullptr;
     Connection* async_ = nullptr;
     std::vector<std::vector<std::byte>> waiting_;
-    std::map<const Connection*, std::unique_ptr<Connection>> connections_;
-    std::vector<std::unique_ptr<Connection>> ended_;
-    Timer bury_;
-    Listener listener_;
-    SignalWatch terminate_;
-    SignalWatch interrupt_;
+    Keeper<Connection> connections_;
+    ListeningSocket socket_;
+    EndSignals end_;
 };
 
 }  // namespace quorvel::cm
