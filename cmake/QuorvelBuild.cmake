@@ -51,9 +51,11 @@ endif()
 set(QUORVEL_LIBRARY_LINK_OPTIONS
   LINKER:-z,now LINKER:-z,relro LINKER:-z,noseparate-code LINKER:--as-needed -static-libgcc)
 if(NOT QUORVEL_SANITIZE)
-  list(APPEND QUORVEL_LIBRARY_LINK_OPTIONS LINKER:-z,defs)
-  # For libraries of a few functions: what a compiler links around them costs a program's start as much as they do.
-  set(QUORVEL_TINY_LIBRARY_LINK_OPTIONS -nostartfiles LINKER:-z,norelro)
+  # What a compiler links around a library serves constructors and destructors, which none of these has, and costs
+  # its look-ups at every program's start.
+  list(APPEND QUORVEL_LIBRARY_LINK_OPTIONS LINKER:-z,defs -nostartfiles)
+  # For libraries of a few functions, which this would double.
+  set(QUORVEL_TINY_LIBRARY_LINK_OPTIONS LINKER:-z,norelro)
 endif()
 
 # A dependency that this build can do without: an error when strict, a message and FALSE otherwise.

@@ -5,10 +5,18 @@
 
 #include "quorvel/NetDebug.h"
 
+// Nothing is called as often as the sink: where the compiler can, it goes to the address in the table at
+// once, past the stub that would look it up late.
+#if __has_attribute(noplt)
+#define QV_NO_STUB __attribute__((noplt))
+#else
+#define QV_NO_STUB
+#endif
+
 // The platform's sink of every trace line. Called as an ordinary dynamic symbol, so that a program can put
 // its own in place.
-extern "C" int _debug_message(int line, const char* file, uint32_t mid, uint32_t level, const char* format,
-                              ...) __attribute__((format(printf, 5, 6)));
+extern "C" QV_NO_STUB int _debug_message(int line, const char* file, uint32_t mid, uint32_t level,
+                                         const char* format, ...) __attribute__((format(printf, 5, 6)));
 
 namespace quorvel {
 

@@ -135,23 +135,27 @@ class HostBuilder {
 // same bytes, with their pointers moved along. For the cache, which does nothing more often.
 inline hostent* copy_block(const hostent* from, size_t size, char* buffer) {
     const char* source = reinterpret_cast<const char*>(from);
+    const uintptr_t way = reinterpret_cast<uintptr_t>(buffer) - reinterpret_cast<uintptr_t>(source);
     // Read from where they are, and not from the copy: what has just been stored is slow to load again.
     const auto move = [=](size_t at) {
-        char* pointer = nullptr;
+        uintptr_t pointer = 0;
         memcpy(&pointer, source + at, sizeof pointer);
-        if (pointer == nullptr)
+        if (pointer == 0)
             return false;
-        pointer = buffer + (pointer - source);
+        pointer += way;
         memcpy(buffer + at, &pointer, sizeof pointer);
         return true;
     };
+    const auto move_all = [=](size_t at) {
+        while (move(at))
+            at += sizeof(char*);
+    };
     memcpy(buffer, from, size);
-    for (const size_t field :
-         {offsetof(hostent, h_name), offsetof(hostent, h_aliases), offsetof(hostent, h_addr_list)})
-        move(field);
-    for (const size_t array : {kAliasesAt, kAddressesAt})
-        for (size_t slot = array; move(slot);)
-            slot += sizeof(char*);
+    move(offsetof(hostent, h_name));
+    move(offsetof(hostent, h_aliases));
+    move(offsetof(hostent, h_addr_list));
+    move_all(kAliasesAt);
+    move_all(kAddressesAt);
     return reinterpret_cast<hostent*>(buffer);
 }
 

@@ -42,28 +42,29 @@ void push_front(Node* node) QV_REQUIRES(cache_lock) {
     head = node;
 }
 
-bool answers_to(const Node& node, const char* hostname) {
-    if (strcmp(node.host->h_name, hostname) == 0)
-        return true;
-    if (node.kind != kPositive)
-        return false;
-    for (char* const* alias = node.host->h_aliases; *alias != nullptr; ++alias)
+// What the host that was asked for last does not need stays out of line, so that finding it is short enough
+// to become a part of its callers: nothing in this file runs more often.
+[[gnu::noinline]] bool has_alias(const hostent& host, const char* hostname) {
+    for (char* const* alias = host.h_aliases; *alias != nullptr; ++alias)
         if (strcmp(*alias, hostname) == 0)
             return true;
     return false;
 }
 
-void bring_to_front(Node** link) QV_REQUIRES(cache_lock) {
-    Node* node = *link;
-    if (node == head)
-        return;
+bool answers_to(const Node& node, const char* hostname) {
+    return strcmp(node.host->h_name, hostname) == 0 ||
+           (node.kind == kPositive && has_alias(*node.host, hostname));
+}
+
+[[gnu::noinline]] void bring_to_front(Node** link) QV_REQUIRES(cache_lock) {
     QV_TRACE(2, "Bring to the front\n");
     QV_TRACE(2, "Moving recently queried host info to the front\n");
+    Node* node = *link;
     *link = node->next;
     push_front(node);
 }
 
-void delete_expired(Node** link, const char* hostname) QV_REQUIRES(cache_lock) {
+[[gnu::noinline]] void delete_expired(Node** link, const char* hostname) QV_REQUIRES(cache_lock) {
     QV_TRACE(2, "Deleting expired host [%s]\n", hostname);
     Node* node = *link;
     *link = node->next;
@@ -72,7 +73,7 @@ void delete_expired(Node** link, const char* hostname) QV_REQUIRES(cache_lock) {
 }
 
 // The first match decides, also when it has run out.
-Node* find(const char* hostname) QV_REQUIRES(cache_lock) {
+inline Node* find(const char* hostname) QV_REQUIRES(cache_lock) {
     if (hostname == nullptr) {
         QV_TRACE(5, "Invalid hostname argument passed\n");
         return nullptr;
@@ -91,7 +92,8 @@ Node* find(const char* hostname) QV_REQUIRES(cache_lock) {
         return nullptr;
     }
     QV_TRACE(2, "[%s] host found\n", hostname);
-    bring_to_front(link);
+    if (node != head)
+        bring_to_front(link);
     return node;
 }
 
