@@ -15,6 +15,21 @@ Printer CommonOptions::printer() const {
     return {std::cout, json ? Format::kJson : Format::kText};
 }
 
+void describe(CLI::App& app, CommonOptions& common) {
+    app.name("netcm");
+    app.description("Connections, profiles and names of the connection manager.");
+    app.add_flag("--json", common.json, "Print JSON: one document, or one line per event");
+    app.require_subcommand(1);
+    app.fallthrough();
+    add_connection_commands(app, common);
+    add_control_commands(app, common);
+    add_information_commands(app, common);
+    add_tunnel_commands(app, common);
+    add_profile_commands(app, common);
+    add_application_commands(app, common);
+    add_resolve_command(app, common);
+}
+
 EventHandler printing(Printer& printer) {
     return [&printer](const Event& event) { printer.event(to_json(event)); };
 }

@@ -47,6 +47,9 @@ void add_profile_commands(CLI::App& app, const CommonOptions& common);
 void add_application_commands(CLI::App& app, const CommonOptions& common);
 void add_resolve_command(CLI::App& app, const CommonOptions& common);
 
+// The whole program.
+void describe(CLI::App& app, CommonOptions& common);
+
 // Prints each event as it comes; forgets it.
 EventHandler printing(Printer& printer);
 void forget(const Event& event);

@@ -17,20 +17,6 @@ namespace {
 constexpr int kFailed = 1;
 constexpr int kWrongUsage = 2;
 
-void describe(CLI::App& app, CommonOptions& common) {
-    app.set_version_flag("--version", "netcm " NETCM_VERSION);
-    app.add_flag("--json", common.json, "Print JSON: one document, or one line per event");
-    app.require_subcommand(1);
-    app.fallthrough();
-    add_connection_commands(app, common);
-    add_control_commands(app, common);
-    add_information_commands(app, common);
-    add_tunnel_commands(app, common);
-    add_profile_commands(app, common);
-    add_application_commands(app, common);
-    add_resolve_command(app, common);
-}
-
 void print_completions(const CLI::App& app, const std::vector<std::string>& words) {
     for (const std::string& word : completions(app, words)) {
         std::printf("%s\n", word.c_str());
@@ -43,8 +29,9 @@ int wrong_usage(const std::string& what) {
 }
 
 int run(int argc, char** argv) {
-    CLI::App app("Connections, profiles and names of the connection manager.", "netcm");
+    CLI::App app;
     CommonOptions common;
+    app.set_version_flag("--version", "netcm " NETCM_VERSION);
     describe(app, common);
     if (argc > 1 && argv[1] == std::string_view("--complete")) {
         print_completions(app, {argv + 2, argv + argc});

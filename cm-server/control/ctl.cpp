@@ -22,16 +22,20 @@ struct Draft {
 using DraftPtr = std::shared_ptr<Draft>;
 
 template <class T>
-void add_argument(CLI::App& command, const DraftPtr& draft, const char* option, const char* key,
-                  const char* help) {
-    command.add_option_function<T>(
-        option, [draft, key](const T& value) { draft->command[key] = value; }, help);
+CLI::Option* add_argument(CLI::App& command, const DraftPtr& draft, const char* option, const char* key,
+                          const char* help) {
+    return command
+        .add_option_function<T>(
+            option, [draft, key](const T& value) { draft->command[key] = value; }, help)
+        ->type_name(std::is_integral_v<T> ? "NUMBER" : "TEXT");
 }
 
 void add_call_choice(CLI::App& command, const DraftPtr& draft) {
     add_argument<uint32_t>(command, draft, "call", "call",
                            "Id of the call; not needed when there is only one");
     add_argument<uint32_t>(command, draft, "--profile", "profile", "Take the call of this profile");
+    command.footer(
+        "A call is named by its id or by a profile; when there is only one, it need not be named.");
 }
 
 std::string to_hex(const std::string& data) {
@@ -94,12 +98,14 @@ void add_call_commands(Ctl& ctl) {
     const auto draft = std::make_shared<Draft>();
     CLI::App& command = ctl.add("ip-change", "Give a call another address", draft);
     add_call_choice(command, draft);
-    add_argument<std::string>(command, draft, "--address", "address", "The new IPv4 address");
-    command.get_option("--address")->required();
+    add_argument<std::string>(command, draft, "--address", "address", "The new IPv4 address")
+        ->required()
+        ->type_name("ADDRESS");
     add_argument<std::vector<std::string>>(command, draft, "--dns", "dns",
-                                           "Its name servers, instead of the old");
-    add_argument<std::string>(command, draft, "--interface", "interface",
-                              "Its interface, instead of the old");
+                                           "Its name servers, instead of the old")
+        ->type_name("ADDRESS");
+    add_argument<std::string>(command, draft, "--interface", "interface", "Its interface, instead of the old")
+        ->type_name("INTERFACE");
 }
 
 void add_client_commands(Ctl& ctl) {
@@ -117,8 +123,10 @@ void add_client_commands(Ctl& ctl) {
         "text", [data](const std::string& text) { data->command["hex"] = to_hex(text); },
         "The data, as text");
     add_argument<std::string>(*group, data, "--hex", "hex", "The data, two digits for each byte");
-    group->add_option_function<std::string>(
-        "--file", [data](const std::string& path) { read_file(*data, path); }, "A file with the data");
+    group
+        ->add_option_function<std::string>(
+            "--file", [data](const std::string& path) { read_file(*data, path); }, "A file with the data")
+        ->type_name("FILE");
     add_argument<uint32_t>(tunnel, data, "--id", "id", "Id of the indication");
     add_argument<uint32_t>(tunnel, data, "--client", "client", "Send to this client, registered or not");
 }
@@ -127,13 +135,17 @@ void add_trouble_commands(Ctl& ctl) {
     const auto fault = std::make_shared<Draft>();
     CLI::App& add = ctl.add("fault", "Make what is sent go wrong", fault);
     add.add_option_function<std::string>(
-           "kind", [fault](const std::string& kind) { fault->command["kind"] = kind; },
-           "late (value: milliseconds), code, status, count, length (value: what is sent instead), half (of "
-           "a "
-           "record), silent")
+           "kind", [fault](const std::string& kind) { fault->command["kind"] = kind; }, "What goes wrong")
         ->required()
         ->check(CLI::IsMember({"late", "code", "status", "half", "count", "length", "silent"}));
-    add_argument<uint32_t>(add, fault, "value", "value", "What it takes");
+    add_argument<uint32_t>(add, fault, "value", "value",
+                           "Milliseconds, or the code, status, count or length that is sent instead");
+    add.footer(
+        "late: it comes after VALUE milliseconds. code, status: with another code or status.\n"
+        "count, length: with a wrong count in the block, or a wrong length in the record.\n"
+        "half: the first 20 bytes of the record, and no more. silent: not at all.\n"
+        "A fault falls on every answer and event of every client until it is taken back,\n"
+        "unless the options say less.");
     add_argument<uint32_t>(add, fault, "--client", "client", "Only for this client");
     add_argument<std::string>(add, fault, "--event", "event",
                               "Only for this answer or event, by name or code");
@@ -149,8 +161,7 @@ void add_trouble_commands(Ctl& ctl) {
             "sync or async")
         ->required()
         ->check(CLI::IsMember({"sync", "async"}));
-    add_argument<uint32_t>(close, socket, "--client", "client", "The client");
-    close.get_option("--client")->required();
+    add_argument<uint32_t>(close, socket, "--client", "client", "The client")->required();
 
     const auto away = std::make_shared<Draft>();
     CLI::App& restart = ctl.add("restart", "Go away with all connections, and come back", away);
@@ -162,7 +173,11 @@ void add_scenario(Ctl& ctl) {
     CLI::App* command = ctl.app.add_subcommand("run", "Run a scenario file");
     command
         ->add_option("file", draft->file, "TOML: [[step]] with at = MILLISECONDS, command and its arguments")
-        ->required();
+        ->required()
+        ->type_name("FILE");
+    command->footer(
+        "Each step is a command of ctl with its arguments at its time from the start, such as\n"
+        "command = \"fault\", kind = \"late\", value = 2000. The first that fails ends the run.");
     const std::string* path = &ctl.socket;
     command->callback([draft, path] { run_scenario(*path, draft->file); });
 }

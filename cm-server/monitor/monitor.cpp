@@ -96,8 +96,12 @@ void add_monitor(CLI::App& app, const std::string& socket) {
     command->fallthrough();
     const auto choice = std::make_shared<Choice>();
     command->add_flag("--json", choice->as_json, "Print a line of JSON for each");
-    command->add_option("--record", choice->record, "Keep the session in this file, bytes and all");
-    command->add_option("--client", choice->client, "Show only this client");
+    command->add_option("--record", choice->record, "Keep the session in this file, bytes and all")
+        ->type_name("FILE");
+    command->add_option("--client", choice->client, "Show only this client")->type_name("NUMBER");
+    command->footer(
+        "Requests are marked -->, answers <--, events <==. It may come and go while the server runs.\n"
+        "Secrets of profiles are masked in the fields; the bytes of a record hold them.");
     command->callback([choice, &socket] { monitor(socket, *choice); });
 }
 

@@ -1,0 +1,38 @@
+#include "program.h"
+
+#include "control/ctl.h"
+#include "monitor/monitor.h"
+#include "monitor/replay.h"
+
+namespace quorvel::cm {
+
+void describe(CLI::App& app, Arguments& arguments) {
+    app.name("cm-server");
+    app.description(
+        "The connection manager: brings connections up for applications, over this machine's network.");
+    arguments.server.socket = wire::kServerPath;
+    app.add_option("--socket", arguments.server.socket, "Path of the socket to serve on")
+        ->capture_default_str();
+    app.add_option(
+        "--db", arguments.server.store,
+        "File that keeps the profiles, or \":memory:\"; cm-server.db below the user's state directory "
+        "when not given");
+    app.add_option("--config", arguments.config, "Configuration file; without one a profile on lo is served")
+        ->check(CLI::ExistingFile);
+    app.add_option("--log-level", arguments.log_level, "How much to log")
+        ->check(CLI::IsMember({"error", "warning", "info", "debug"}))
+        ->capture_default_str();
+    app.add_option("--max-clients", arguments.server.max_clients,
+                   "How many clients may be registered at a time")
+        ->check(CLI::Range(1, 4096))
+        ->capture_default_str();
+    app.add_option("--request-time", arguments.request_time,
+                   "Milliseconds for which a client may leave a request unfinished")
+        ->check(CLI::Range(10, 600000))
+        ->capture_default_str();
+    add_ctl(app, arguments.server.socket);
+    add_monitor(app, arguments.server.socket);
+    add_replay(app, arguments.server.socket);
+}
+
+}  // namespace quorvel::cm

@@ -1,0 +1,9 @@
+// cm-server-man FOLDER: writes the man pages of cm-server's commands.
+#include "ManPages.h"
+#include "program.h"
+
+int main(int argc, char** argv) {
+    return quorvel::man::write_pages(quorvel::cm::describe,
+                                     {8, "System Administration", "Quorvel " QUORVEL_VERSION, {"--socket"}},
+                                     argc, argv);
+}
