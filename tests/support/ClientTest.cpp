@@ -11,8 +11,6 @@ int32_t User::transport_error() {
 ClientTest::ClientTest() : users_(events::kUsers) {}
 
 ClientTest::~ClientTest() {
-    events::during(nullptr);
-    trace::on_line(nullptr, nullptr);
     calls::reset();
     // What the test has left open is of no more interest. A receiver that ends on a reset looks at it without
     // the mutex.
@@ -58,14 +56,8 @@ bool ClientTest::link_is_broken() {
 }
 
 bool ClientTest::wait_until_link_is_broken() {
-    return trace::wait_for("Quorvel connection got reset, close the thread \n") && [this] {
-        for (int i = 0; i < 2000; ++i) {
-            if (link_is_broken())
-                return true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return false;
-    }();
+    return trace::wait_for("Quorvel connection got reset, close the thread \n") &&
+           eventually([this] { return link_is_broken(); });
 }
 
 }  // namespace quorvel::test

@@ -12,6 +12,7 @@
 #include "quorvel/NetCM.h"
 #include "support/AppThread.h"
 #include "support/Events.h"
+#include "support/Eventually.h"
 #include "support/LibraryCalls.h"
 #include "support/Platform.h"
 #include "support/ScriptedServer.h"
@@ -83,8 +84,8 @@ class ClientTest : public ::testing::Test {
     NetCMCallInfo call(int32_t index) {
         return with_table([=](const NetCMClientAppInfo& t) { return t.CallInfo[index]; });
     }
-    // Waits until the receiver has ended on a reset of the link.
     bool link_is_broken();
+    // Waits until the receiver has ended on a reset of the link.
     bool wait_until_link_is_broken();
 
     ScriptedServer server;

@@ -17,7 +17,7 @@ struct Log {
     std::mutex mutex;
     std::condition_variable grown;
     std::vector<Event> events;
-    std::function<void(const Event&)> hook;
+    HookPlace<const Event&> inside;
 };
 
 // Never destroyed: threads of the library may outlive main.
@@ -78,15 +78,12 @@ void keep(int user, const NetCMEvent* source) {
     event.has_data = source->Data != nullptr;
     if (event.has_data)
         copy_data(*source, event);
-    std::function<void(const Event&)> hook;
     {
         const std::lock_guard lock(log().mutex);
         log().events.push_back(event);
         log().grown.notify_all();
-        hook = log().hook;
     }
-    if (hook)
-        hook(event);
+    log().inside.run(event);
 }
 
 template <int User>
@@ -144,9 +141,8 @@ bool wait_for_user(int user, size_t count, std::chrono::milliseconds patience) {
     });
 }
 
-void during(std::function<void(const Event&)> hook) {
-    const std::lock_guard lock(log().mutex);
-    log().hook = std::move(hook);
+Hook<const Event&> during(std::function<void(const Event&)> body) {
+    return {log().inside, std::move(body)};
 }
 
 }  // namespace events

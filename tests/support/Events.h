@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "quorvel/NetCM.h"
+#include "support/Hook.h"
 
 namespace quorvel::test {
 
@@ -45,7 +46,7 @@ bool wait_for(size_t count, std::chrono::milliseconds patience = kPatience);
 bool wait_for_user(int user, size_t count, std::chrono::milliseconds patience = kPatience);
 
 // Runs inside every callback, after the event was kept. For tests that call the library from a callback.
-void during(std::function<void(const Event&)> hook);
+Hook<const Event&> during(std::function<void(const Event&)> body);
 
 }  // namespace events
 }  // namespace quorvel::test

@@ -4,19 +4,21 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/eventfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <stdexcept>
 #include <system_error>
 
 namespace quorvel::test {
 namespace {
 
-constexpr int kPatience = 50'000;  // milliseconds of silence
+constexpr std::chrono::seconds kPatience(50);  // of silence
 
 struct Pipe {
     std::array<int, 2> ends{-1, -1};
@@ -62,6 +64,8 @@ Program::Program(const std::vector<std::string>& command) : name_(command.at(0))
     out_.fd = out.ends[0];
     err_.fd = err.ends[0];
     pid_ = spawn(command, out.ends[1], err.ends[1]);
+    wake_ = eventfd(0, EFD_CLOEXEC);
+    reader_ = std::thread([this] { read_both(); });
 }
 
 Program::~Program() {
@@ -69,6 +73,10 @@ Program::~Program() {
         kill(pid_, SIGKILL);
         waitpid(pid_, nullptr, 0);
     }
+    // A program that it has started may hold the streams open.
+    eventfd_write(wake_, 1);
+    reader_.join();
+    close(wake_);
     close(out_.fd);
     close(err_.fd);
 }
@@ -87,16 +95,20 @@ void Program::wait_for_err(std::string_view text) {
 void Program::wait_for(const Stream& stream, std::string_view text) {
     // Where the text may begin that has not been seen yet: a flood is not searched again and again.
     size_t from = 0;
+    Lock lock(mutex_);
     while (stream.text.find(text, from) == std::string::npos) {
         from = stream.text.size() - std::min(stream.text.size(), text.size());
-        if (!read_more()) {
+        if (has_ended()) {
             give_up("it ended without printing \"" + std::string(text) + '"');
         }
+        wait_for_more(lock);
     }
 }
 
 Ended Program::wait() {
-    while (read_more()) {
+    Lock lock(mutex_);
+    while (!has_ended()) {
+        wait_for_more(lock);
     }
     int status = 0;
     waitpid(pid_, &status, 0);
@@ -104,33 +116,40 @@ Ended Program::wait() {
     return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), out_.text, err_.text};
 }
 
-// False once both streams have ended.
-bool Program::read_more() {
-    std::array<pollfd, 2> ready{pollfd{out_.fd, POLLIN, 0}, pollfd{err_.fd, POLLIN, 0}};
-    if (out_.fd < 0 && err_.fd < 0) {
-        return false;
-    }
-    if (poll(ready.data(), ready.size(), kPatience) == 0) {
+void Program::wait_for_more(Lock& lock) {
+    if (grown_.wait_for(lock, kPatience) == std::cv_status::timeout) {
         give_up("nothing happens any more");
     }
-    if (ready[0].revents != 0) {
-        drain(out_);
+}
+
+void Program::read_both() {
+    while (!has_ended()) {
+        // A negative descriptor is left out.
+        std::array<pollfd, 3> ready{pollfd{wake_, POLLIN, 0}, pollfd{out_.ended ? -1 : out_.fd, POLLIN, 0},
+                                    pollfd{err_.ended ? -1 : err_.fd, POLLIN, 0}};
+        poll(ready.data(), ready.size(), -1);
+        if (ready[0].revents != 0) {
+            return;
+        }
+        if (ready[1].revents != 0) {
+            drain(out_);
+        }
+        if (ready[2].revents != 0) {
+            drain(err_);
+        }
     }
-    if (ready[1].revents != 0) {
-        drain(err_);
-    }
-    return true;
 }
 
 void Program::drain(Stream& stream) {
     std::array<char, 4096> buffer;
     const ssize_t count = read(stream.fd, buffer.data(), buffer.size());
+    const Lock lock(mutex_);
     if (count > 0) {
         stream.text.append(buffer.data(), static_cast<size_t>(count));
-    } else if (count == 0) {
-        close(stream.fd);
-        stream.fd = -1;
+    } else {
+        stream.ended = true;
     }
+    grown_.notify_all();
 }
 
 void Program::give_up(const std::string& why) const {

@@ -3,8 +3,11 @@
 
 #include <sys/types.h>
 
+#include <condition_variable>
+#include <mutex>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 namespace quorvel::test {
@@ -15,8 +18,9 @@ struct Ended {
     std::string err;
 };
 
-// Starts a program; its end is the end of the object at the latest. Waiting for something that does not come
-// within a time that no sound run needs throws, with all that has been printed.
+// Starts a program; its end is the end of the object at the latest. What it prints is read at once by a
+// thread of the object's own, so that a program that prints much never waits for the test. Waiting for
+// something that does not come within a time that no sound run needs throws, with all that has been printed.
 class Program {
   public:
     explicit Program(const std::vector<std::string>& command);
@@ -36,18 +40,26 @@ class Program {
   private:
     struct Stream {
         int fd = -1;
+        bool ended = false;
         std::string text;
     };
+    using Lock = std::unique_lock<std::mutex>;
 
+    void read_both();
+    void drain(Stream& stream);
     void wait_for(const Stream& stream, std::string_view text);
-    bool read_more();
-    static void drain(Stream& stream);
+    void wait_for_more(Lock& lock);
+    bool has_ended() const { return out_.ended && err_.ended; }
     [[noreturn]] void give_up(const std::string& why) const;
 
     std::string name_;
     pid_t pid_ = -1;
+    int wake_ = -1;  // an eventfd: readable when the reader shall end
+    std::mutex mutex_;
+    std::condition_variable grown_;
     Stream out_;
     Stream err_;
+    std::thread reader_;
 };
 
 // Runs a program to its end.

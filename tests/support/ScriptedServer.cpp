@@ -220,13 +220,22 @@ void ScriptedServer::close_async() {
 }
 
 void ScriptedServer::close_sync() {
+    // Until its registration has been read, an async socket looks like any other.
+    wait_for_async_socket();
     const std::lock_guard lock(mutex_);
     for (const ConnectionPtr& connection : std::vector(connections_))
         if (!connection->is_async)
             drop(connection);
 }
 
-// The latest: a client that has registered anew has left the older ones behind.
+// A client that registers anew may not have closed its older async socket yet: nothing is to go there.
+void ScriptedServer::leave_async_connections_behind() {
+    const std::lock_guard lock(mutex_);
+    for (const ConnectionPtr& connection : connections_)
+        connection->is_async = false;
+}
+
+// The latest, should a client have several.
 ScriptedServer::ConnectionPtr ScriptedServer::async_connection() const {
     const auto found =
         std::find_if(connections_.rbegin(), connections_.rend(),
@@ -305,6 +314,8 @@ bool ScriptedServer::take_request(const ConnectionPtr& connection, Request& requ
     request.header = peek<wire::RequestHeader>(bytes, 0);
     request.payload.assign(bytes.begin() + sizeof(wire::RequestHeader), end);
     bytes.erase(bytes.begin(), end);
+    if (request.command() == wire::NETCM_CLIENT_REGISTER_REQ)
+        leave_async_connections_behind();
     if (request.command() == wire::NETCM_CLIENT_ASYNC_REGISTER_REQ)
         connection->is_async = true;
     request.connection = connection->id;

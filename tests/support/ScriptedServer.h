@@ -89,6 +89,7 @@ class ScriptedServer {
     void drop_all();
     std::optional<uint32_t> free_call_id();
     ConnectionPtr async_connection() const;
+    void leave_async_connections_behind();
 
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;

@@ -15,14 +15,11 @@
 namespace quorvel::test {
 namespace {
 
-using Hook = void (*)(const TraceLine&, void*);
-
 struct Capture {
     std::mutex mutex;
     std::condition_variable grown;
     std::vector<TraceLine> lines;
-    Hook hook = nullptr;
-    void* context = nullptr;
+    HookPlace<const TraceLine&> on_line;
     bool keeps = true;
 };
 
@@ -37,19 +34,14 @@ void keep(TraceLine line) {
     if (echo)
         fprintf(stderr, "[%d] %s:%d %07x %s", line.thread, line.file.c_str(), line.line, line.mask,
                 line.text.c_str());
-    Hook hook = nullptr;
-    void* context = nullptr;
+    Capture& all = capture();
     {
-        Capture& all = capture();
         const std::lock_guard lock(all.mutex);
-        hook = all.hook;
-        context = all.context;
         if (all.keeps)
             all.lines.push_back(line);
         all.grown.notify_all();
     }
-    if (hook != nullptr)
-        hook(line, context);
+    all.on_line.run(line);
 }
 
 template <class Condition>
@@ -157,11 +149,8 @@ bool wait_for_prefix(std::string_view prefix, std::chrono::milliseconds patience
     });
 }
 
-void on_line(void (*hook)(const TraceLine& line, void* context), void* context) {
-    Capture& all = capture();
-    const std::lock_guard lock(all.mutex);
-    all.hook = hook;
-    all.context = context;
+Hook<const TraceLine&> on_line(std::function<void(const TraceLine&)> body) {
+    return {capture().on_line, std::move(body)};
 }
 
 }  // namespace trace

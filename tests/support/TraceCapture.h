@@ -8,10 +8,13 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "support/Hook.h"
 
 namespace quorvel::test {
 
@@ -63,8 +66,8 @@ bool wait_for(std::string_view text, size_t times = 1, std::chrono::milliseconds
 bool wait_for_prefix(std::string_view prefix, std::chrono::milliseconds patience = kPatience);
 
 // Called for each line on the thread that traces it, outside every lock of the capture. For tests that need
-// something to happen at one place inside the library. An empty function ends it.
-void on_line(void (*hook)(const TraceLine& line, void* context), void* context);
+// something to happen at one place inside the library.
+Hook<const TraceLine&> on_line(std::function<void(const TraceLine&)> body);
 
 }  // namespace trace
 }  // namespace quorvel::test

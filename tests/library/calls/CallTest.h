@@ -124,8 +124,8 @@ class CallTest : public ClientTest {
     }
 
     // From now on every callback asks from another thread whether the mutex is held.
-    void watch_mutex() {
-        events::during([](const Event&) {
+    static Hook<const Event&> watch_mutex() {
+        return events::during([](const Event&) {
             std::thread([] { EXPECT_EQ(pthread_mutex_trylock(&NetCMAppMutex), EBUSY); }).join();
         });
     }

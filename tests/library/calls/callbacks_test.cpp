@@ -7,9 +7,9 @@ namespace {
 class Callbacks : public CallTest {
   protected:
     // Runs in the next callback of this type, and in no other.
-    void in_next(uint32_t type, std::function<void()> body) {
+    static Hook<const Event&> in_next(uint32_t type, std::function<void()> body) {
         auto done = std::make_shared<std::atomic<bool>>(false);
-        events::during([=](const Event& event) {
+        return events::during([=](const Event& event) {
             if (event.type == type && !done->exchange(true))
                 body();
         });
@@ -22,7 +22,7 @@ TEST_F(Callbacks, a_query_from_a_callback_is_answered) {
     NetCMConnInfo info{};
     uint32_t got = 99;
     uint32_t asked = 99;
-    in_next(NETCM_EVENT_OPEN_RSP, [&] {
+    const auto then = in_next(NETCM_EVENT_OPEN_RSP, [&] {
         got = NetCMDeviceGetInfo(7, &info);
         uint32_t status = 0;
         asked = NetCMGetNetworkStatus(NETCM_IFACE_PDP, &status);
@@ -38,7 +38,7 @@ TEST_F(Callbacks, open_and_close_are_for_registered_threads) {
     User& who = registered(0);
     who.open(7);
     std::vector<uint32_t> results;
-    in_next(NETCM_EVENT_OPEN_RSP, [&] {
+    const auto then = in_next(NETCM_EVENT_OPEN_RSP, [&] {
         const int32_t profile = 8;
         results = {NetCMConnectionOpen(&profile, 1), NetCMConnectionClose(7), NetCMConnectionKill(7),
                    NetCMClientDeRegister()};
@@ -52,19 +52,20 @@ TEST_F(Callbacks, a_callback_may_register_its_own_thread_and_open_and_close) {
     User& who = registered(0);
     who.open(7);
     std::vector<uint32_t> results;
-    in_next(NETCM_EVENT_OPEN_RSP, [&] {
+    const auto at_first = in_next(NETCM_EVENT_OPEN_RSP, [&] {
         const int32_t profile = 8;
         results.push_back(NetCMClientRegister(events::callback_of(5)));
         results.push_back(NetCMConnectionOpen(&profile, 1));
     });
     ASSERT_TRUE(push_and_settle(start_response(0, 7), connection_block()));
     EXPECT_THAT(results, ::testing::ElementsAre(0, 0));
-    in_next(NETCM_EVENT_OPEN_RSP, [&] { results.push_back(NetCMConnectionClose(8)); });
+    const auto at_second = in_next(NETCM_EVENT_OPEN_RSP, [&] { results.push_back(NetCMConnectionClose(8)); });
     ASSERT_TRUE(push_and_settle(start_response(1, 8), connection_block()));
     ASSERT_TRUE(events::wait_for_user(5, 2));
     EXPECT_EQ(results.back(), NETCM_SUCCESS);
     EXPECT_EQ(events::of(5).at(1).type, NETCM_EVENT_CLOSE_RSP);
-    in_next(NETCM_EVENT_NETWORK_STATUS_IND, [&] { results.push_back(NetCMClientDeRegister()); });
+    const auto at_last =
+        in_next(NETCM_EVENT_NETWORK_STATUS_IND, [&] { results.push_back(NetCMClientDeRegister()); });
     ASSERT_TRUE(push_and_settle(indication(wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND, 0)));
     EXPECT_EQ(results.back(), NETCM_SUCCESS);
 }
@@ -74,7 +75,7 @@ TEST_F(Callbacks, another_thread_of_the_application_waits_for_the_callback) {
     User& other = registered(1);
     who.open(7);
     uint32_t status = 0;
-    in_next(NETCM_EVENT_OPEN_RSP, [&] {
+    const auto then = in_next(NETCM_EVENT_OPEN_RSP, [&] {
         other.thread().start([&] { NetCMGetNetworkStatus(NETCM_IFACE_PDP, &status); });
         EXPECT_TRUE(trace::wait_for("Request to get network status\n"));
         EXPECT_FALSE(other.thread().done(std::chrono::milliseconds(20)));
@@ -90,7 +91,8 @@ TEST_F(Callbacks, a_user_that_leaves_during_the_delivery_is_not_told_any_more) {
     join(registered(1), 7);
     join(registered(2), 7);
     events::clear();
-    in_next(NETCM_EVENT_SUSPEND_IND, [] { g_NetCMClientAppInfo.CallInfo[0].ThreadProf[1].ThreadIndex = -1; });
+    const auto then = in_next(NETCM_EVENT_SUSPEND_IND,
+                              [] { g_NetCMClientAppInfo.CallInfo[0].ThreadProf[1].ThreadIndex = -1; });
     ASSERT_TRUE(push_and_settle(indication(wire::NETCM_CLIENT_SUSPEND_IND, 0)));
     EXPECT_EQ(told(),
               (std::vector<Told>{{0, NETCM_EVENT_SUSPEND_IND, 7, 0}, {2, NETCM_EVENT_SUSPEND_IND, 7, 0}}));
@@ -115,7 +117,7 @@ TEST_F(Callbacks, the_last_thread_may_leave_from_a_callback) {
     User& who = registered(0);
     who.open(7);
     // The receiver deregisters the only application thread in its name: it has its kernel id in the table.
-    in_next(NETCM_EVENT_STOP_IND, [&] {
+    const auto then = in_next(NETCM_EVENT_STOP_IND, [&] {
         g_NetCMClientAppInfo.ThreadInfo[0].ThreadId = NetCMGetCurrentTid();
         NetCMClientCleanCallInfo(0);
         EXPECT_EQ(NetCMClientDeRegister(), NETCM_SUCCESS);
@@ -132,7 +134,7 @@ TEST_F(Callbacks, a_local_answer_may_query_and_leave) {
     bring_up(registered(0), 7);
     User& late = registered(1);
     uint32_t asked = 99;
-    events::during([&](const Event& event) {
+    const auto asking = events::during([&](const Event& event) {
         if (event.user != 1)
             return;
         NetCMConnInfo info{};

@@ -62,12 +62,10 @@ TEST_F(Cleanup, the_mutex_is_held_across_the_kills_and_the_pauses) {
     User& who = registered(0);
     serve({7, 8});
     // Whenever a kill is on its way, nobody else gets the mutex.
-    trace::on_line(
-        [](const TraceLine& line, void*) {
-            if (line.text.starts_with("Sent kill connection req"))
-                std::thread([] { EXPECT_EQ(pthread_mutex_trylock(&NetCMAppMutex), EBUSY); }).join();
-        },
-        nullptr);
+    const auto trying = trace::on_line([](const TraceLine& line) {
+        if (line.text.starts_with("Sent kill connection req"))
+            std::thread([] { EXPECT_EQ(pthread_mutex_trylock(&NetCMAppMutex), EBUSY); }).join();
+    });
     EXPECT_EQ(who.run(cleanup), NETCM_SUCCESS);
     EXPECT_EQ(trace::count("Sent kill connection req, Profile ID = [8]\n"), 1u);
 }
@@ -182,13 +180,20 @@ TEST_F(CleanupSlow, the_kills_are_about_two_seconds_apart) {
     calls::reset();  // sleeps take their time
     User& who = registered(0);
     serve({7, 8, 9});
+    std::mutex mutex;
     std::vector<std::chrono::steady_clock::time_point> times;
     server.on(kKill, [&](const Request&) {
+        const std::lock_guard lock(mutex);
         times.push_back(std::chrono::steady_clock::now());
         return silence();
     });
     EXPECT_EQ(who.run(cleanup), NETCM_SUCCESS);
-    ASSERT_EQ(times.size(), 3u);
+    const auto all_seen = [&] {
+        const std::lock_guard lock(mutex);
+        return times.size() == 3;
+    };
+    ASSERT_TRUE(eventually(all_seen));
+    const std::lock_guard lock(mutex);
     for (size_t i = 1; i < times.size(); ++i) {
         EXPECT_GE(times[i] - times[i - 1], std::chrono::milliseconds(1900));
         EXPECT_LE(times[i] - times[i - 1], std::chrono::milliseconds(3500));

@@ -41,7 +41,7 @@ class Indications : public CallTest {
 
 TEST_F(Indications, a_suspend_reaches_every_profile_of_every_thread_of_the_call) {
     up();
-    watch_mutex();
+    const auto watching = watch_mutex();
     ASSERT_TRUE(push_and_settle(indication(kSuspend, 0)));
     EXPECT_EQ(told(), everybody(NETCM_EVENT_SUSPEND_IND, 0));
     expect_no_data();
@@ -69,7 +69,7 @@ TEST_F(Indications, a_suspend_with_any_other_status_has_no_data) {
 TEST_F(Indications, a_resume_reaches_them_all_and_the_call_runs_again) {
     up();
     set_call_state(0, 4);
-    watch_mutex();
+    const auto watching = watch_mutex();
     ASSERT_TRUE(push_and_settle(indication(kResume, 0)));
     EXPECT_EQ(told(), everybody(NETCM_EVENT_RESUME_IND, 0));
     expect_no_data();
@@ -102,7 +102,7 @@ TEST_F(Indications, a_resume_of_a_running_call_changes_nothing) {
 
 TEST_F(Indications, a_stop_reaches_them_all_and_frees_the_call) {
     up();
-    watch_mutex();
+    const auto watching = watch_mutex();
     ASSERT_TRUE(push_and_settle(indication(kStopped, 0, 0, 9)));
     EXPECT_EQ(told(), everybody(NETCM_EVENT_STOP_IND, 9));
     expect_no_data();
@@ -122,7 +122,7 @@ TEST_F(Indications, a_stop_with_status_21_carries_the_reason) {
 
 TEST_F(Indications, a_status_change_reaches_every_registered_thread) {
     up();
-    watch_mutex();
+    const auto watching = watch_mutex();
     wire::Record record{};
     record.Code = kStatusChange;
     record.Word2 = 5;

@@ -26,7 +26,7 @@ class IpChange : public CallTest {
 
 TEST_F(IpChange, only_the_first_thread_with_the_profile_is_told) {
     up();
-    watch_mutex();
+    const auto watching = watch_mutex();
     ASSERT_TRUE(push_and_settle(indication(kIpChange, 0, 7), new_address()));
     EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_IP_CHANGE_IND, 7, 0}}));
     const NetCMConnInfo info = *events::all().at(0).details;

@@ -39,7 +39,7 @@ TEST_F(KillResponse, users_hear_of_the_end_before_the_killers_hear_of_their_kill
     up(4);
     EXPECT_EQ(user(2).kill(7), NETCM_SUCCESS);
     EXPECT_EQ(user(1).kill(7), NETCM_SUCCESS);
-    watch_mutex();
+    const auto watching = watch_mutex();
     ASSERT_TRUE(push_and_settle(kill_response(7)));
     // The first killer's own use ended with its kill; the second only joined that kill and is a user still.
     EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_STOP_IND, 7, kKilled},

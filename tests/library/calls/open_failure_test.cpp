@@ -123,9 +123,7 @@ class OpenRepairs : public OpenFailure {
             result_ = NetCMConnectionOpen(&profile, 1);
         });
         ASSERT_TRUE(gate_->is_somebody_waiting());
-        while (__atomic_load_n(&g_NetCMClientAppInfo.RecvThreadId, __ATOMIC_ACQUIRE) !=
-               static_cast<pthread_t>(-1))
-            std::this_thread::yield();
+        ASSERT_TRUE(eventually([this] { return link_is_broken(); }));
     }
     uint32_t result() {
         gate_->open();
@@ -145,6 +143,7 @@ TEST_F(OpenRepairs, a_missing_async_socket_is_created) {
     EXPECT_EQ(who.open(7), NETCM_SUCCESS);
     const int fd = with_table([](const auto& table) { return table.AsyncSockFd; });
     EXPECT_GT(fd, 2);
+    ASSERT_TRUE(server.wait_for(wire::NETCM_CLIENT_ASYNC_REGISTER_REQ, 2));
     EXPECT_EQ(server.count(wire::NETCM_CLIENT_ASYNC_REGISTER_REQ), 2u);
     EXPECT_EQ(server.last(wire::NETCM_CLIENT_ASYNC_REGISTER_REQ)->header.ClientId, server.client_id());
     EXPECT_TRUE(traced_in_order({{0, trace::text("Async socket = %d \n", fd)}}));

@@ -48,7 +48,7 @@ class ProperProfile : public CallTest {
 TEST_F(ProperProfile, everybody_who_asked_is_told_and_nobody_else) {
     ask(0, user(1).tid());
     ask(1, user(1).tid());
-    watch_mutex();
+    const auto watching = watch_mutex();
     ASSERT_TRUE(push_and_settle(response(kAppId, 12)));
     EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_PROPER_PROFILE_RSP, 12, 0},
                                          {1, NETCM_EVENT_PROPER_PROFILE_RSP, 12, 0}}));

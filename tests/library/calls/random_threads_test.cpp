@@ -51,14 +51,22 @@ class BusyServer {
 
 class RandomThreads : public CallTest {
   protected:
-    RandomThreads() : busy_server_(server) {
-        // Results are looked at one by one, and there are too many lines to keep.
-        trace::on_line(
-            [](const TraceLine&, void* lines) {
-                if (++*static_cast<std::atomic<size_t>*>(lines) % 20000 == 0)
-                    trace::clear();
-            },
-            &lines_);
+    RandomThreads() : busy_server_(server) {}
+
+    // All threads do one thing after another until the time is over.
+    void let_loose(std::atomic<size_t>& steps) {
+        const auto until = std::chrono::steady_clock::now() + kTime;
+        for (int number = 0; number < kThreads; ++number) {
+            user(number).thread().start([&steps, until, number] {
+                std::minstd_rand random(static_cast<unsigned>(number + 1));
+                while (std::chrono::steady_clock::now() < until) {
+                    step(random);
+                    ++steps;
+                }
+            });
+        }
+        for (int number = 0; number < kThreads; ++number)
+            user(number).thread().wait();
     }
 
     // One step of a thread: an operation and the results that it may have, whatever the others do meanwhile.
@@ -115,30 +123,24 @@ class RandomThreads : public CallTest {
     }
 
     BusyServer busy_server_;
-    // Outlives the test: a local response thread traces its last line after it has let the mutex go.
-    static inline std::atomic<size_t> lines_{0};
 };
 
 TEST_F(RandomThreads, every_result_is_one_that_the_operation_has) {
     for (int number = 0; number < kThreads; ++number)
         registered(number);
-    const auto until = std::chrono::steady_clock::now() + kTime;
     std::atomic<size_t> steps{0};
-    for (int number = 0; number < kThreads; ++number) {
-        user(number).thread().start([&, number] {
-            std::minstd_rand random(static_cast<unsigned>(number + 1));
-            while (std::chrono::steady_clock::now() < until) {
-                step(random);
-                ++steps;
-            }
+    {
+        // Results are looked at one by one, and there are too many lines to keep.
+        std::atomic<size_t> lines{0};
+        const auto too_many = trace::on_line([&](const TraceLine&) {
+            if (++lines % 20000 == 0)
+                trace::clear();
         });
+        let_loose(steps);
     }
-    for (int number = 0; number < kThreads; ++number)
-        user(number).thread().wait();
     EXPECT_GT(steps, 100u);
 
     // The table is whole: every call that is in use has a user or is on its way to its end.
-    trace::on_line(nullptr, nullptr);
     trace::clear();
     EXPECT_TRUE(settled());
     for (int32_t index = 0; index < NETCM_MAX_CALLS; ++index) {

@@ -21,7 +21,7 @@ TEST_F(StartResponse, it_reaches_every_thread_that_opened_the_profile) {
     opened();
     registered(1).open(7);
     registered(2);
-    watch_mutex();
+    const auto watching = watch_mutex();
     ASSERT_TRUE(push_and_settle(start_response(0, 7), connection_block()));
     EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_OPEN_RSP, 7, 0}, {1, NETCM_EVENT_OPEN_RSP, 7, 0}}));
     const std::vector<Event> events = events::all();
@@ -87,7 +87,7 @@ TEST_F(StartResponse, a_null_record_is_refused) {
 TEST_F(StartResponse, a_failure_with_a_reason_hands_the_reason_out) {
     opened();
     registered(1).open(7);
-    watch_mutex();
+    const auto watching = watch_mutex();
     ASSERT_TRUE(push_and_settle(start_response(0, 7, 21, 1234)));
     EXPECT_EQ(told(),
               (std::vector<Told>{{0, NETCM_EVENT_OPEN_RSP, 7, 21}, {1, NETCM_EVENT_OPEN_RSP, 7, 21}}));

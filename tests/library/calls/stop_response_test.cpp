@@ -21,7 +21,7 @@ class StopResponse : public CallTest {
 
 TEST_F(StopResponse, the_closing_thread_is_told_and_the_call_is_free) {
     closing();
-    watch_mutex();
+    const auto watching = watch_mutex();
     ASSERT_TRUE(push_and_settle(stop_response(0, 7)));
     EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_CLOSE_RSP, 7, 0}}));
     EXPECT_FALSE(events::all().at(0).has_data);

@@ -254,13 +254,11 @@ TEST_F(Background, a_result_of_any_length_is_delivered) {
 
 TEST_F(Background, while_ten_workers_have_not_ended_another_name_is_refused) {
     Responder responder(answer_with("192.0.2.1"));
-    static Barrier barrier;  // workers leave it when the test has already ended
-    trace::on_line(
-        [](const TraceLine& line, void* context) {
-            if (line.text.rfind("Going to free resolved host [", 0) == 0)
-                static_cast<Barrier*>(context)->pass();
-        },
-        &barrier);
+    Barrier barrier;
+    const auto freeing = trace::on_line([&](const TraceLine& line) {
+        if (line.text.starts_with("Going to free resolved host ["))
+            barrier.pass();
+    });
     for (int n = 1; n <= 10; ++n)
         EXPECT_EQ(Request(nth_name(n)).code, 1);
     ASSERT_TRUE(barrier.wait_for_waiting(10));
@@ -272,7 +270,6 @@ TEST_F(Background, while_ten_workers_have_not_ended_another_name_is_refused) {
     EXPECT_EQ(trace::find("Failed to create thread, reached max threads count [10]\n").mask,
               trace::kInternal);
     barrier.open();
-    trace::on_line(nullptr, nullptr);
     ASSERT_TRUE(callbacks::wait_for(10));
 }
 

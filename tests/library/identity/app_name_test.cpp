@@ -15,13 +15,8 @@ using ::testing::ElementsAre;
 
 class AppName : public ::testing::Test {
   protected:
-    void SetUp() override {
-        buffer.fill('#');
-        trace::on_line([](const TraceLine& line, void*) { gconf().calls.push_back("trace: " + line.text); },
-                       nullptr);
-    }
+    void SetUp() override { buffer.fill('#'); }
     void TearDown() override {
-        trace::on_line(nullptr, nullptr);
         for (const TraceLine& line : trace::lines()) {
             EXPECT_EQ(line.file, "data-networking/client/CM/src/NetCMClientAppMgrIntf");
             EXPECT_EQ(line.mask, trace::kNormal);
@@ -35,6 +30,10 @@ class AppName : public ::testing::Test {
     std::string behind() const { return {buffer.begin() + NETCM_APP_NAME_SIZE, buffer.end()}; }
 
     std::array<char, NETCM_APP_NAME_SIZE + 4> buffer{};
+
+  private:
+    Hook<const TraceLine&> in_between_ =
+        trace::on_line([](const TraceLine& line) { gconf().calls.push_back("trace: " + line.text); });
 };
 
 TEST_F(AppName, a_configured_name_is_handed_out) {

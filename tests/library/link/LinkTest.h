@@ -7,6 +7,7 @@
 #include <string>
 
 #include "client/CM/src/NetCMPrivate.h"
+#include "support/Eventually.h"
 #include "support/LibraryCalls.h"
 #include "support/Platform.h"
 #include "support/Proc.h"

@@ -10,8 +10,7 @@ class ReRegistration : public LinkTest {
         table.ClientId = init() > 0 ? client_id : -1;
         server.stop();
         EXPECT_TRUE(trace::wait_for("Quorvel connection got reset, close the thread \n"));
-        while (table_receiver() != kNoReceiver)
-            std::this_thread::yield();
+        EXPECT_TRUE(eventually([this] { return table_receiver() == kNoReceiver; }));
         trace::clear();
     }
     pthread_t table_receiver() { return __atomic_load_n(&table.RecvThreadId, __ATOMIC_ACQUIRE); }

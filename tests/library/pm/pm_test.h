@@ -7,6 +7,7 @@
 
 #include "client/PM/src/NetPMPrivate.h"
 #include "support/Events.h"
+#include "support/Eventually.h"
 #include "support/LibraryCalls.h"
 #include "support/ScriptedServer.h"
 #include "support/TraceCapture.h"
@@ -56,7 +57,6 @@ class PmTest : public testing::Test {
         trace::clear();
     }
     void TearDown() override {
-        trace::on_line(nullptr, nullptr);
         calls::reset();
         EXPECT_EQ(NetCMClientDeRegister(), 0u);
     }
@@ -65,21 +65,20 @@ class PmTest : public testing::Test {
     void break_link() {
         ASSERT_TRUE(server.wait_for_async_socket());
         server.close_async();
-        while (__atomic_load_n(&g_NetCMClientAppInfo.RecvThreadId, __ATOMIC_ACQUIRE) !=
-               static_cast<pthread_t>(-1))
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        ASSERT_TRUE(eventually([] {
+            return __atomic_load_n(&g_NetCMClientAppInfo.RecvThreadId, __ATOMIC_ACQUIRE) ==
+                   static_cast<pthread_t>(-1);
+        }));
         trace::clear();
     }
 
     // An answer whose data end early: the server closes when the library has begun to read them, so that it
     // cannot notice before.
     Answer cut_short_data(const wire::Record& record, const Bytes& data) {
-        trace::on_line(
-            [](const TraceLine& line, void* gate) {
-                if (line.text.starts_with("NetPMReadSyncRsp ::: pRspData->pExtRspData"))
-                    static_cast<Gate*>(gate)->open();
-            },
-            reading_.get());
+        begun_.reset(new Hook(trace::on_line([gate = reading_](const TraceLine& line) {
+            if (line.text.starts_with("NetPMReadSyncRsp ::: pRspData->pExtRspData"))
+                gate->open();
+        })));
         return Answer().record(record).bytes(data).wait_at(reading_).close();
     }
 
@@ -91,6 +90,7 @@ class PmTest : public testing::Test {
 
   private:
     std::shared_ptr<Gate> reading_ = std::make_shared<Gate>();
+    std::unique_ptr<Hook<const TraceLine&>> begun_;
 };
 
 }  // namespace quorvel::test

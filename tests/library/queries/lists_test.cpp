@@ -134,14 +134,11 @@ TEST_P(Lists, a_block_that_is_cut_short_fails) {
     const auto gate = std::make_shared<Gate>();
     server.on(list().command,
               Answer().record(answer_record(list().command)).bytes(half).wait_at(gate).close());
-    trace::on_line(
-        [](const TraceLine& line, void* waiting) {
-            if (line.text.starts_with("Received Requested Response"))
-                static_cast<Gate*>(waiting)->open();
-        },
-        gate.get());
+    const auto reading = trace::on_line([&](const TraceLine& line) {
+        if (line.text.starts_with("Received Requested Response"))
+            gate->open();
+    });
     expect_no_list(who, NETCM_ERR_FAILURE);
-    trace::on_line(nullptr, nullptr);
     EXPECT_TRUE(traced_in_order({{3, list().no_block}}));
     EXPECT_EQ(who.transport_error(), -1);
 }

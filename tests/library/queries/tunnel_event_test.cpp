@@ -51,7 +51,7 @@ class TunnelEvent : public CallTest {
 
 TEST_F(TunnelEvent, a_response_reaches_the_thread_that_asked) {
     set_pending(3, user(1).tid(), 77);
-    watch_mutex();
+    const auto watching = watch_mutex();
     const std::string data("\x00\x01 answer \xff", 11);
     ASSERT_TRUE(push_data(kResponse, 77, data));
     EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_TUNNEL_RSP, -1, 0}}));
@@ -121,7 +121,7 @@ TEST_F(TunnelEvent, a_requester_without_a_callback_is_skipped) {
 }
 
 TEST_F(TunnelEvent, an_indication_reaches_every_registered_thread) {
-    watch_mutex();
+    const auto watching = watch_mutex();
     ASSERT_TRUE(push_data(kIndication, 12, "for all"));
     EXPECT_EQ(told(), both(NETCM_EVENT_TUNNEL_IND));
     for (const Event& one : events::all())

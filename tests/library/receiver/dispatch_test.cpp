@@ -78,7 +78,7 @@ TEST_F(Dispatch, happens_under_the_mutex_with_its_traces) {
 TEST_F(Dispatch, the_record_in_hand_is_forgotten_behind_its_handler) {
     registered(0);
     uint32_t* during = nullptr;
-    events::during([&](const Event&) { during = PendingEventRecord; });
+    const auto looking = events::during([&](const Event&) { during = PendingEventRecord; });
     ASSERT_TRUE(server.push(indication(wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND, 0)));
     ASSERT_TRUE(events::wait_for(1));
     ASSERT_TRUE(trace::wait_for("In quorvel Thread loop \n", 2));

@@ -133,7 +133,7 @@ TEST_F(ServerGone, only_the_async_socket_tells_that_the_link_is_broken) {
     EXPECT_FALSE(link_is_broken());
 }
 
-TEST_F(ServerGone, a_callback_of_the_end_may_repair_the_link) {
+TEST_F(ServerGone, an_open_after_the_end_repairs_the_link) {
     User& who = registered(0);
     bring_up(who, 5);
     server.stop();

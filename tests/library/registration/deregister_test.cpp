@@ -92,20 +92,18 @@ TEST_F(Deregistration, of_a_thread_is_not_held_up_by_the_calls_of_others) {
 TEST_F(Deregistration, from_a_callback_does_not_hang) {
     registered(0);
     std::atomic<uint32_t> result{99};
-    events::during([&](const Event&) { result = NetCMClientDeRegister(); });
+    const auto leaving = events::during([&](const Event&) { result = NetCMClientDeRegister(); });
     ASSERT_TRUE(server.push(indication(wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND, 0)));
-    while (result == 99)
-        std::this_thread::yield();
+    ASSERT_TRUE(eventually([&] { return result != 99; }));
     EXPECT_EQ(result, static_cast<uint32_t>(NETCM_ERR_NOT_REGISTERED))
         << "the receiver is no registered thread";
-    events::during(nullptr);
 }
 
 // The receiver thread may register itself in a callback, and be the last to leave.
 TEST_F(Deregistration, of_the_receiver_itself_as_the_last_thread_does_not_hang) {
     User& who = registered(0);
     std::atomic<int> step{0};
-    events::during([&](const Event&) {
+    const auto stepping = events::during([&](const Event&) {
         if (step == 0)
             EXPECT_EQ(NetCMClientRegister(events::callback_of(5)), 0u);
         else
@@ -114,33 +112,33 @@ TEST_F(Deregistration, of_the_receiver_itself_as_the_last_thread_does_not_hang) 
     });
     ASSERT_TRUE(server.push(indication(wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND, 0)));
     ASSERT_TRUE(events::wait_for(2)) << "the new one is told as well";
-    while (step < 2)
-        std::this_thread::yield();
+    ASSERT_TRUE(eventually([&] { return step == 2; }));
     EXPECT_EQ(with_table([](const auto& t) { return t.RegCount; }), 1);
-    events::during(nullptr);
     EXPECT_EQ(who.deregister(), 0u);
 }
 
 TEST_F(Deregistration, from_a_callback_by_the_only_thread_ends_the_receiver_behind_it) {
     registered(0);
     std::atomic<uint32_t> result{99};
-    events::during([&](const Event&) {
+    enum class Step { Register, Stay, Leave };
+    std::atomic<Step> step{Step::Register};
+    const auto stepping = events::during([&](const Event&) {
+        const Step now = step.exchange(Step::Stay);
         // The only registered thread is the receiver: the user has handed over to it.
-        EXPECT_EQ(NetCMClientRegister(events::callback_of(5)), 0u);
-        events::during(nullptr);
+        if (now == Step::Register) {
+            EXPECT_EQ(NetCMClientRegister(events::callback_of(5)), 0u);
+        }
+        if (now == Step::Leave)
+            result = NetCMClientDeRegister();
     });
     ASSERT_TRUE(server.push(indication(wire::NETCM_CLIENT_SUSPEND_IND, 0)));
     ASSERT_TRUE(server.push(indication(wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND, 0)));
     ASSERT_TRUE(events::wait_for(2));
     EXPECT_EQ(user(0).deregister(), 0u);
-    events::during([&](const Event&) {
-        result = NetCMClientDeRegister();
-        events::during(nullptr);
-    });
+    step = Step::Leave;
     ASSERT_TRUE(server.push(indication(wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND, 0)));
     ASSERT_TRUE(trace::wait_for("Registration count = 1 \n"));
-    while (with_table([](const auto& t) { return t.IsRegistered; }) != 0)
-        std::this_thread::yield();
+    ASSERT_TRUE(eventually([&] { return with_table([](const auto& t) { return t.IsRegistered; }) == 0; }));
     EXPECT_EQ(result, 0u);
     registered(0);
     ASSERT_TRUE(server.push(indication(wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND, 0)));
@@ -170,7 +168,7 @@ TEST_F(Deregistration, while_events_pour_in_is_quick_and_clean) {
         registered(0);
         events::clear();
         std::atomic<bool> done{false};
-        std::thread storm([&] {
+        std::jthread storm([&] {
             const Bytes record = bytes_of(indication(wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND, 0));
             server.wait_for_async_socket();
             for (int i = 0; i < 400 && !done; ++i)
@@ -180,7 +178,6 @@ TEST_F(Deregistration, while_events_pour_in_is_quick_and_clean) {
         ASSERT_TRUE(events::wait_for_user(0, 3));
         EXPECT_EQ(user(0).deregister(), 0u);
         done = true;
-        storm.join();
     }
     trace::clear();
 }

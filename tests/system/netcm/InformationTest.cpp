@@ -1,10 +1,8 @@
 // netcm list, stats and info.
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include "Held.h"
+#include "support/Network.h"
 
 namespace quorvel::test {
 namespace {
@@ -49,23 +47,11 @@ TEST(NetcmList, of_nothing_is_empty_and_no_failure) {
     EXPECT_EQ(netcm({"list", "connections"}).out, "none\n");
 }
 
-void send_datagrams(int count) {
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(9);
-    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    for (int i = 0; i < count; ++i) {
-        EXPECT_EQ(sendto(fd, "0123456789", 10, 0, reinterpret_cast<sockaddr*>(&to), sizeof to), 10);
-    }
-    close(fd);
-}
-
 TEST(NetcmStats, count_what_goes_over_the_connections_interface) {
     CmServer server;
     Held held;
     EXPECT_EQ(netcm_json({"stats"})["sent_packets"], 0);
-    send_datagrams(5);
+    send_over_loopback(10, 5);
     const json counted = netcm_json({"stats"});
     EXPECT_GE(counted["sent_packets"], 5);
     EXPECT_GE(counted["sent_bytes"], 50);

@@ -1,6 +1,8 @@
 // Connections that follow a real link, and connections that need none.
 #include "server/RawClient.h"
 #include "support/CmServer.h"
+#include "support/Eventually.h"
+#include "support/Network.h"
 
 namespace quorvel::test {
 namespace {
@@ -116,6 +118,8 @@ TEST(ServerBearer, names_what_is_missing_at_the_end_of_the_limit) {
     EXPECT_EQ(reason(), 2u);
     ip("link set near0 up");
     ip("link set far0 up");
+    // The kernel notices a carrier a little later.
+    ASSERT_TRUE(eventually([] { return is_running("near0"); }));
     EXPECT_EQ(reason(), 3u);
 }
 

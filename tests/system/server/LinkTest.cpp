@@ -78,7 +78,7 @@ class BadClient : public ::testing::Test {
         server.program().wait_for_err(why);
     }
 
-    CmServer server{"", {"--request-time", "200"}};
+    CmServer server{"", {"--request-time", "2000"}};
     RawClient good;
 };
 

@@ -1,10 +1,7 @@
 // What a client can ask.
 #include "server/RawClient.h"
 #include "support/CmServer.h"
-
-#include <arpa/inet.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include "support/Network.h"
 
 namespace quorvel::test {
 namespace {
@@ -46,17 +43,6 @@ TEST_F(ServerAnswers, active_connections_of_the_interface_asked_for) {
     EXPECT_STREQ(list.Connection[0].Apn, "local");
     client.ask(wire::NETCM_CLIENT_GET_ACTIVE_CONN_LIST_REQ, {.Param = NETCM_IFACE_WIFI});
     EXPECT_EQ(client.sync().block<wire::ActiveConnectionBlock>().Count, 0u);
-}
-
-void send_over_loopback(size_t size) {
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(9);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const std::string data(size, 'x');
-    sendto(fd, data.data(), data.size(), 0, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-    close(fd);
 }
 
 wire::StatisticsBlock statistics(RawClient& client) {
