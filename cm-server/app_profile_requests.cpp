@@ -104,7 +104,7 @@ void ask_application_profile(Services services, Client& client, const Request& r
     message.Result = PM_SUCCESS;
     const char* words = carry_out(services.store, message);
     message.Cmd += kPmAnswer;
-    log_request(client, words, static_cast<int32_t>(application),
+    log_request(client, words, log::field("application", static_cast<int32_t>(application)),
                 outcome(static_cast<PmError>(message.Result)));
     if (with_event)
         services.clients.push(client.id, event_of(application, message));

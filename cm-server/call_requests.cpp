@@ -19,10 +19,10 @@ void start_call(Services services, Client& client, const Request& request) {
     const auto call = profile ? services.calls.start(client.id, *profile) : std::nullopt;
     if (call) {
         answer.record.CallId = *call;
-        log_request(client, "opens ", describe(*profile), ": call ", *call);
+        log_request(client, "opens ", describe(*profile), ": call ", log::field("call", *call));
     } else {
         answer.record.Status = profile ? NETCM_ERR_MAX_LIMIT : NETCM_ERR_INVALID_PROFILE;
-        log_request(client, "opens profile ", id, ": ",
+        log_request(client, "opens profile ", log::field("profile", id), ": ",
                     profile ? "all calls are taken" : "there is no such profile");
     }
     client.sync->send(answer);
@@ -34,8 +34,8 @@ void stop_call(Services services, Client& client, const Request& request) {
     const uint32_t call = request.header.Arg3;
     const auto profile = static_cast<int32_t>(request.header.Arg4);
     const bool stopped = services.calls.stop(client.id, call);
-    log_request(client, "closes profile ", profile, " on call ", call,
-                stopped ? "" : ", which it does not use");
+    log_request(client, "closes profile ", log::field("profile", profile), " on call ",
+                log::field("call", call), stopped ? "" : ", which it does not use");
     Message response = answer_to(request, stopped ? NETCM_SUCCESS : NETCM_ERR_NOT_ACTIVE);
     response.record.Word2 = request.header.Arg4;
     response.record.CallId = call;
@@ -45,7 +45,8 @@ void stop_call(Services services, Client& client, const Request& request) {
 void kill_call(Services services, Client& client, const Request& request) {
     const auto profile = static_cast<int32_t>(request.header.Arg4);
     const bool killed = services.calls.kill(client.id, profile);
-    log_request(client, "kills the connection of profile ", profile, killed ? "" : ", which has none");
+    log_request(client, "kills the connection of profile ", log::field("profile", profile),
+                killed ? "" : ", which has none");
 }
 
 }  // namespace quorvel::cm

@@ -134,7 +134,7 @@ bool Calls::kill(uint32_t client, int32_t profile) {
 }
 
 void Calls::release(uint32_t id) {
-    log::info("call ", id, " has ended");
+    log::info("call ", log::field("call", id), " has ended");
     bearer_->disconnect(id);
     if (calls_[id].connected())
         statistics_.leave(calls_[id].addresses.interface);
@@ -143,13 +143,13 @@ void Calls::release(uint32_t id) {
 
 void Calls::suspend(uint32_t id, uint32_t status) {
     calls_.at(id).state = Call::State::kSuspended;
-    log::info("call ", id, " is suspended");
+    log::info("call ", log::field("call", id), " is suspended");
     tell_clients(id, wire::NETCM_CLIENT_SUSPEND_IND, status);
 }
 
 void Calls::resume(uint32_t id, uint32_t status) {
     calls_.at(id).state = Call::State::kUp;
-    log::info("call ", id, " runs again");
+    log::info("call ", log::field("call", id), " runs again");
     tell_clients(id, wire::NETCM_CLIENT_RESUME_IND, status);
 }
 
@@ -158,7 +158,7 @@ void Calls::change(uint32_t id, const Addresses& addresses) {
     statistics_.leave(call.addresses.interface);
     call.addresses = addresses;
     statistics_.enter(addresses.interface);
-    log::info("call ", id, " has the address ", to_text(addresses.address), " now");
+    log::info("call ", log::field("call", id), " has the address ", to_text(addresses.address), " now");
     for (const Call::User& user : call.users) {
         Message message = about(wire::NETCM_CLIENT_IP_CHANGE_IND, id, user.profile);
         append(message.block, to_wire(addresses));
@@ -167,7 +167,8 @@ void Calls::change(uint32_t id, const Addresses& addresses) {
 }
 
 void Calls::end(uint32_t id, uint32_t status, Reason reason) {
-    log::info("call ", id, " is ended by the network: status ", status, ", ", to_text(reason));
+    log::info("call ", log::field("call", id), " is ended by the network: status ", status, ", ",
+              to_text(reason));
     tell_clients(id, wire::NETCM_CLIENT_STOP_IND, status, reason);
     release(id);
 }
@@ -183,7 +184,7 @@ void Calls::on_up(uint32_t id, const Addresses& addresses) {
     call.state = Call::State::kUp;
     call.addresses = addresses;
     statistics_.enter(addresses.interface);
-    log::info("call ", id, " is up on ", addresses.interface, " with the address ",
+    log::info("call ", log::field("call", id), " is up on ", addresses.interface, " with the address ",
               to_text(addresses.address));
     for (const Call::User& user : call.users)
         push_up(id, user);
@@ -201,7 +202,7 @@ void Calls::on_resumed(uint32_t id) {
 }
 
 void Calls::on_refused(uint32_t id, Reason reason) {
-    log::warning("call ", id, " did not come up: ", to_text(reason));
+    log::warning("call ", log::field("call", id), " did not come up: ", to_text(reason));
     for (const Call::User& user : calls_.at(id).users)
         clients_.push(user.client,
                       about(wire::NETCM_CLIENT_START_RSP, id, user.profile, kStatusTransport, reason));

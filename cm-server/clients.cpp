@@ -2,8 +2,6 @@
 
 #include <utility>
 
-#include "log.h"
-
 namespace quorvel::cm {
 namespace {
 
@@ -22,8 +20,9 @@ void keep_waiting(Client& client, Message message) {
 
 }  // namespace
 
-std::string describe(const Client& client) {
-    return "client " + std::to_string(client.id) + " (process " + std::to_string(client.peer.pid) + ")";
+log::Subject describe(const Client& client) {
+    return {"client " + std::to_string(client.id) + " (process " + std::to_string(client.peer.pid) + ")",
+            {{"client", client.id}, {"process", client.peer.pid}}};
 }
 
 Client* Clients::add(Connection& sync, int32_t app_id) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "connection.h"
+#include "log.h"
 
 namespace quorvel::cm {
 
@@ -26,7 +27,7 @@ struct Client {
 };
 
 // "client 3 (process 4711)".
-std::string describe(const Client& client);
+log::Subject describe(const Client& client);
 
 class Clients {
   public:

@@ -18,6 +18,11 @@ Peer peer_of(int fd) {
     return {credentials.pid, credentials.uid};
 }
 
+log::Subject describe(const Peer& peer) {
+    return {"process " + std::to_string(peer.pid) + " of user " + std::to_string(peer.uid),
+            {{"process", peer.pid}, {"user", peer.uid}}};
+}
+
 Connection::Connection(event_base* base, evutil_socket_t fd, const ConnectionLimits& limits, Handler& handler)
     : limits_(limits),
       handler_(handler),

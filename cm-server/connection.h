@@ -9,6 +9,7 @@
 #include <string>
 
 #include "events.h"
+#include "log.h"
 #include "protocol/message.h"
 #include "protocol/request.h"
 
@@ -22,6 +23,7 @@ struct Peer {
     bool operator==(const Peer&) const = default;
 };
 Peer peer_of(int fd);
+log::Subject describe(const Peer& peer);
 
 // What a client may do to the server before it is dropped.
 struct ConnectionLimits {

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 
 namespace quorvel::cm::log {
@@ -18,35 +19,82 @@ struct Name {
 constexpr std::array<Name, 4> kNames{{{"error", 3}, {"warning", 4}, {"info", 6}, {"debug", 7}}};
 
 Level g_level = Level::kInfo;
+Format g_format = Format::kText;
 
 const Name& name(Level level) {
     return kNames.at(static_cast<size_t>(level));
 }
 
-std::string clock_text() {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    tm parts{};
-    localtime_r(&now.tv_sec, &parts);
-    std::array<char, 32> day{};
-    std::strftime(day.data(), day.size(), "%H:%M:%S", &parts);
-    std::array<char, 48> text{};
-    std::snprintf(text.data(), text.size(), "%s.%03ld", day.data(), now.tv_nsec / 1000000);
-    return text.data();
+timespec now() {
+    timespec time{};
+    clock_gettime(CLOCK_REALTIME, &time);
+    return time;
 }
 
-// The journal has its own clock, and takes the level from a prefix.
-std::string prefix(Level level) {
-    static const bool in_journal = std::getenv("JOURNAL_STREAM") != nullptr && isatty(STDERR_FILENO) == 0;
-    if (in_journal)
-        return "<" + std::to_string(name(level).priority) + ">";
-    return clock_text() + " " + std::string(name(level).text) + ": ";
+std::string with_milliseconds(const char* text, const timespec& time) {
+    std::array<char, 48> result{};
+    std::snprintf(result.data(), result.size(), "%s.%03ld", text, time.tv_nsec / 1000000);
+    return result.data();
+}
+
+std::string local_clock() {
+    const timespec time = now();
+    tm parts{};
+    localtime_r(&time.tv_sec, &parts);
+    std::array<char, 32> text{};
+    std::strftime(text.data(), text.size(), "%H:%M:%S", &parts);
+    return with_milliseconds(text.data(), time);
+}
+
+std::string utc() {
+    const timespec time = now();
+    tm parts{};
+    gmtime_r(&time.tv_sec, &parts);
+    std::array<char, 32> text{};
+    std::strftime(text.data(), text.size(), "%FT%T", &parts);
+    return with_milliseconds(text.data(), time) + "Z";
+}
+
+bool in_journal() {
+    static const bool result = std::getenv("JOURNAL_STREAM") != nullptr && isatty(STDERR_FILENO) == 0;
+    return result;
+}
+
+// A name that a client has chosen must not look like another line, or tell a terminal something.
+std::string printable(const std::string& text) {
+    std::string result;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        std::array<char, 8> code{};
+        if (byte < 0x20 || byte == 0x7f)
+            std::snprintf(code.data(), code.size(), "\\x%02x", byte);
+        result += code[0] == '\0' ? std::string(1, c) : code.data();
+    }
+    return result;
+}
+
+std::string text_line(Level level, const std::string& text) {
+    // The journal has its own clock.
+    if (in_journal())
+        return printable(text);
+    return local_clock() + " " + std::string(name(level).text) + ": " + printable(text);
+}
+
+std::string json_line(Level level, const std::string& text, const std::vector<Field>& fields) {
+    nlohmann::ordered_json line{{"time", utc()}, {"level", name(level).text}, {"message", text}};
+    for (const Field& field : fields)
+        line[field.name] = field.value;
+    return line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 }  // namespace
 
 void set_level(Level level) {
     g_level = level;
+}
+
+void set_format(Format format) {
+    g_format = format;
 }
 
 Level level() {
@@ -60,8 +108,9 @@ Level level_from_name(std::string_view text) {
     throw std::invalid_argument("unknown log level \"" + std::string(text) + "\"");
 }
 
-void write(Level level, const std::string& text) {
-    const std::string out = prefix(level) + text + "\n";
+void write(Level level, const std::string& text, const std::vector<Field>& fields) {
+    std::string out = in_journal() ? "<" + std::to_string(name(level).priority) + ">" : "";
+    out += (g_format == Format::kJson ? json_line(level, text, fields) : text_line(level, text)) + "\n";
     std::fwrite(out.data(), 1, out.size(), stderr);
 }
 

@@ -1,9 +1,12 @@
-// What the server tells its operator: one line per event, on standard error.
+// What the server tells its operator: one line per event, on standard error, whatever clients put into it.
 #pragma once
 
+#include <cstdint>
+#include <ostream>
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace quorvel::cm::log {
 
@@ -16,7 +19,34 @@ Level level();
 // The level of a name ("error", "warning", "info", "debug"); throws std::invalid_argument for any other.
 Level level_from_name(std::string_view name);
 
-void write(Level level, const std::string& text);
+// Text for a reader, or one JSON object per line, with the fields of what the line is about.
+enum class Format { kText, kJson };
+void set_format(Format format);
+
+struct Field {
+    const char* name;
+    int64_t value;
+};
+
+// A part of a line that a machine may ask for.
+struct Subject {
+    std::string text;
+    std::vector<Field> fields;
+};
+inline std::ostream& operator<<(std::ostream& out, const Subject& subject) {
+    return out << subject.text;
+}
+inline Subject field(const char* name, int64_t value) {
+    return {std::to_string(value), {{name, value}}};
+}
+
+void write(Level level, const std::string& text, const std::vector<Field>& fields);
+
+inline void collect(std::vector<Field>& fields, const Subject& part) {
+    fields.insert(fields.end(), part.fields.begin(), part.fields.end());
+}
+template <class Part>
+void collect(std::vector<Field>&, const Part&) {}
 
 template <class... Parts>
 void line(Level wanted, const Parts&... parts) {
@@ -24,7 +54,9 @@ void line(Level wanted, const Parts&... parts) {
         return;
     std::ostringstream text;
     (text << ... << parts);
-    write(wanted, text.str());
+    std::vector<Field> fields;
+    (collect(fields, parts), ...);
+    write(wanted, text.str(), fields);
 }
 
 template <class... Parts>

@@ -11,6 +11,7 @@ namespace {
 
 int serve(Arguments& arguments) {
     log::set_level(log::level_from_name(arguments.log_level));
+    log::set_format(arguments.log_format == "json" ? log::Format::kJson : log::Format::kText);
     arguments.server.limits.request_time = std::chrono::milliseconds(arguments.request_time);
     if (arguments.server.store.empty())
         arguments.server.store = default_store_path();

@@ -189,7 +189,8 @@ void ask_profile_manager(Services services, Client& client, const Request& reque
     exchange.data = cursor.take(cursor.remaining());
     exchange.answer.profile = exchange.header.ProfileId;
     const char* words = carry_out(exchange);
-    log_request(client, words, ", profile ", exchange.answer.profile, outcome(exchange.answer.error));
+    log_request(client, words, ", profile ", log::field("profile", exchange.answer.profile),
+                outcome(exchange.answer.error));
     client.sync->send(to_message(exchange.answer, exchange.header.Command));
 }
 

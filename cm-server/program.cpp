@@ -22,6 +22,9 @@ void describe(CLI::App& app, Arguments& arguments) {
     app.add_option("--log-level", arguments.log_level, "How much to log")
         ->check(CLI::IsMember({"error", "warning", "info", "debug"}))
         ->capture_default_str();
+    app.add_option("--log-format", arguments.log_format, "Log in text, or an object of JSON on each line")
+        ->check(CLI::IsMember({"text", "json"}))
+        ->capture_default_str();
     app.add_option("--max-clients", arguments.server.max_clients,
                    "How many clients may be registered at a time")
         ->check(CLI::Range(1, 4096))

@@ -8,15 +8,6 @@
 #include "requests.h"
 
 namespace quorvel::cm {
-namespace {
-
-std::string describe_peer(const Connection& connection) {
-    return "process " + std::to_string(connection.peer().pid) + " of user " +
-           std::to_string(connection.peer().uid);
-}
-
-}  // namespace
-
 Server::Server(const ServerOptions& options, Config config)
     : options_(options),
       config_(std::move(config)),
@@ -96,7 +87,7 @@ void Server::links_changed() {
 void Server::accept(evutil_socket_t fd) {
     Connection::Handler& handler = *this;
     auto connection = std::make_unique<Connection>(base_.get(), fd, options_.limits, handler);
-    log::debug("connection from ", describe_peer(*connection));
+    log::debug("connection from ", describe(connection->peer()));
     connections_.add(std::move(connection));
 }
 
@@ -137,7 +128,8 @@ void Server::register_client(Connection& connection, const Request& request) {
     answer.record.Word1 = client->id;
     tap_.show(client->id, request);
     connection.send(answer);
-    log::info(describe(*client), " has registered, user ", client->peer.uid, ", application ", app_id);
+    log::info(describe(*client), " has registered, user ", log::field("user", client->peer.uid),
+              ", application ", log::field("application", app_id));
 }
 
 void Server::attach_client(Connection& connection, const Request& request) {
@@ -157,7 +149,7 @@ void Server::on_closed(Connection& connection, const std::string& why) {
         log::info(describe(*client), sync ? " has gone: " : " receives no events any more: ", why);
         sync ? forget(id) : clients_.detach(id);
     } else if (connection.role() == Connection::Role::kNone) {
-        log::info(describe_peer(connection), " is not served any more: ", why);
+        log::info(describe(connection.peer()), " is not served any more: ", why);
     }
     connections_.remove(connection);
 }

@@ -98,7 +98,7 @@ Control::~Control() = default;
 void Control::accept(evutil_socket_t fd) {
     const Peer peer = peer_of(fd);
     if (!may_control(peer)) {
-        log::warning("process ", peer.pid, " of user ", peer.uid, " may not control this server");
+        log::warning(describe(peer), " may not control this server");
         evutil_closesocket(fd);
         return;
     }
