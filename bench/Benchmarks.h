@@ -16,6 +16,8 @@ void on_event(NetCMEvent* event);
 void measure_threads(Report& report);
 // The resolver: a lookup, the decoder, the cache.
 void measure_names(Report& report);
+// Lookups in the background. Registers by itself, for a connection of its own.
+void measure_background(Report& report);
 // Start and memory of a program that uses the library, beside others. Needs the server, and no registration.
 void measure_start(Report& report);
 

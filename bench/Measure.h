@@ -15,6 +15,9 @@ int64_t now_ns();
 
 double median(std::vector<double> values);
 
+// Ends the benchmark with an error that names what could not be done.
+void must(bool done, const char* what);
+
 // One of the things that are compared.
 struct Contestant {
     std::string name;

@@ -1,5 +1,6 @@
 #include "Server.h"
 
+#include <arpa/inet.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -12,9 +13,11 @@
 #include <cstdio>
 #include <cstring>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "Measure.h"
+#include "Responder.h"
 
 namespace quorvel::bench {
 namespace {
@@ -67,6 +70,8 @@ class Loop {
             return true;
         }
         close(fd);
+        if (fd == async_fd_)
+            async_fd_ = -1;
         return false;
     }
 
@@ -75,6 +80,7 @@ class Loop {
         switch (request.Command) {
             case wire::NETCM_CLIENT_ASYNC_REGISTER_REQ:
                 async_fd_ = fd;
+                bring_up();
                 return;
             case kBecomePushTarget:
                 anchor_fd_ = fd;
@@ -85,12 +91,33 @@ class Loop {
             case wire::NETCM_CLIENT_REGISTER_REQ:
                 record.Word1 = 7;
                 break;
+            case wire::NETCM_CLIENT_START_REQ:
+                starting_ = request.Arg4;
+                break;
             default:
                 break;
         }
         const wire::CommandEntry* command = wire::find_command(request.Command);
         record.Code = command != nullptr ? command->answer : 0;
         write_all(fd, &record, sizeof record);
+        bring_up();
+    }
+
+    // Tells the client that its call, number 0, is up: on the loopback device, with a name server. The socket
+    // for that may be registered after the request for the call has been read.
+    void bring_up() {
+        if (async_fd_ < 0 || starting_ == 0)
+            return;
+        struct {
+            wire::Record event;
+            wire::ConnectionBlock connection;
+        } up{};
+        up.event.Code = wire::NETCM_CLIENT_START_RSP;
+        up.event.Word2 = std::exchange(starting_, 0);
+        up.connection.DnsCount = 1;
+        inet_pton(AF_INET, kNameServer, up.connection.DnsAddr[0].Addr);
+        strcpy(up.connection.IfaceName, "lo");
+        write_all(async_fd_, &up, sizeof up);
     }
 
     static void push(int control, int target, uint32_t times) {
@@ -111,6 +138,7 @@ class Loop {
 
     std::vector<pollfd> fds_;
     int async_fd_ = -1;
+    uint32_t starting_ = 0;  // the profile of a call that has been asked for and is not up yet
     int anchor_fd_ = -1;
 };
 

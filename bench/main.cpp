@@ -1,6 +1,6 @@
-// quorvel-bench [exchange] [push] [threads] [names] [start]: measures, prints a table, and fails when a bar
-// is missed. Without arguments it measures everything. script/bench builds it and runs it where it disturbs
-// nobody.
+// quorvel-bench [start] [exchange] [push] [threads] [names] [background]: measures, prints a table, and fails
+// when a bar is missed. Without arguments it measures everything. script/bench builds it and runs it where it
+// disturbs nobody.
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
@@ -18,8 +18,9 @@ struct Benchmark {
 };
 
 constexpr Benchmark kBenchmarks[] = {
-    {"start", false, measure_start},    {"exchange", true, measure_exchange}, {"push", true, measure_push},
-    {"threads", true, measure_threads}, {"names", false, measure_names},
+    {"start", false, measure_start}, {"exchange", true, measure_exchange},
+    {"push", true, measure_push},    {"threads", true, measure_threads},
+    {"names", false, measure_names}, {"background", false, measure_background},
 };
 
 bool is_known(const char* name) {
