@@ -48,12 +48,14 @@ Client* Clients::attach(Connection& async, uint32_t id) {
         return nullptr;
     client->async = &async;
     async.assign(Connection::Role::kAsync, id);
-    for (const Message& message : client->waiting)
-        async.send(message);
-    client->waiting.clear();
-    client->waiting_bytes = 0;
-    client->loses_events = false;
     return client;
+}
+
+void Clients::push_waiting(Client& client) {
+    for (const Message& message : std::exchange(client.waiting, {}))
+        client.async->send(message);
+    client.waiting_bytes = 0;
+    client.loses_events = false;
 }
 
 void Clients::detach(uint32_t id) {

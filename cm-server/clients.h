@@ -38,6 +38,8 @@ class Clients {
     void remove(uint32_t id);
     // Null when the id is not known, belongs to another process, or has its async socket already.
     Client* attach(Connection& async, uint32_t id);
+    // Sends what has waited for the async socket that is there now.
+    static void push_waiting(Client& client);
     void detach(uint32_t id);
 
     Client* find(uint32_t id);

@@ -133,12 +133,13 @@ void Server::register_client(Connection& connection, const Request& request) {
 }
 
 void Server::attach_client(Connection& connection, const Request& request) {
-    const Client* client = clients_.attach(connection, request.header.ClientId);
+    Client* client = clients_.attach(connection, request.header.ClientId);
     if (client == nullptr)
         return connection.close("it offers an async socket for client " +
                                 std::to_string(request.header.ClientId) + ", which it is not");
     tap_.show(client->id, request);
     log::info(describe(*client), " receives events");
+    Clients::push_waiting(*client);
 }
 
 void Server::on_closed(Connection& connection, const std::string& why) {

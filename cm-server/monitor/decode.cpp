@@ -4,6 +4,7 @@
 #include <array>
 #include <string_view>
 
+#include "monitor/decode_blocks.h"
 #include "protocol/cursor.h"
 #include "protocol/pm_message.h"
 #include "store/fields.h"
@@ -25,10 +26,9 @@ bool is_secret(std::string_view column) {
 }
 
 json profile_json(const NetPMProfile& profile) {
-    const std::string_view name(profile.ProfileName, sizeof(profile.ProfileName));
     json result{{"id", profile.ProfileId},
                 {"type", profile.ProfileType},
-                {"name", name.substr(0, name.find('\0'))},
+                {"name", field_text(profile.ProfileName)},
                 {"attributes", profile.ProfileAttr}};
     for (const Field& field : profile_fields()) {
         if (!has_part(profile, field.part))
@@ -49,24 +49,6 @@ json profile_data(std::span<const std::byte> data) {
     ProfileSlot slot{};
     Cursor cursor(data);
     return cursor.read(slot) && cursor.remaining() == 0 ? profile_json(slot.profile) : json(data.size());
-}
-
-json connection_json(const wire::ConnectionBlock& block) {
-    const auto dotted = [](const NetCMAddr& address) {
-        in_addr plain{};
-        std::ranges::copy_n(address.Addr, sizeof(plain), reinterpret_cast<uint8_t*>(&plain));
-        return to_text(plain);
-    };
-    json dns = json::array();
-    for (int32_t i = 0; i < std::clamp(block.DnsCount, 0, 2); ++i)
-        dns.push_back(dotted(block.DnsAddr[i]));
-    const std::string_view name(block.IfaceName, sizeof(block.IfaceName));
-    return {{"interface", name.substr(0, name.find('\0'))}, {"address", dotted(block.IpAddr)}, {"dns", dns}};
-}
-
-template <class Block>
-bool read_block(const Message& message, Block& block) {
-    return Cursor(message.block).read(block);
 }
 
 json pm_request(const Request& request) {
@@ -91,7 +73,8 @@ json pm_answer(const Message& message) {
     if (const PmErrorEntry* error = find_pm_error(record.CallId))
         fields["error-name"] = error->name;
     if (!message.block.empty())
-        fields["data"] = profile_data(message.block);
+        fields["data"] = is_list(record.Word1) ? profile_list_json(record.Word1, message.block)
+                                               : profile_data(message.block);
     return fields;
 }
 
@@ -140,12 +123,10 @@ json request_fields(const Request& request) {
     }
 }
 
-json list_fields(const Message& message) {
-    wire::ProfileIdBlock block{};
-    const auto size = std::min(message.block.size(), sizeof(block.Count));
-    std::ranges::copy_n(message.block.begin(), static_cast<ptrdiff_t>(size),
-                        std::as_writable_bytes(std::span(&block.Count, 1)).begin());
-    return {{"status", message.record.Status}, {"count", block.Count}};
+json block_fields(const Message& message) {
+    json fields = block_json(message);
+    fields["status"] = message.record.Status;
+    return fields;
 }
 
 json call_fields(const Message& message) {
@@ -155,8 +136,8 @@ json call_fields(const Message& message) {
                 {"status", record.Status}};
     if (record.Word5 != 0)
         fields["reason"] = record.Word5;
-    if (wire::ConnectionBlock block{}; read_block(message, block))
-        fields["connection"] = connection_json(block);
+    if (!message.block.empty())
+        fields["connection"] = block_json(message);
     return fields;
 }
 
@@ -168,7 +149,8 @@ json answer_fields(const Message& message, bool event) {
         case wire::NETCM_CLIENT_GET_ACTIVE_PROFILE_IDS_RSP:
         case wire::NETCM_CLIENT_GET_ACTIVE_CONN_LIST_RSP:
         case wire::NETCM_CLIENT_GET_ACTIVE_PROFILE_NAME_LIST_RSP:
-            return list_fields(message);
+        case wire::NETCM_CLIENT_GET_STAT_INFO_RSP:
+            return block_fields(message);
         case wire::NETCM_CLIENT_TUNNEL_RSP:
         case wire::NETCM_CLIENT_TUNNEL_IND:
             return {{"length", record.Word2}, {"id", record.CallId}, {"status", record.Status}};

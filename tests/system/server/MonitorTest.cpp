@@ -40,6 +40,46 @@ TEST_F(Monitor, shows_requests_answers_and_events_by_name) {
     program->wait_for_out("1 <== NETCM_CLIENT_START_RSP call=0 connection={\"address\":\"127.0.0.1\"");
 }
 
+TEST_F(Monitor, shows_the_fields_of_blocks) {
+    client.open(1);
+    attach();
+    for (const uint32_t command :
+         {wire::NETCM_CLIENT_GET_ACTIVE_PROFILE_IDS_REQ, wire::NETCM_CLIENT_GET_ACTIVE_PROFILE_NAME_LIST_REQ,
+          wire::NETCM_CLIENT_GET_ACTIVE_CONN_LIST_REQ, wire::NETCM_CLIENT_GET_STAT_INFO_REQ})
+        client.tell(command, {.Param = NETCM_IFACE_PDP});
+    program->wait_for_out("GET_ACTIVE_PROFILE_IDS_RSP count=1 profiles=[1] status=0\n");
+    program->wait_for_out("GET_ACTIVE_PROFILE_NAME_LIST_RSP count=1 names=[\"local\"] status=0\n");
+    program->wait_for_out(
+        "GET_ACTIVE_CONN_LIST_RSP "
+        "connections=[{\"access-point\":\"local\",\"address\":\"127.0.0.1\",\"call\":0,"
+        "\"interface\":\"lo\",\"profile\":1,\"suspended\":false,\"users\":1}] count=1 status=0\n");
+    program->wait_for_out("GET_STAT_INFO_RSP receive-errors=0 received-bytes=");
+}
+
+TEST_F(Monitor, shows_lists_of_profiles) {
+    attach();
+    ask_pm(client, 10, 0, {}, 2, 16);
+    program->wait_for_out("NETPM_PROFILE_RSP data={\"count\":1,\"profiles\":[1]}");
+    ask_pm(client, 15, 0, {}, 2);
+    program->wait_for_out("data=[{\"id\":1,\"name\":\"local\",\"network\":\"local\",\"type\":0}]");
+}
+
+TEST_F(Monitor, shows_an_async_socket_before_the_events_that_have_waited_for_it) {
+    attach();
+    RawSocket sync;
+    sync.send({wire::NETCM_CLIENT_REGISTER_REQ, 0, 3, 0, 0, 0});
+    const uint32_t id = sync.record().Word1;
+    sync.send({wire::NETCM_CLIENT_TUNNEL_REQ, 0, id, 0, 0, 0});
+    sync.record();
+    RawSocket async;
+    async.send({wire::NETCM_CLIENT_ASYNC_REGISTER_REQ, 0, id, 0, 0, 0});
+    async.record();
+    program->wait_for_out("<== NETCM_CLIENT_TUNNEL_RSP");
+    program->send_signal(SIGTERM);
+    const std::string shown = program->wait().out;
+    EXPECT_LT(shown.find("2 --> NETCM_CLIENT_ASYNC_REGISTER_REQ"), shown.find("<== NETCM_CLIENT_TUNNEL_RSP"));
+}
+
 TEST_F(Monitor, masks_the_secrets_of_profiles) {
     attach();
     NetPMProfile profile = pdp_profile("named", "internet");
