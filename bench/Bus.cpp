@@ -130,7 +130,7 @@ void BusPair::connect_through_daemon() {
 
 void BusPair::call() {
     sd_bus_message* reply = nullptr;
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error{};
     check(sd_bus_call_method(bus_, destination_, kPath, kName, "GetNetworkStatus", &error, &reply, "uu", 1u,
                              7u),
           "a call");
