@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
-#include <stdexcept>
 #include <system_error>
 
 namespace quorvel::bench {
@@ -31,11 +30,6 @@ int64_t now_ns() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
     return now.tv_sec * 1'000'000'000LL + now.tv_nsec;
-}
-
-void must(bool done, const char* what) {
-    if (!done)
-        throw std::runtime_error(what);
 }
 
 double median(std::vector<double> values) {

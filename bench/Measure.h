@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -16,7 +17,10 @@ int64_t now_ns();
 double median(std::vector<double> values);
 
 // Ends the benchmark with an error that names what could not be done.
-void must(bool done, const char* what);
+inline void must(bool done, const char* what) {
+    if (!done)
+        throw std::runtime_error(what);
+}
 
 // One of the things that are compared.
 struct Contestant {
