@@ -16,94 +16,88 @@ NetPMAppProf known(Store& store, uint32_t id) {
     return *application;
 }
 
-void add(Store& store, AppProfMsg& message) {
-    store.add_application(message.Application.AppId);
+void add(Store& store, wire::AppProfMsg& message) {
+    store.add_application(message.AppProf.AppId);
 }
 
-void remove(Store& store, AppProfMsg& message) {
-    store.remove_application(message.Application.AppId);
+void remove(Store& store, wire::AppProfMsg& message) {
+    store.remove_application(message.AppProf.AppId);
 }
 
-void check(Store& store, AppProfMsg& message) {
-    message.Application.AppId = store.application(message.Application.AppId) ? 1 : 0;
+void check(Store& store, wire::AppProfMsg& message) {
+    message.AppProf.AppId = store.application(message.AppProf.AppId) ? 1 : 0;
 }
 
-void get(Store& store, AppProfMsg& message) {
-    message.Application = known(store, message.Application.AppId);
+void get(Store& store, wire::AppProfMsg& message) {
+    message.AppProf = known(store, message.AppProf.AppId);
 }
 
-void set(Store& store, AppProfMsg& message) {
-    NetPMAppProf changed = known(store, message.Application.AppId);
-    changed.Param = message.Application.Param;
+void set(Store& store, wire::AppProfMsg& message) {
+    NetPMAppProf changed = known(store, message.AppProf.AppId);
+    changed.Param = message.AppProf.Param;
     if (message.BProfIdValid != 0)
-        changed.ProfileId = message.Application.ProfileId;
+        changed.ProfileId = message.AppProf.ProfileId;
     if (message.BNetIfaceListValid != 0)
-        std::ranges::copy(message.Application.NetIfaceList, changed.NetIfaceList);
+        std::ranges::copy(message.AppProf.NetIfaceList, changed.NetIfaceList);
     store.set_application(changed);
-    message.Application = changed;
+    message.AppProf = changed;
 }
 
-void get_proper(Store& store, AppProfMsg& message) {
-    message.Application.AppId = static_cast<uint32_t>(store.proper_profile(message.Application.AppId));
+void get_proper(Store& store, wire::AppProfMsg& message) {
+    message.AppProf.AppId = static_cast<uint32_t>(store.proper_profile(message.AppProf.AppId));
 }
 
-void set_payment(Store& store, AppProfMsg& message) {
-    store.set_payment(message.Application.Param, message.Application.ProfileId);
+void set_payment(Store& store, wire::AppProfMsg& message) {
+    store.set_payment(message.AppProf.Param, message.AppProf.ProfileId);
 }
 
 struct Entry {
     uint32_t command;
     const char* words;
-    void (*handler)(Store&, AppProfMsg&);
+    void (*handler)(Store&, wire::AppProfMsg&);
 };
-constexpr uint32_t kGetProperProfileAsync = 9;
 constexpr std::array kHandlers{
-    Entry{1, "adds application ", add},
-    Entry{2, "deletes application ", remove},
-    Entry{3, "asks whether it knows application ", check},
-    Entry{4, "reads the binding of application ", get},
-    Entry{5, "binds application ", set},
-    Entry{8, "asks for the profile of application ", get_proper},
-    Entry{kGetProperProfileAsync, "asks for an event with the profile of application ", get_proper},
-    Entry{10, "changes the payment setting, application ", set_payment},
+    Entry{wire::NETPM_APPPROF_ADD_APP_ID, "adds application ", add},
+    Entry{wire::NETPM_APPPROF_DELETE_APP_ID, "deletes application ", remove},
+    Entry{wire::NETPM_APPPROF_CHECK_APP_ID, "asks whether it knows application ", check},
+    Entry{wire::NETPM_APPPROF_GET_APP_INFO, "reads the binding of application ", get},
+    Entry{wire::NETPM_APPPROF_SET_APP_INFO, "binds application ", set},
+    Entry{wire::NETPM_APPPROF_GET_PROPER_PROFILE, "asks for the profile of application ", get_proper},
+    Entry{wire::NETPM_APPPROF_ASYNC_PROPER_PROFILE, "asks for an event with the profile of application ",
+          get_proper},
+    Entry{wire::NETPM_APPPROF_CHANGE_PAYMENT, "changes the payment setting, application ", set_payment},
 };
 
-const char* carry_out(Store& store, AppProfMsg& message) {
+const char* carry_out(Store& store, wire::AppProfMsg& message) {
     const auto found = std::ranges::find(kHandlers, message.Cmd, &Entry::command);
-    try {
-        if (found == kHandlers.end())
-            throw PmRefusal(PM_ERR_UNKNOWN_COMMAND);
-        found->handler(store, message);
-    } catch (const PmRefusal& refusal) {
-        message.Result = refusal.error;
-    } catch (const DatabaseError& error) {
-        log::error("the store fails: ", error.what());
-        message.Result = PM_ERR_STORE;
+    if (found == kHandlers.end()) {
+        message.Result = PM_ERR_UNKNOWN_COMMAND;
+        return "asks something unknown of application ";
     }
-    return found == kHandlers.end() ? "asks something unknown of application " : found->words;
+    message.Result = attempt([&] { found->handler(store, message); });
+    return found->words;
 }
 
 // The event of the asynchronous request names the application and the profile in words of its own.
-Message event_of(uint32_t application, const AppProfMsg& answer) {
+Message event_of(uint32_t application, const wire::AppProfMsg& answer) {
     Message message = make_message(wire::NETCM_CLIENT_PROPER_PROFILE_RSP, answer.Result);
     message.record.Word2 = answer.Cmd;
     message.record.Word5 = application;
-    message.record.Word6 = answer.Result == PM_SUCCESS ? answer.Application.AppId : 0;
+    message.record.Word6 = answer.Result == PM_SUCCESS ? answer.AppProf.AppId : 0;
     return message;
 }
 
 }  // namespace
 
 void ask_application_profile(Services services, Client& client, const Request& request) {
-    AppProfMsg message{};
+    wire::AppProfMsg message{};
     Cursor cursor(request.payload);
     if (!cursor.read(message))
         return;
-    const uint32_t application = message.Application.AppId;
-    const bool with_event = message.Cmd == kGetProperProfileAsync;
-    message.Result = PM_SUCCESS;
+    const uint32_t application = message.AppProf.AppId;
+    const bool with_event = message.Cmd == wire::NETPM_APPPROF_ASYNC_PROPER_PROFILE;
     const char* words = carry_out(services.store, message);
-    message.Cmd += kPmAnswer;
+    message.Cmd += wire::kPmAnswer;
     log_request(client, words, log::field("application", static_cast<int32_t>(application)),
                 outcome(static_cast<PmError>(message.Result)));
     if (with_event)

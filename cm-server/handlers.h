@@ -39,6 +39,20 @@ inline Message answer_to(const Request& request, uint32_t status = NETCM_SUCCESS
     return make_message(static_cast<wire::Event>(code), status);
 }
 
+// Runs what asks the store: done, or why it is refused.
+template <class Action>
+PmError attempt(const Action& action) {
+    try {
+        action();
+        return PM_SUCCESS;
+    } catch (const PmRefusal& refusal) {
+        return refusal.error;
+    } catch (const DatabaseError& error) {
+        log::error("the store fails: ", error.what());
+        return PM_ERR_STORE;
+    }
+}
+
 template <class... Parts>
 void log_request(const Client& client, const Parts&... parts) {
     log::info(describe(client), " ", parts...);

@@ -12,7 +12,7 @@ namespace {
 // One request, and the answer that is being made.
 struct Exchange {
     Services services;
-    PmRequestHeader header{};
+    wire::PmRequestHeader header{};
     std::span<const std::byte> data;
     PmAnswer answer;
 };
@@ -27,9 +27,9 @@ T data_of(const Exchange& exchange) {
     return result;
 }
 
-template <size_t Size>
+template <class Field>
 std::string text_of(const Exchange& exchange) {
-    const auto field = data_of<std::array<char, Size>>(exchange);
+    const auto field = data_of<std::array<char, sizeof(Field)>>(exchange);
     return {field.begin(), std::ranges::find(field, '\0')};
 }
 
@@ -53,11 +53,11 @@ int32_t default_of(Store& store) {
 }
 
 void add(Exchange& exchange) {
-    exchange.answer.profile = exchange.services.store.add(data_of<ProfileSlot>(exchange).profile);
+    exchange.answer.profile = exchange.services.store.add(data_of<wire::PmProfileSlot>(exchange).Profile);
 }
 
 void modify(Exchange& exchange) {
-    exchange.services.store.modify(exchange.header.ProfileId, data_of<ProfileSlot>(exchange).profile);
+    exchange.services.store.modify(exchange.header.ProfileId, data_of<wire::PmProfileSlot>(exchange).Profile);
 }
 
 void remove(Exchange& exchange) {
@@ -68,7 +68,7 @@ void remove(Exchange& exchange) {
 
 void send_profile(Exchange& exchange, int32_t id) {
     exchange.answer.profile = id;
-    append(exchange.answer.data, ProfileSlot{exchange.services.store.read(id), {}});
+    append(exchange.answer.data, wire::PmProfileSlot{exchange.services.store.read(id), {}});
 }
 
 void get(Exchange& exchange) {
@@ -129,12 +129,14 @@ void list_partial(Exchange& exchange) {
 }
 
 void find_by_apn(Exchange& exchange) {
-    send_ids(exchange, exchange.services.store.find(NETPM_PROFILE_PDP, text_of<100>(exchange)), SIZE_MAX);
+    send_ids(exchange, exchange.services.store.find(NETPM_PROFILE_PDP, text_of<wire::PmApnField>(exchange)),
+             SIZE_MAX);
 }
 
 void find(Exchange& exchange) {
     const NetPMProfileType type = type_of(exchange.header.Arg);
-    const std::string key = type == NETPM_PROFILE_PDP ? text_of<100>(exchange) : text_of<32>(exchange);
+    const std::string key = type == NETPM_PROFILE_PDP ? text_of<wire::PmApnField>(exchange)
+                                                      : text_of<wire::PmEssidField>(exchange);
     send_ids(exchange, exchange.services.store.find(type, key), SIZE_MAX);
 }
 
@@ -148,35 +150,31 @@ struct Entry {
     void (*handler)(Exchange&);
 };
 constexpr std::array kHandlers{
-    Entry{1, "adds a profile", add},
-    Entry{2, "changes a profile", modify},
-    Entry{3, "deletes a profile", remove},
-    Entry{4, "reads a profile", get},
-    Entry{5, "asks for the status of a profile", get_status},
-    Entry{6, "reads the default profile", get_default},
-    Entry{7, "asks for the default profile", get_default_id},
-    Entry{8, "makes a profile the default", set_default},
-    Entry{10, "lists profiles", list_ids},
-    Entry{13, "restores the factory's profiles", restore},
-    Entry{14, "asks for the attributes of a profile", get_attributes},
-    Entry{15, "lists profiles with their networks", list_partial},
-    Entry{16, "finds profiles by access point", find_by_apn},
-    Entry{17, "finds profiles", find},
+    Entry{wire::NETPM_CLIENT_ADD_PROFILE_REQ, "adds a profile", add},
+    Entry{wire::NETPM_CLIENT_MODIFY_PROFILE_REQ, "changes a profile", modify},
+    Entry{wire::NETPM_CLIENT_DELETE_PROFILE_REQ, "deletes a profile", remove},
+    Entry{wire::NETPM_CLIENT_GET_PROFILE_REQ, "reads a profile", get},
+    Entry{wire::NETPM_CLIENT_GET_PROFILE_STATUS_REQ, "asks for the status of a profile", get_status},
+    Entry{wire::NETPM_CLIENT_GET_DEFAULT_PROFILE_REQ, "reads the default profile", get_default},
+    Entry{wire::NETPM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ, "asks for the default profile", get_default_id},
+    Entry{wire::NETPM_CLIENT_SET_DEFAULT_PROFILE_ID_REQ, "makes a profile the default", set_default},
+    Entry{wire::NETPM_CLIENT_GET_POFILE_LIST_REQ, "lists profiles", list_ids},
+    Entry{wire::NETPM_CLIENT_RESTORE_PROFILES_REQ, "restores the factory's profiles", restore},
+    Entry{wire::NETPM_CLIENT_GET_PROFILE_ATTR_REQ, "asks for the attributes of a profile", get_attributes},
+    Entry{wire::NETPM_CLIENT_GET_PARTIAL_PROFILE_LIST_REQ, "lists profiles with their networks",
+          list_partial},
+    Entry{wire::NETPM_CLIENT_GET_PROFILE_ID_FOR_APN_REQ, "finds profiles by access point", find_by_apn},
+    Entry{wire::NETPM_CLIENT_FIND_PROFILE_IDS_REQ, "finds profiles", find},
 };
 
 const char* carry_out(Exchange& exchange) {
     const auto found = std::ranges::find(kHandlers, exchange.header.Command, &Entry::command);
-    try {
-        if (found == kHandlers.end())
-            throw PmRefusal(PM_ERR_UNKNOWN_COMMAND);
-        found->handler(exchange);
-    } catch (const PmRefusal& refusal) {
-        exchange.answer.refuse(refusal.error);
-    } catch (const DatabaseError& error) {
-        log::error("the store fails: ", error.what());
-        exchange.answer.refuse(PM_ERR_STORE);
-    }
-    return found == kHandlers.end() ? "asks the profile manager something unknown" : found->words;
+    const bool known = found != kHandlers.end();
+    const PmError error =
+        known ? attempt([&] { found->handler(exchange); }) : PmError{PM_ERR_UNKNOWN_COMMAND};
+    if (error != PM_SUCCESS)
+        exchange.answer.refuse(error);
+    return known ? found->words : "asks the profile manager something unknown";
 }
 
 }  // namespace

@@ -46,18 +46,27 @@ json profile_json(const NetPMProfile& profile) {
 }
 
 json profile_data(std::span<const std::byte> data) {
-    ProfileSlot slot{};
+    wire::PmProfileSlot slot{};
     Cursor cursor(data);
-    return cursor.read(slot) && cursor.remaining() == 0 ? profile_json(slot.profile) : json(data.size());
+    return cursor.read(slot) && cursor.remaining() == 0 ? profile_json(slot.Profile) : json(data.size());
+}
+
+// A command by its name, an answer (`above` is kPmAnswer) by that of the command which it answers; a number
+// that is none of them stays a number.
+json command_json(std::span<const wire::PmCommandEntry> table, uint32_t code, uint32_t above = 0) {
+    const wire::PmCommandEntry* entry = wire::find_entry(table, code - above);
+    return entry != nullptr ? json(entry->name) : json(code);
 }
 
 json pm_request(const Request& request) {
-    PmRequestHeader header{};
+    wire::PmRequestHeader header{};
     Cursor cursor(request.payload);
     if (!cursor.read(header))
         return json::object();
-    json fields{
-        {"pm", header.Command}, {"profile", header.ProfileId}, {"arg", header.Arg}, {"arg2", header.Arg2}};
+    json fields{{"pm", command_json(wire::kPmCommands, header.Command)},
+                {"profile", header.ProfileId},
+                {"arg", header.Arg},
+                {"arg2", header.Arg2}};
     if (cursor.remaining() > 0)
         fields["data"] = profile_data(cursor.take(cursor.remaining()));
     return fields;
@@ -65,7 +74,7 @@ json pm_request(const Request& request) {
 
 json pm_answer(const Message& message) {
     const wire::Record& record = message.record;
-    json fields{{"pm", record.Word1},
+    json fields{{"pm", command_json(wire::kPmCommands, record.Word1, wire::kPmAnswer)},
                 {"profile", signed_word(record.Word2)},
                 {"error", record.CallId},
                 {"length", record.Word5},
@@ -78,17 +87,15 @@ json pm_answer(const Message& message) {
     return fields;
 }
 
-json app_fields(const AppProfMsg& message) {
-    return {{"app-profile", message.Cmd},
+json app_message(std::span<const std::byte> bytes, uint32_t above = 0) {
+    wire::AppProfMsg message{};
+    if (!Cursor(bytes).read(message))
+        return json::object();
+    return {{"app-profile", command_json(wire::kAppProfCommands, message.Cmd, above)},
             {"result", message.Result},
-            {"application", signed_word(message.Application.AppId)},
-            {"param", message.Application.Param},
-            {"profile", signed_word(message.Application.ProfileId)}};
-}
-
-json app_message(std::span<const std::byte> bytes) {
-    AppProfMsg message{};
-    return Cursor(bytes).read(message) ? app_fields(message) : json::object();
+            {"application", signed_word(message.AppProf.AppId)},
+            {"param", message.AppProf.Param},
+            {"profile", signed_word(message.AppProf.ProfileId)}};
 }
 
 json request_fields(const Request& request) {
@@ -163,7 +170,8 @@ json answer_fields(const Message& message, bool event) {
         case wire::NETCM_CLIENT_PROPER_PROFILE_RSP:
             if (event)
                 return {{"application", record.Word5}, {"profile", record.Word6}, {"status", record.Status}};
-            return app_message(std::as_bytes(std::span(&record, 1)).subspan(offsetof(wire::Record, Word1)));
+            return app_message(std::as_bytes(std::span(&record, 1)).subspan(offsetof(wire::Record, Word1)),
+                               wire::kPmAnswer);
         case wire::NETCM_CLIENT_START_RSP:
         case wire::NETCM_CLIENT_STOP_RSP:
         case wire::NETCM_CLIENT_KILL_RSP:

@@ -12,8 +12,10 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::array<uint32_t, 3> kIdLists{kPmAnswer + 10, kPmAnswer + 16, kPmAnswer + 17};
-constexpr uint32_t kPartialList = kPmAnswer + 15;
+constexpr std::array<uint32_t, 3> kIdLists{wire::kPmAnswer + wire::NETPM_CLIENT_GET_POFILE_LIST_REQ,
+                                           wire::kPmAnswer + wire::NETPM_CLIENT_GET_PROFILE_ID_FOR_APN_REQ,
+                                           wire::kPmAnswer + wire::NETPM_CLIENT_FIND_PROFILE_IDS_REQ};
+constexpr uint32_t kPartialList = wire::kPmAnswer + wire::NETPM_CLIENT_GET_PARTIAL_PROFILE_LIST_REQ;
 
 json to_json(const wire::ConnectionBlock& block) {
     const auto dotted = [](const NetCMAddr& address) {

@@ -4,23 +4,33 @@
 
 namespace quorvel::cm {
 
+namespace {
+
+// The words behind the code of a record are the answer.
+template <class Answer>
+Message message_with(wire::Event code, const Answer& answer) {
+    static_assert(sizeof(answer) <= sizeof(wire::Record) - offsetof(wire::Record, Word1));
+    Message message = make_message(code);
+    std::memcpy(&message.record.Word1, &answer, sizeof(answer));
+    return message;
+}
+
+}  // namespace
+
 Message to_message(const PmAnswer& answer, uint32_t command) {
-    Message message = make_message(wire::NETPM_PROFILE_RSP);
-    wire::Record& record = message.record;
-    record.Word1 = kPmAnswer + command;
-    record.Word2 = static_cast<uint32_t>(answer.profile);
-    record.CallId = answer.error;
-    record.Word5 = static_cast<uint32_t>(answer.data.size());
-    record.Word6 = answer.value;
+    const wire::PmResponseBlock block{.RspCode = wire::kPmAnswer + command,
+                                      .ProfileId = answer.profile,
+                                      .Error = answer.error,
+                                      .Reserved = 0,
+                                      .ExtDataLength = static_cast<uint32_t>(answer.data.size()),
+                                      .Value = answer.value};
+    Message message = message_with(wire::NETPM_PROFILE_RSP, block);
     message.block = answer.data;
     return message;
 }
 
-Message to_message(const AppProfMsg& answer) {
-    Message message = make_message(wire::NETCM_CLIENT_PROPER_PROFILE_RSP);
-    static_assert(sizeof(answer) == sizeof(message.record) - offsetof(wire::Record, Word1));
-    std::memcpy(&message.record.Word1, &answer, sizeof(answer));
-    return message;
+Message to_message(const wire::AppProfMsg& answer) {
+    return message_with(wire::NETCM_CLIENT_PROPER_PROFILE_RSP, answer);
 }
 
 std::string outcome(PmError error) {

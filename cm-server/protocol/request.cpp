@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "common/PmWire.h"
 #include "protocol/cursor.h"
 
 namespace quorvel::cm {
@@ -20,9 +21,9 @@ std::optional<size_t> payload_size(const wire::RequestHeader& header, Cursor res
         case wire::NETCM_CLIENT_TUNNEL_REQ:
             return checked_size("tunnel data", header.Arg4, kMaxTunnelData);
         case wire::NETPM_APPPROF_REQ:
-            return kAppProfileMessageSize;
+            return sizeof(wire::AppProfMsg);
         case wire::NETPM_PROFILE_REQ: {
-            PmRequestHeader profile_header{};
+            wire::PmRequestHeader profile_header{};
             if (!rest.read(profile_header))
                 return std::nullopt;
             return sizeof(profile_header) +

@@ -15,17 +15,6 @@ namespace quorvel::cm {
 inline constexpr uint32_t kMaxTunnelData = 1024 * 1024;
 // The largest data of a profile-manager request. Its largest valid data is a profile of 972 bytes.
 inline constexpr uint32_t kMaxProfileData = 4096;
-inline constexpr size_t kAppProfileMessageSize = 36;
-
-// The first bytes of the payload of a profile-manager request.
-struct PmRequestHeader {
-    uint32_t Command;
-    int32_t ProfileId;
-    uint32_t Arg;
-    uint32_t DataLength;
-    uint32_t Arg2;
-};
-static_assert(sizeof(PmRequestHeader) == 20);
 
 struct Request {
     wire::RequestHeader header{};

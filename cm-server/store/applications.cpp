@@ -1,6 +1,7 @@
 // Which profile and which interfaces an application uses, and the payment setting.
 #include <algorithm>
 
+#include "common/PmWire.h"
 #include "store/store.h"
 
 namespace quorvel::cm {
@@ -64,9 +65,8 @@ int32_t Store::proper_profile(uint32_t id) {
 }
 
 void Store::set_payment(uint32_t csc, uint32_t payment) {
-    constexpr uint32_t kFirstCsc = 8;
-    constexpr uint32_t kLastCsc = 9;
-    if (csc < kFirstCsc || csc > kLastCsc || payment > 1)
+    const bool known_csc = csc == wire::kCscVgr || csc == wire::kCscVod;
+    if (!known_csc || (payment != wire::kPaymentPre && payment != wire::kPaymentPost))
         throw PmRefusal(PM_ERR_BAD_PAYMENT);
     database_.prepare("INSERT OR REPLACE INTO payment VALUES (0, ?, ?)").bind(csc).bind(payment).run();
 }

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "common/SecurityForm.h"
 #include "store/fields.h"
 #include "store/store.h"
 
@@ -19,7 +20,7 @@ bool is_app_protocol(uint32_t type) {
 
 void check_wlan(const NetPMWlanProfInfo& wlan) {
     require(wlan.essid[0] != '\0', PM_ERR_NO_NETWORK_NAME);
-    require(wlan.security.sec_mode >= 1 && wlan.security.sec_mode <= 9, PM_ERR_BAD_SECURITY);
+    require(wire::security_form(wlan.security.sec_mode) != wire::SecurityForm::kInvalid, PM_ERR_BAD_SECURITY);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstring>
 
+#include "common/SecurityForm.h"
 #include "protocol/message.h"
 
 namespace quorvel::cm {
@@ -121,21 +122,11 @@ bool has_part(const NetPMProfile& profile, Part part) {
         return (part == Part::kPdp) == (profile.ProfileType == NETPM_PROFILE_PDP);
     if (profile.ProfileType != NETPM_PROFILE_WLAN)
         return false;
-    switch (profile.WlanProfInfo.security.sec_mode) {
-        case 2:
-        case 3:
-            return part == Part::kWep;
-        case 4:
-        case 6:
-        case 8:
-            return part == Part::kPsk;
-        case 5:
-        case 7:
-        case 9:
-            return part == Part::kEap;
-        default:
-            return false;
-    }
+    using wire::SecurityForm;
+    const SecurityForm form = wire::security_form(profile.WlanProfInfo.security.sec_mode);
+    return (part == Part::kWep && form == SecurityForm::kWep) ||
+           (part == Part::kPsk && form == SecurityForm::kPsk) ||
+           (part == Part::kEap && form == SecurityForm::kEap);
 }
 
 FieldValue get_field(const NetPMProfile& profile, const Field& field) {

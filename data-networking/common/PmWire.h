@@ -5,6 +5,8 @@
 // header; an answer is a CM record whose words from word 1 on are one of these. Shared as Wire.h is.
 #pragma once
 
+#include <span>
+
 #include "common/Wire.h"
 #include "quorvel/NetPM.h"
 
@@ -178,27 +180,12 @@ inline constexpr PmCommandEntry kPmCommands[] = {QV_PM_COMMANDS(X)};
 inline constexpr PmCommandEntry kAppProfCommands[] = {QV_APPPROF_COMMANDS(X)};
 #undef X
 
-// Which form of a Wi-Fi profile's security block a mode selects.
-enum class SecurityForm { kInvalid, kOpen, kWep, kPsk, kEap };
-
-constexpr SecurityForm security_form(int32_t sec_mode) {
-    switch (sec_mode) {
-        case 1:
-            return SecurityForm::kOpen;
-        case 2:
-        case 3:
-            return SecurityForm::kWep;
-        case 4:
-        case 6:
-        case 8:
-            return SecurityForm::kPsk;
-        case 5:
-        case 7:
-        case 9:
-            return SecurityForm::kEap;
-        default:
-            return SecurityForm::kInvalid;
-    }
+// The entry of a code in either table, or null.
+constexpr const PmCommandEntry* find_entry(std::span<const PmCommandEntry> table, uint32_t code) {
+    for (const PmCommandEntry& entry : table)
+        if (entry.code == code)
+            return &entry;
+    return nullptr;
 }
 
 }  // namespace quorvel::wire

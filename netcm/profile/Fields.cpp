@@ -10,6 +10,8 @@
 #include <limits>
 #include <optional>
 
+#include "common/SecurityForm.h"
+
 namespace quorvel::netcm {
 namespace {
 
@@ -91,10 +93,18 @@ constexpr std::array kFields{
 #undef FIELD_OF
 
 Part form_of(int32_t security_mode) {
-    constexpr std::array kForms{Part::kWlan, Part::kWep, Part::kWep, Part::kPsk, Part::kEap,
-                                Part::kPsk,  Part::kEap, Part::kPsk, Part::kEap};
-    return security_mode < 1 || security_mode > 9 ? Part::kWlan
-                                                  : kForms[static_cast<size_t>(security_mode - 1)];
+    switch (wire::security_form(security_mode)) {
+        case wire::SecurityForm::kWep:
+            return Part::kWep;
+        case wire::SecurityForm::kPsk:
+            return Part::kPsk;
+        case wire::SecurityForm::kEap:
+            return Part::kEap;
+        case wire::SecurityForm::kOpen:
+        case wire::SecurityForm::kInvalid:
+            break;
+    }
+    return Part::kWlan;
 }
 
 template <class T>

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Fuzz.h"
+#include "common/PmWire.h"
 #include "monitor/decode.h"
 #include "protocol/message.h"
 #include "protocol/request.h"
@@ -30,7 +31,7 @@ void check(const Request& request) {
         QV_FUZZ_EXPECT(request.payload.size() == request.header.Arg4);
         QV_FUZZ_EXPECT(request.payload.size() <= kMaxTunnelData);
     } else {
-        QV_FUZZ_EXPECT(request.payload.size() <= sizeof(PmRequestHeader) + kMaxProfileData);
+        QV_FUZZ_EXPECT(request.payload.size() <= sizeof(wire::PmRequestHeader) + kMaxProfileData);
     }
     // Whoever watches is shown it, whatever is in it.
     const auto shown = decode(request);

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "common/PmWire.h"
 #include "server/RawClient.h"
 #include "support/CmServer.h"
 
@@ -88,6 +89,25 @@ TEST_F(Monitor, masks_the_secrets_of_profiles) {
     program->wait_for_out("\"password\":\"***\"");
     program->send_signal(SIGTERM);
     EXPECT_EQ(program->wait().out.find("hunter2"), std::string::npos);
+}
+
+TEST_F(Monitor, names_the_commands_of_the_profile_manager) {
+    attach();
+    ask_pm(client, 14, 1);
+    program->wait_for_out("NETPM_PROFILE_REQ arg=0 arg2=0 pm=NETPM_CLIENT_GET_PROFILE_ATTR_REQ profile=1\n");
+    program->wait_for_out("pm=NETPM_CLIENT_GET_PROFILE_ATTR_REQ profile=1 value=0\n");
+    ask_pm(client, 99);
+    program->wait_for_out("pm=99 ");
+    program->wait_for_out("pm=199 ");
+}
+
+TEST_F(Monitor, names_the_commands_about_applications) {
+    attach();
+    const std::array<uint32_t, 9> words{0, wire::NETPM_APPPROF_CHECK_APP_ID, 0, 7};
+    const std::string payload(reinterpret_cast<const char*>(words.data()), sizeof(words));
+    client.sync().send({wire::NETPM_APPPROF_REQ, 0, client.id(), 0, 0, 0}, payload);
+    program->wait_for_out("NETPM_APPPROF_REQ app-profile=NETPM_APPPROF_CHECK_APP_ID application=7");
+    program->wait_for_out("RSP app-profile=NETPM_APPPROF_CHECK_APP_ID application=0");
 }
 
 TEST_F(Monitor, shows_a_profile_whose_name_is_no_text) {

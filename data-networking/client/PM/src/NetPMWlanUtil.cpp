@@ -1,6 +1,7 @@
 // Wi-Fi profiles in the trace.
 #include "client/PM/src/FieldTrace.h"
 #include "client/PM/src/NetPMPrivate.h"
+#include "common/SecurityForm.h"
 
 using namespace quorvel;
 

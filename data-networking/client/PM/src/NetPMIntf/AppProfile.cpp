@@ -1,8 +1,6 @@
 // Which profile an application uses.
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <cstring>
+#include <span>
 
 #include "client/CM/src/NetCMIntf/Request.h"
 #include "client/CM/src/NetCMPrivate.h"
