@@ -34,9 +34,11 @@ void get(Store& store, wire::AppProfMsg& message) {
 
 void set(Store& store, wire::AppProfMsg& message) {
     NetPMAppProf changed = known(store, message.AppProf.AppId);
-    changed.Param = message.AppProf.Param;
-    if (message.BProfIdValid != 0)
+    // The two belong together: whoever sets the interfaces alone sends a 0 for both.
+    if (message.BProfIdValid != 0) {
+        changed.Param = message.AppProf.Param;
         changed.ProfileId = message.AppProf.ProfileId;
+    }
     if (message.BNetIfaceListValid != 0)
         std::ranges::copy(message.AppProf.NetIfaceList, changed.NetIfaceList);
     store.set_application(changed);

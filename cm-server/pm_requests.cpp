@@ -140,7 +140,11 @@ void find(Exchange& exchange) {
     send_ids(exchange, exchange.services.store.find(type, key), SIZE_MAX);
 }
 
+// A restored profile may be another one under the id of an open connection.
 void restore(Exchange& exchange) {
+    const auto free = [](const Call& call) { return call.state == Call::State::kFree; };
+    if (!std::ranges::all_of(exchange.services.calls.all(), free))
+        throw PmRefusal(PM_ERR_IN_USE);
     exchange.services.store.restore();
 }
 

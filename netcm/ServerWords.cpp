@@ -12,7 +12,7 @@ constexpr std::array kServerErrors{
     ServerError{102, "PM_ERR_UNKNOWN_COMMAND", "there is no such command"},
     ServerError{103, "PM_ERR_UNKNOWN_PROFILE", "there is no profile with this id"},
     ServerError{104, "PM_ERR_NO_DEFAULT", "there is no default profile"},
-    ServerError{105, "PM_ERR_IN_USE", "the profile's connection is in use"},
+    ServerError{105, "PM_ERR_IN_USE", "a connection of the profiles is in use"},
     ServerError{106, "PM_ERR_UNKNOWN_TYPE", "the profile is neither packet data nor Wi-Fi"},
     ServerError{107, "PM_ERR_EMPTY_NAME", "the profile has no name"},
     ServerError{108, "PM_ERR_UNENDED_TEXT", "a text field of the profile does not end within the field"},

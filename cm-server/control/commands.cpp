@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "common/PmWire.h"
 #include "control/arguments.h"
 #include "control/control.h"
 #include "log.h"
@@ -102,6 +103,19 @@ json list(Services services, const json&) {
     return {{"data", data}};
 }
 
+std::string word_of(std::span<const wire::PaymentWord> words, uint32_t code) {
+    const auto found = std::ranges::find(words, code, &wire::PaymentWord::code);
+    return found == words.end() ? std::to_string(code) : found->word;
+}
+
+json payment(Services services, const json&) {
+    const auto setting = services.store.payment();
+    if (!setting)
+        return done("no application has made a payment setting");
+    return done("CSC " + word_of(wire::kCscWords, setting->csc) + ", payment " +
+                word_of(wire::kPaymentWords, setting->payment));
+}
+
 struct Entry {
     const char* name;
     Command command;
@@ -115,6 +129,7 @@ constexpr std::array kCommands{
     Entry{"tunnel", tunnel},
     Entry{"kill-response", answer_kill},
     Entry{"list", list},
+    Entry{"payment", payment},
 };
 
 }  // namespace

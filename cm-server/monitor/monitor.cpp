@@ -17,6 +17,7 @@ using nlohmann::json;
 
 struct Choice {
     bool as_json = false;
+    bool show_secrets = false;
     std::string record;
     uint32_t client = 0;
 };
@@ -59,6 +60,13 @@ void print(const json& passing, bool coloured) {
                 fields_text(passing.at("fields")).c_str(), coloured ? "\x1b[0m" : "");
 }
 
+// The fields have their secrets masked; the bytes beside them hold everything.
+void print_json(json passing, bool show_secrets) {
+    if (!show_secrets)
+        passing.erase("bytes");
+    std::printf("%s\n", passing.dump().c_str());
+}
+
 // The bytes of a session hold the secrets of its profiles.
 FILE* open_record(const std::string& path) {
     const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
@@ -81,7 +89,7 @@ void monitor(const std::string& socket, const Choice& choice) {
             std::fflush(record.get());
         }
         if (choice.as_json)
-            std::printf("%s\n", passing.dump().c_str());
+            print_json(passing, choice.show_secrets);
         else
             print(passing, coloured);
         std::fflush(stdout);
@@ -96,12 +104,14 @@ void add_monitor(CLI::App& app, const std::string& socket) {
     command->fallthrough();
     const auto choice = std::make_shared<Choice>();
     command->add_flag("--json", choice->as_json, "Print a line of JSON for each");
+    command->add_flag("--show-secrets", choice->show_secrets,
+                      "With --json: the bytes, too, passwords and keys among them");
     command->add_option("--record", choice->record, "Keep the session in this file, bytes and all")
         ->type_name("FILE");
     command->add_option("--client", choice->client, "Show only this client")->type_name("NUMBER");
     command->footer(
         "Requests are marked -->, answers <--, events <==. It may come and go while the server runs.\n"
-        "Secrets of profiles are masked in the fields; the bytes of a record hold them.");
+        "Secrets of profiles are masked in the fields; the bytes, which --record keeps, hold them.");
     command->callback([choice, &socket] { monitor(socket, *choice); });
 }
 

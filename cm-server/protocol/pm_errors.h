@@ -10,7 +10,7 @@ namespace quorvel::cm {
     X(PM_ERR_UNKNOWN_COMMAND, 102, "there is no such command")                                     \
     X(PM_ERR_UNKNOWN_PROFILE, 103, "there is no profile with this id")                             \
     X(PM_ERR_NO_DEFAULT, 104, "there is no default profile")                                       \
-    X(PM_ERR_IN_USE, 105, "the profile's connection is in use")                                    \
+    X(PM_ERR_IN_USE, 105, "a connection of the profiles is in use")                                \
     X(PM_ERR_UNKNOWN_TYPE, 106, "the profile is neither packet data nor Wi-Fi")                    \
     X(PM_ERR_EMPTY_NAME, 107, "the profile has no name")                                           \
     X(PM_ERR_UNENDED_TEXT, 108, "a text field of the profile does not end within the field")       \

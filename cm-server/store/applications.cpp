@@ -71,4 +71,11 @@ void Store::set_payment(uint32_t csc, uint32_t payment) {
     database_.prepare("INSERT OR REPLACE INTO payment VALUES (0, ?, ?)").bind(csc).bind(payment).run();
 }
 
+std::optional<PaymentSetting> Store::payment() {
+    Statement row = database_.prepare("SELECT csc, payment FROM payment");
+    if (!row.step())
+        return std::nullopt;
+    return PaymentSetting{static_cast<uint32_t>(row.number(0)), static_cast<uint32_t>(row.number(1))};
+}
+
 }  // namespace quorvel::cm

@@ -20,6 +20,11 @@ class PmRefusal : public std::runtime_error {
     PmError error;
 };
 
+struct PaymentSetting {
+    uint32_t csc;
+    uint32_t payment;
+};
+
 // Throws PmRefusal for what a client asks in vain, and DatabaseError when the database fails.
 class Store {
   public:
@@ -51,6 +56,8 @@ class Store {
     // The profile that the application is to use: its own, or the default of the interfaces that it may use.
     int32_t proper_profile(uint32_t application);
     void set_payment(uint32_t csc, uint32_t payment);
+    // Nothing before the first setting.
+    std::optional<PaymentSetting> payment();
 
     // What a connection needs of a profile; nothing when there is no such profile.
     std::optional<Profile> connection(int32_t id);

@@ -165,6 +165,13 @@ inline constexpr uint32_t kPmAnswer = 100;
 enum CscCode : uint32_t { kCscVgr = 8, kCscVod = 9 };
 enum PaymentCode : uint32_t { kPaymentPost = 0, kPaymentPre = 1 };
 
+struct PaymentWord {
+    const char* word;
+    uint32_t code;
+};
+inline constexpr PaymentWord kCscWords[] = {{"VGR", kCscVgr}, {"VOD", kCscVod}};
+inline constexpr PaymentWord kPaymentWords[] = {{"PRE", kPaymentPre}, {"POST", kPaymentPost}};
+
 #define X(name, code) name = code,
 enum PmCommand : uint32_t { QV_PM_COMMANDS(X) };
 enum AppProfCommand : uint32_t { QV_APPPROF_COMMANDS(X) };

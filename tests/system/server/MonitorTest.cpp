@@ -91,6 +91,33 @@ TEST_F(Monitor, masks_the_secrets_of_profiles) {
     EXPECT_EQ(program->wait().out.find("hunter2"), std::string::npos);
 }
 
+class MonitorJson : public Monitor {
+  public:
+    // What is printed, with these options, of a profile with the password "hunter2" that is added.
+    std::string printed(const std::vector<std::string>& options) {
+        attach(options);
+        NetPMProfile profile = pdp_profile("named", "internet");
+        put(profile.PdpProfInfo.AuthInfo.Password, "hunter2");
+        ask_pm(client, 1, -1, slot(profile));
+        program->wait_for_out("\"name\":\"NETPM_PROFILE_RSP\"");
+        program->send_signal(SIGTERM);
+        return program->wait().out;
+    }
+    static constexpr const char* kPasswordBytes = "68756e74657232";
+};
+
+TEST_F(MonitorJson, keeps_bytes_with_their_secrets_to_the_record) {
+    const std::string out = printed({"--json", "--record", "/tmp/session.jsonl"});
+    EXPECT_EQ(out.find("\"bytes\""), std::string::npos);
+    EXPECT_EQ(out.find(kPasswordBytes), std::string::npos);
+    EXPECT_EQ(out.find("hunter2"), std::string::npos);
+    EXPECT_NE(content("/tmp/session.jsonl").find(kPasswordBytes), std::string::npos);
+}
+
+TEST_F(MonitorJson, prints_bytes_when_it_is_told_to_show_secrets) {
+    EXPECT_NE(printed({"--json", "--show-secrets"}).find(kPasswordBytes), std::string::npos);
+}
+
 TEST_F(Monitor, names_the_commands_of_the_profile_manager) {
     attach();
     ask_pm(client, 14, 1);
@@ -103,9 +130,7 @@ TEST_F(Monitor, names_the_commands_of_the_profile_manager) {
 
 TEST_F(Monitor, names_the_commands_about_applications) {
     attach();
-    const std::array<uint32_t, 9> words{0, wire::NETPM_APPPROF_CHECK_APP_ID, 0, 7};
-    const std::string payload(reinterpret_cast<const char*>(words.data()), sizeof(words));
-    client.sync().send({wire::NETPM_APPPROF_REQ, 0, client.id(), 0, 0, 0}, payload);
+    ask_app(client, {.command = wire::NETPM_APPPROF_CHECK_APP_ID, .id = 7});
     program->wait_for_out("NETPM_APPPROF_REQ app-profile=NETPM_APPPROF_CHECK_APP_ID application=7");
     program->wait_for_out("RSP app-profile=NETPM_APPPROF_CHECK_APP_ID application=0");
 }

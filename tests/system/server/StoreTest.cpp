@@ -138,6 +138,16 @@ TEST_F(ServerStore, opens_connections_from_stored_profiles) {
     EXPECT_EQ(ask_pm(client, 3, id).error, 105u);
 }
 
+TEST_F(ServerStore, is_not_restored_while_a_connection_is_in_use) {
+    const int32_t id = add(pdp_profile("stored", "anywhere"));
+    const uint32_t call = client.open(id);
+    EXPECT_EQ(ask_pm(client, 13).error, 105u);
+    EXPECT_EQ(ask_pm(client, 4, id).error, 0u);
+    client.stop(call, id);
+    EXPECT_EQ(ask_pm(client, 13).error, 0u);
+    EXPECT_EQ(ask_pm(client, 4, id).error, 103u);
+}
+
 TEST_F(ServerStore, refuses_impossible_records_by_name) {
     NetPMProfile profile = pdp_profile("name", "apn");
     profile.ProfileType = 2;
@@ -322,6 +332,7 @@ TEST_F(ServerApplications, keep_their_binding) {
     EXPECT_EQ(bound.profile, 1u);
     ask({.command = 5, .id = 7, .interfaces = {2, 1}, .with_interfaces = 1});
     const AppMessage kept = ask({.command = 4, .id = 7});
+    EXPECT_EQ(kept.param, 7u);
     EXPECT_EQ(kept.profile, 1u);
     EXPECT_EQ(kept.interfaces[0], 2u);
     EXPECT_EQ(kept.interfaces[1], 1u);
@@ -356,8 +367,13 @@ TEST_F(ServerApplications, are_told_the_proper_profile_by_an_event) {
 }
 
 TEST_F(ServerApplications, share_one_payment_setting) {
+    EXPECT_EQ(ctl({"payment"}).out, "no application has made a payment setting\n");
     EXPECT_EQ(ask({.command = 10, .id = UINT32_MAX, .param = 8, .profile = 1}).result, 0u);
     EXPECT_EQ(ask({.command = 10, .id = UINT32_MAX, .param = 7, .profile = 1}).result, 116u);
+    EXPECT_EQ(ask({.command = 10, .id = UINT32_MAX, .param = 8, .profile = 2}).result, 116u);
+    EXPECT_EQ(ctl({"payment"}).out, "CSC VGR, payment PRE\n");
+    EXPECT_EQ(ask({.command = 10, .id = UINT32_MAX, .param = 9, .profile = 0}).result, 0u);
+    EXPECT_EQ(ctl({"payment"}).out, "CSC VOD, payment POST\n");
 }
 
 }  // namespace

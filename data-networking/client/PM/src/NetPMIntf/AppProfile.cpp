@@ -72,17 +72,10 @@ NetCMProperProfReq* note_request(int32_t app_id) QV_REQUIRES(app_mutex) {
     return nullptr;
 }
 
-struct PaymentWord {
-    const char* word;
-    uint32_t code;
-};
-constexpr PaymentWord kCscWords[] = {{"VGR", wire::kCscVgr}, {"VOD", wire::kCscVod}};
-constexpr PaymentWord kPaymentWords[] = {{"PRE", wire::kPaymentPre}, {"POST", wire::kPaymentPost}};
-
-const PaymentWord* find_word(std::span<const PaymentWord> words, const char* text) {
+const wire::PaymentWord* find_word(std::span<const wire::PaymentWord> words, const char* text) {
     if (text == nullptr)
         return nullptr;
-    for (const PaymentWord& entry : words)
+    for (const wire::PaymentWord& entry : words)
         if (strcmp(entry.word, text) == 0)
             return &entry;
     return nullptr;
@@ -197,8 +190,8 @@ uint32_t NetPMAppProfGetProperProfileAsync(int32_t appId) {
 }
 
 uint32_t NetPMAppProfChangePayment(const char* csc, const char* payment) {
-    const PaymentWord* csc_word = find_word(kCscWords, csc);
-    const PaymentWord* payment_word = find_word(kPaymentWords, payment);
+    const wire::PaymentWord* csc_word = find_word(wire::kCscWords, csc);
+    const wire::PaymentWord* payment_word = find_word(wire::kPaymentWords, payment);
     if (csc_word == nullptr || payment_word == nullptr)
         return QV_INVALID("Invalid Parameter\n");
     QV_TRACE(2, "Received CSC[%d], Payment[%d]\n", csc_word->code, payment_word->code);
