@@ -6,6 +6,7 @@
 #include <cctype>
 #include <span>
 
+#include "Hex.h"
 #include "Printer.h"
 #include "ServerWords.h"
 

@@ -9,13 +9,37 @@
 #include <ctime>
 #include <vector>
 
+#include "JsonText.h"
+
 namespace quorvel::netcm {
 namespace {
 
 constexpr size_t kGap = 2;
 
+bool is_control(unsigned char c) {
+    return std::iscntrl(c) != 0;
+}
+
+std::string escaped(std::string_view text, bool (*is_strange)(unsigned char)) {
+    std::string out;
+    for (const char c : text) {
+        if (!is_strange(static_cast<unsigned char>(c))) {
+            out += c;
+            continue;
+        }
+        std::array<char, 5> digits{};
+        std::snprintf(digits.data(), digits.size(), "\\x%02x", static_cast<unsigned char>(c));
+        out += digits.data();
+    }
+    return out;
+}
+
+bool is_scalar(const Json& value) {
+    return !value.is_structured() || is_hex_object(value);
+}
+
 bool is_plain(const Json& value) {
-    return !value.is_object() && !(value.is_array() && std::ranges::any_of(value, &Json::is_structured));
+    return is_scalar(value) || (value.is_array() && std::ranges::all_of(value, is_scalar));
 }
 
 std::string scalar_text(const Json& value) {
@@ -24,6 +48,9 @@ std::string scalar_text(const Json& value) {
     }
     if (value.is_boolean()) {
         return value.get<bool>() ? "yes" : "no";
+    }
+    if (is_hex_object(value)) {
+        return printable_ascii(text_from_json(value).value_or(""));
     }
     return value.is_string() ? printable(value.get_ref<const std::string&>()) : value.dump();
 }
@@ -188,17 +215,11 @@ std::string label_of(std::string_view key) {
 }
 
 std::string printable(std::string_view text) {
-    std::string out;
-    for (const char c : text) {
-        if (std::iscntrl(static_cast<unsigned char>(c)) == 0) {
-            out += c;
-            continue;
-        }
-        std::array<char, 5> escaped{};
-        std::snprintf(escaped.data(), escaped.size(), "\\x%02x", static_cast<unsigned char>(c));
-        out += escaped.data();
-    }
-    return out;
+    return escaped(text, is_control);
+}
+
+std::string printable_ascii(std::string_view text) {
+    return escaped(text, [](unsigned char c) { return c >= 0x80 || is_control(c); });
 }
 
 std::string time_text(std::chrono::system_clock::time_point time) {
@@ -212,16 +233,6 @@ std::string time_text(std::chrono::system_clock::time_point time) {
     std::snprintf(text.data() + length, text.size() - length, ".%03dZ",
                   static_cast<int>(milliseconds % 1000));
     return text.data();
-}
-
-std::string hex_text(std::span<const uint8_t> bytes) {
-    constexpr std::string_view kDigits = "0123456789abcdef";
-    std::string text;
-    for (const uint8_t byte : bytes) {
-        text += kDigits[byte >> 4];
-        text += kDigits[byte & 15];
-    }
-    return text;
 }
 
 }  // namespace quorvel::netcm

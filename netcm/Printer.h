@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cstdint>
 #include <ostream>
-#include <span>
 #include <string>
 #include <string_view>
 
@@ -18,8 +17,9 @@ class Printer {
   public:
     Printer(std::ostream& out, Format format) : out_(out), format_(format) {}
 
-    // A result. As text an object is a line per member with the values aligned, a list of objects a table
-    // with a heading, and a list of plain values a line each.
+    // A result. Text that is no UTF-8 is text all the same, with \xNN for its strange bytes. As text an
+    // object is a line per member with the values aligned, a list of objects a table with a heading, and a
+    // list of plain values a line each.
     void result(const Json& document);
 
     // One of many results, seen at once: a line of JSON, or the text with an empty line between it and the
@@ -39,12 +39,12 @@ class Printer {
 // "dns_servers" as a person reads it: "DNS servers".
 std::string label_of(std::string_view key);
 
-// Text of foreign origin with its control characters written as \xNN, so that it cannot steer a terminal.
+// Text of foreign origin with its control characters written as \xNN, so that it cannot steer a terminal; and
+// with everything beyond ASCII written so.
 std::string printable(std::string_view text);
+std::string printable_ascii(std::string_view text);
 
 // A moment in UTC: "2026-11-21T14:02:11.120Z".
 std::string time_text(std::chrono::system_clock::time_point time);
-
-std::string hex_text(std::span<const uint8_t> bytes);
 
 }  // namespace quorvel::netcm

@@ -3,10 +3,13 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 
 #include "../Command.h"
+#include "../JsonText.h"
 #include "../Status.h"
 #include "../profile/Fields.h"
 #include "../profile/Record.h"
@@ -52,17 +55,27 @@ std::string text_of(const char (&field)[N]) {
     return {field, strnlen(field, N)};
 }
 
+// The CM server lists no more at a time, and does not say whether there are.
+void warn_of_more(uint32_t type, int32_t count, int32_t most) {
+    if (count >= most) {
+        std::fprintf(stderr,
+                     "netcm: these are %d %s profiles, as many as are listed at a time; there may be more\n",
+                     most, type == NETPM_PROFILE_WLAN ? "wlan" : "pdp");
+    }
+}
+
 void append_profiles(Json& list, uint32_t type, int32_t default_id) {
     std::array<NetPMPartialProfile, NETPM_MAX_PARTIAL_PROFILES> profiles{};
     static_assert(sizeof profiles >= NETPM_LIST_ROOM);
     int32_t count = 0;
     require_success(NetPMReadPartialProfileInfo(type, profiles.data(), &count), "cannot list the profiles");
     count = std::clamp(count, 0, NETPM_MAX_PARTIAL_PROFILES);
+    warn_of_more(type, count, NETPM_MAX_PARTIAL_PROFILES);
     for (const NetPMPartialProfile& profile : std::span(profiles).first(static_cast<size_t>(count))) {
         list.push_back({{"profile_id", profile.ProfileId},
                         {"type", profile.ProfileType == NETPM_PROFILE_WLAN ? "wlan" : "pdp"},
-                        {"name", text_of(profile.ProfileName)},
-                        {"network", text_of(profile.NetworkName)},
+                        {"name", text_to_json(text_of(profile.ProfileName))},
+                        {"network", text_to_json(text_of(profile.NetworkName))},
                         {"default", profile.ProfileId == default_id}});
     }
 }
@@ -72,7 +85,9 @@ Json profile_ids(uint32_t type) {
     int32_t count = 0;
     const auto room = static_cast<int32_t>(ids.size());
     require_success(NetPMGetProfileIdList(type, room, ids.data(), &count), "cannot list the profiles' ids");
-    return std::vector(ids.begin(), ids.begin() + std::clamp(count, 0, room));
+    count = std::clamp(count, 0, room);
+    warn_of_more(type, count, room);
+    return std::vector(ids.begin(), ids.begin() + count);
 }
 
 struct ListOptions {
@@ -162,16 +177,17 @@ const char* type_name(const Field& field) {
 
 // Two types of profiles may have a field of the same name with different values.
 std::string problem_with_option(const std::string& key, const std::string& text) {
-    std::string problem;
+    std::string complaint;
     for (const Field& field : profile_fields()) {
         if (key == field.key) {
-            problem = problem_with(field, text);
+            const std::string problem = problem_with(field, text);
             if (problem.empty()) {
                 return "";
             }
+            complaint = "\"" + printable(masked(field, text)) + "\" " + problem;
         }
     }
-    return "\"" + printable(text) + "\" " + problem;
+    return complaint;
 }
 
 Json read_json(const std::string& path) {
@@ -179,10 +195,13 @@ Json read_json(const std::string& path) {
     if (!file) {
         throw Failure("cannot read " + path + ": " + std::strerror(errno));
     }
+    const std::string text(std::istreambuf_iterator<char>(file), {});
     try {
-        return Json::parse(file);
+        return Json::parse(text);
     } catch (const Json::parse_error& error) {
-        throw Failure(path + " is no JSON: " + error.what());
+        // The parser's own words quote what they stumble over, and that may be a password.
+        const auto before = std::string_view(text).substr(0, error.byte);
+        throw Failure(path + " is no JSON: see line " + std::to_string(1 + std::ranges::count(before, '\n')));
     }
 }
 

@@ -2,31 +2,19 @@
 #include <quorvel/NetCM.h>
 
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <fstream>
 #include <iterator>
 #include <vector>
 
 #include "../Command.h"
+#include "../Hex.h"
 #include "../Status.h"
 
 namespace quorvel::netcm {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-// Blanks and colons between the bytes are as one copies them from elsewhere.
-std::optional<Bytes> from_hex(std::string text) {
-    std::erase_if(text, [](char c) { return c == ' ' || c == ':'; });
-    Bytes bytes(text.size() / 2);
-    bool good = text.size() % 2 == 0;
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        const char* pair = text.data() + 2 * i;
-        good = std::from_chars(pair, pair + 2, bytes[i], 16).ptr == pair + 2 && good;
-    }
-    return good ? std::optional(bytes) : std::nullopt;
-}
 
 std::string check_hex(const std::string& text) {
     return from_hex(text) ? "" : "\"" + printable(text) + "\" is no sequence of hexadecimal bytes";

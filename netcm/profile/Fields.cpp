@@ -175,6 +175,10 @@ bool has_field(const NetPMProfile& profile, const Field& field) {
     return field.part == Part::kWlan || field.part == form_of(profile.WlanProfInfo.security.sec_mode);
 }
 
+std::string masked(const Field& field, const std::string& text) {
+    return field.secret && !text.empty() ? kAsterisks : text;
+}
+
 std::string problem_with(const Field& field, std::string_view text) {
     switch (field.kind) {
         case Kind::kType:

@@ -31,6 +31,10 @@ std::span<const Field> profile_fields();
 
 bool has_field(const NetPMProfile& profile, const Field& field);
 
+// A secret's asterisks, and the text of any other field: what messages and masked output show of a value.
+inline constexpr const char* kAsterisks = "********";
+std::string masked(const Field& field, const std::string& text);
+
 // Why a text is no value for the field; empty when it is one.
 std::string problem_with(const Field& field, std::string_view text);
 

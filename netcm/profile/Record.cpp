@@ -2,14 +2,15 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 
+#include "../JsonText.h"
+#include "../Printer.h"
 #include "../Status.h"
 #include "Fields.h"
 
 namespace quorvel::netcm {
 namespace {
-
-constexpr const char* kMask = "********";
 
 bool is_number(const Field& field) {
     return field.kind == Kind::kSigned || field.kind == Kind::kUnsigned || field.kind == Kind::kKeyIndex;
@@ -26,7 +27,7 @@ Json value_to_json(const Field& field, const std::string& text, Secrets secrets)
     if (is_number(field)) {
         return Json::parse(text);
     }
-    return field.secret && secrets == Secrets::kMask && !text.empty() ? kMask : text;
+    return text_to_json(secrets == Secrets::kMask ? masked(field, text) : text);
 }
 
 // Places at the end that are not set are not listed.
@@ -42,22 +43,27 @@ Json list_to_json(const NetPMProfile& profile, const Field& field, Secrets secre
     return list;
 }
 
+// The value as text; nothing when it is of the wrong kind.
+std::optional<std::string> plain_value(const Field& field, const Json& value) {
+    if (field.kind == Kind::kFlag) {
+        return value.is_boolean() ? std::optional(value.get<bool>() ? "yes" : "no") : std::nullopt;
+    }
+    if (is_number(field)) {
+        return value.is_number_integer() ? std::optional(value.dump()) : std::nullopt;
+    }
+    return text_from_json(value);
+}
+
 std::string value_from_json(const Field& field, const Json& value) {
-    const bool right = field.kind == Kind::kFlag ? value.is_boolean()
-                       : is_number(field)        ? value.is_number_integer()
-                                                 : value.is_string();
-    if (!right) {
-        throw Failure(std::string(field.key) + ": " + value.dump() + " is of the wrong kind");
+    const std::optional<std::string> text = plain_value(field, value);
+    if (!text) {
+        throw Failure(std::string(field.key) + ": " + masked(field, value.dump()) + " is of the wrong kind");
     }
-    if (value.is_boolean()) {
-        return value.get<bool>() ? "yes" : "no";
-    }
-    const std::string text = value.is_string() ? value.get<std::string>() : value.dump();
-    if (field.secret && text == kMask) {
+    if (field.secret && *text == kAsterisks) {
         throw Failure(std::string(field.key) +
                       " is masked: take a profile that was shown with --show-secrets");
     }
-    return text;
+    return *text;
 }
 
 const Field* find_field(const std::string& key) {
@@ -87,7 +93,7 @@ void set_field(NetPMProfile& profile, const std::string& key, const std::vector<
     }
     for (const std::string& text : texts) {
         if (const std::string problem = problem_with(field, text); !problem.empty()) {
-            throw Failure(key + ": \"" + text + "\" " + problem);
+            throw Failure(key + ": \"" + printable(masked(field, text)) + "\" " + problem);
         }
     }
     for (size_t i = 0; i < field.count; ++i) {

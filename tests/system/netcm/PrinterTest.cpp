@@ -30,6 +30,13 @@ TEST(NetcmPrinter, a_list_of_objects_is_a_table) {
               "12  x       -\n");
 }
 
+TEST(NetcmPrinter, text_that_is_no_utf_8_is_shown_as_text) {
+    const Json network{{"hex", "436166e90a"}};
+    EXPECT_EQ(text_of({{"essid", network}, {"names", {"x", network}}}),
+              "essid  Caf\\xe9\\x0a\n"
+              "names  x, Caf\\xe9\\x0a\n");
+}
+
 TEST(NetcmPrinter, a_list_of_plain_values_is_a_line_each) {
     EXPECT_EQ(text_of({3, 5}), "3\n5\n");
 }

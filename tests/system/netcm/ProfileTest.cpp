@@ -1,6 +1,8 @@
 // netcm profile against the real server and its store.
 #include <gmock/gmock.h>
 
+#include <quorvel/NetPM.h>
+
 #include <fstream>
 
 #include "Netcm.h"
@@ -28,6 +30,12 @@ class NetcmProfile : public ::testing::Test {
 
 void write_file(const json& content) {
     std::ofstream("/tmp/profile.json") << content;
+}
+
+void expect_failure(const Words& words, const std::string& why) {
+    const Ended ended = netcm(words);
+    EXPECT_EQ(ended.status, 1) << ::testing::PrintToString(words);
+    EXPECT_EQ(ended.err, "netcm: " + why + "\n");
 }
 
 TEST_F(NetcmProfile, add_takes_options_and_fills_in_what_follows_from_them) {
@@ -82,9 +90,33 @@ TEST_F(NetcmProfile, secrets_are_masked_unless_they_are_asked_for) {
 TEST_F(NetcmProfile, a_masked_secret_is_never_stored) {
     const std::string id = add({"--name", "Home", "--essid", "e", "--psk", "correct horse"});
     write_file(netcm_json({"profile", "show", id}));
-    const Ended ended = netcm({"profile", "add", "--file", "/tmp/profile.json"});
-    EXPECT_EQ(ended.status, 1);
-    EXPECT_EQ(ended.err, "netcm: psk is masked: take a profile that was shown with --show-secrets\n");
+    const std::string why = "psk is masked: take a profile that was shown with --show-secrets";
+    expect_failure({"profile", "add", "--file", "/tmp/profile.json"}, why);
+    expect_failure({"profile", "edit", id, "--file", "/tmp/profile.json"}, why);
+    EXPECT_EQ(show(id)["psk"], "correct horse");
+}
+
+TEST_F(NetcmProfile, no_secret_is_in_what_is_traced) {
+    write_file({{"name", "File"}, {"essid", "e"}, {"wep_keys", {"hidden secret"}}});
+    const auto traced = [](Words words) {
+        Words command{"env", "QUORVEL_TRACE=all"};
+        words = netcm_command(words);
+        command.insert(command.end(), words.begin(), words.end());
+        const Ended ended = run(command);
+        EXPECT_EQ(ended.status, 0) << ended.err;
+        EXPECT_THAT(ended.err, HasSubstr("PM/src/NetPMReqRsp"));
+        EXPECT_THAT(ended.out + ended.err, Not(HasSubstr("hidden")));
+        return ended.out;
+    };
+    traced({"profile", "add", "--file", "/tmp/profile.json"});
+    const std::string id =
+        json::parse(traced({"profile", "add", "--name", "A", "--apn", "a", "--password", "hidden", "--json"}))
+            .at("profile_id")
+            .dump();
+    traced({"profile", "show", id});
+    traced({"profile", "edit", id, "--password", "hidden again"});
+    traced({"profile", "default", id});
+    traced({"profile", "show", "--json"});
 }
 
 TEST_F(NetcmProfile, edit_changes_the_fields_given_and_no_other) {
@@ -101,6 +133,66 @@ TEST_F(NetcmProfile, edit_changes_the_fields_given_and_no_other) {
     EXPECT_EQ(profile["eap_user_name"], "");
     EXPECT_FALSE(profile.contains("psk"));
     EXPECT_EQ(profile["rate"], 54);
+}
+
+TEST_F(NetcmProfile, edit_takes_the_fields_of_a_file_and_what_options_say_instead) {
+    const std::string id = add({"--name", "Home", "--essid", "e", "--psk", "correct horse", "--rate", "54"});
+    write_file({{"profile_id", 99}, {"name", "File"}, {"rate", 11}, {"bssid", nullptr}});
+    EXPECT_EQ(netcm_json({"profile", "edit", id, "--file", "/tmp/profile.json", "--name", "Option"}),
+              json({{"profile_id", std::stoi(id)}}));
+    const json profile = show(id);
+    EXPECT_EQ(profile["name"], "Option");
+    EXPECT_EQ(profile["rate"], 11);
+    EXPECT_EQ(profile["psk"], "correct horse");
+    EXPECT_EQ(profile["essid"], "e");
+}
+
+TEST_F(NetcmProfile, edit_refuses_what_would_be_no_profile_and_changes_nothing) {
+    const std::string id = add({"--name", "Home", "--essid", "e", "--psk", "correct horse"});
+    const json before = show(id);
+    const auto expect_refused = [&](Words words, const std::string& why) {
+        words.insert(words.begin(), {"profile", "edit", id});
+        expect_failure(words, why);
+        EXPECT_EQ(show(id), before);
+    };
+    expect_refused({}, "nothing to change: name fields, or a file with --file");
+    expect_refused({"--name", ""}, "a profile needs a name");
+    expect_refused({"--apn", "a"}, "apn does not belong to a wlan profile with security mode 4");
+    expect_refused({"--wep-keys", "w"}, "wep_keys does not belong to a wlan profile with security mode 4");
+    expect_refused({"--security-mode", "0"}, "security_mode must be 1 to 9");
+    expect_refused({"--type", "pdp"}, "app_protocol must be 1, 2 or 4");
+    write_file({{"colour", "red"}});
+    expect_refused({"--file", "/tmp/profile.json"}, "a profile has no colour");
+    EXPECT_EQ(netcm({"profile", "edit", id, "--rate", "fast"}).status, 2);
+    EXPECT_EQ(netcm({"profile", "edit"}).status, 2);
+    EXPECT_THAT(netcm({"profile", "edit", "77", "--rate", "1"}).err,
+                HasSubstr("cannot read profile 77: PM_ERR_UNKNOWN_PROFILE"));
+}
+
+TEST_F(NetcmProfile, a_network_name_of_any_bytes_is_kept) {
+    const std::string id = add({"--name", "Home", "--essid", "Caf\xe9"});
+    const json shown = show(id);
+    EXPECT_EQ(shown["essid"], json({{"hex", "436166e9"}}));
+    EXPECT_THAT(netcm({"profile", "show", id}).out, HasSubstr("Caf\\xe9\n"));
+    EXPECT_EQ(netcm_json({"profile", "list", "--type", "wlan"})[0]["network"], shown["essid"]);
+    write_file(shown);
+    EXPECT_EQ(show(add({"--file", "/tmp/profile.json"}))["essid"], shown["essid"]);
+    EXPECT_EQ(netcm_json({"profile", "find", "--essid", "Caf\xe9"}).size(), 2u);
+}
+
+TEST(NetcmProfileList, of_as_many_profiles_as_are_listed_says_that_there_may_be_more) {
+    std::string config;
+    for (int i = 0; i < NETPM_MAX_PARTIAL_PROFILES - 1; ++i) {
+        config += "[[profile]]\nname = \"p\"\napn = \"a\"\n";
+    }
+    const CmServer server(config, {"--db", ":memory:"});
+    EXPECT_EQ(netcm({"profile", "list"}).err, "");
+    netcm({"profile", "add", "--name", "last", "--apn", "a"});
+    const std::string warning =
+        "netcm: these are 20 pdp profiles, as many as are listed at a time; there may be more\n";
+    EXPECT_EQ(netcm({"profile", "list"}).err, warning);
+    EXPECT_EQ(netcm({"profile", "list", "--ids"}).err, warning);
+    EXPECT_EQ(netcm({"profile", "list", "--type", "wlan"}).err, "");
 }
 
 TEST_F(NetcmProfile, list_shows_both_types_and_the_default) {
@@ -173,12 +265,18 @@ TEST(NetcmProfileInput, impossible_options_are_wrong_usage) {
     }
 }
 
-void expect_refused(const Words& words, const std::string& why) {
-    Words command{"profile", "add"};
-    command.insert(command.end(), words.begin(), words.end());
-    const Ended ended = netcm(command);
-    EXPECT_EQ(ended.status, 1);
-    EXPECT_EQ(ended.err, "netcm: " + why + "\n");
+TEST(NetcmProfileInput, no_secret_is_in_a_complaint_about_an_option) {
+    const std::string secret = "hidden" + std::string(80, 'x');
+    for (const char* option : {"--psk", "--password", "--eap-password", "--eap-key-password", "--wep-keys"}) {
+        const Ended ended = netcm({"profile", "add", "--name", "n", option, secret});
+        EXPECT_EQ(ended.status, 2);
+        EXPECT_THAT(ended.err, AllOf(HasSubstr("\"********\" has 86 bytes"), Not(HasSubstr("hidden"))));
+    }
+}
+
+void expect_refused(Words words, const std::string& why) {
+    words.insert(words.begin(), {"profile", "add"});
+    expect_failure(words, why);
 }
 
 TEST(NetcmProfileInput, fields_that_do_not_go_together_are_named) {
@@ -210,11 +308,25 @@ TEST(NetcmProfileInput, a_wrong_file_is_explained) {
     expect_file_refused({{"name", json::array()}}, "name takes one value");
     expect_file_refused({{"name", "n"}, {"apn", std::string(104, 'a')}},
                         "apn: \"" + std::string(104, 'a') + "\" has 104 bytes, and there is room for 103");
+    expect_file_refused({{"name", "n"}, {"essid", {{"hex", "4"}}}},
+                        "essid: {\"hex\":\"4\"} is of the wrong kind");
+    expect_file_refused({{"name", {{"hex", "00"}}}}, "name: \"\\x00\" holds a zero byte");
     expect_file_refused(json::array(), "a profile is a JSON object");
     expect_refused({"--file", "/tmp/nosuch"}, "cannot read /tmp/nosuch: No such file or directory");
+}
+
+TEST(NetcmProfileInput, no_secret_is_in_a_complaint_about_a_file) {
+    const std::string secret = "hidden" + std::string(80, 'x');
+    expect_file_refused({{"name", "n"}, {"psk", secret}, {"essid", "e"}},
+                        "psk: \"********\" has 86 bytes, and there is room for 64");
+    expect_file_refused({{"name", "n"}, {"essid", "e"}, {"wep_keys", {"good", secret}}},
+                        "wep_keys: \"********\" has 86 bytes, and there is room for 26");
+    expect_file_refused({{"name", "n"}, {"password", 12345678}}, "password: ******** is of the wrong kind");
+    expect_file_refused({{"name", "n"}, {"psk", {{"hidden", 1}}}}, "psk: ******** is of the wrong kind");
+    std::ofstream("/tmp/profile.json") << "{\n\"name\": \"n\",\n\"psk\": \"hidden\" \"hidden\"\n}\n";
+    expect_refused({"--file", "/tmp/profile.json"}, "/tmp/profile.json is no JSON: see line 3");
     std::ofstream("/tmp/profile.json") << "{";
-    EXPECT_THAT(netcm({"profile", "add", "--file", "/tmp/profile.json"}).err,
-                HasSubstr("netcm: /tmp/profile.json is no JSON: "));
+    expect_refused({"--file", "/tmp/profile.json"}, "/tmp/profile.json is no JSON: see line 1");
 }
 
 }  // namespace

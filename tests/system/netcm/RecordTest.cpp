@@ -13,8 +13,10 @@ namespace {
 
 std::string any_text(std::mt19937& random, size_t room) {
     std::string text(random() % room, ' ');
+    // Any bytes, of which hardly one text in a thousand is UTF-8, or readable ones.
+    const bool readable = random() % 2 == 0;
     for (char& c : text) {
-        c = static_cast<char>(' ' + random() % 95);
+        c = static_cast<char>(readable ? ' ' + random() % 95 : 1 + random() % 255);
     }
     return text;
 }
@@ -76,8 +78,17 @@ TEST(NetcmRecord, from_record_to_json_and_back_nothing_changes) {
     }
 }
 
+TEST(NetcmRecord, text_that_is_no_utf_8_is_an_object_with_its_bytes) {
+    NetPMProfile profile =
+        make_profile({{"name", {"Zürich"}}, {"essid", {"Caf\xe9"}}, {"psk", {"\xff\x01"}}});
+    const Json shown = to_json(profile, Secrets::kShow);
+    EXPECT_EQ(shown["name"], "Zürich");
+    EXPECT_EQ(shown["essid"], Json({{"hex", "436166e9"}}));
+    EXPECT_EQ(shown["psk"], Json({{"hex", "ff01"}}));
+    EXPECT_EQ(to_json(profile, Secrets::kMask)["psk"], "********");
+}
+
 TEST(NetcmRecord, no_secret_is_in_masked_json) {
-    std::mt19937 random(1);
     for (int32_t mode = 1; mode <= 9; ++mode) {
         NetPMProfile profile{};
         profile.ProfileType = NETPM_PROFILE_WLAN;
