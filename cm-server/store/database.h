@@ -37,6 +37,7 @@ class Statement {
         }
     }
 
+    int columns() const { return sqlite3_column_count(statement_.get()); }
     int64_t number(int column);
     std::string text(int column);
     std::span<const std::byte> bytes(int column);

@@ -11,6 +11,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "common/PmWire.h"
+
 namespace quorvel::test {
 namespace {
 
@@ -160,6 +162,14 @@ AppMessage ask_app(RawClient& client, const AppMessage& message) {
     if (record.Code != wire::NETCM_CLIENT_PROPER_PROFILE_RSP || answer.command != message.command + 100)
         throw std::runtime_error("this answers something else");
     return answer;
+}
+
+NetPMProfile profile_in(const PmAnswer& answer) {
+    NetPMProfile profile{};
+    if (answer.data.size() != sizeof(wire::PmProfileSlot))
+        throw std::runtime_error("this answer holds no profile");
+    answer.data.copy(reinterpret_cast<char*>(&profile), sizeof(profile));
+    return profile;
 }
 
 std::string slot(const NetPMProfile& profile) {

@@ -111,8 +111,9 @@ void send_app(RawClient& client, const AppMessage& message);
 // Throws when what comes is no answer to this.
 AppMessage ask_app(RawClient& client, const AppMessage& message);
 
-// A profile as it travels, 972 bytes; and one that the server takes.
+// A profile as it travels, 972 bytes; the one in an answer; and one that the server takes.
 std::string slot(const NetPMProfile& profile);
+NetPMProfile profile_in(const PmAnswer& answer);
 NetPMProfile pdp_profile(const std::string& name, const std::string& apn);
 NetPMProfile wlan_profile(const std::string& name, const std::string& essid);
 

@@ -1,10 +1,6 @@
 // The stored profiles and the bindings of applications.
-#include <signal.h>
-#include <sys/stat.h>
-
 #include <array>
 #include <cstring>
-#include <fstream>
 #include <random>
 
 #include "server/RawClient.h"
@@ -12,15 +8,6 @@
 
 namespace quorvel::test {
 namespace {
-
-const std::vector<std::string> kFile{"--db", "/tmp/store.db"};
-
-NetPMProfile profile_in(const PmAnswer& answer) {
-    NetPMProfile profile{};
-    EXPECT_EQ(answer.data.size(), 972u);
-    answer.data.copy(reinterpret_cast<char*>(&profile), sizeof(profile));
-    return profile;
-}
 
 NetPMProfileIdList ids_in(const PmAnswer& answer) {
     NetPMProfileIdList list{};
@@ -243,70 +230,6 @@ TEST_F(ServerStore, tells_the_attributes_of_a_profile) {
     EXPECT_EQ(ask_pm(client, 14, add(profile)).value, 0x80000002U);
     EXPECT_EQ(ask_pm(client, 14, 99).error, 103u);
     EXPECT_EQ(ask_pm(client, 5, 99).error, 103u);
-}
-
-TEST(ServerStoreFile, survives_a_restart_and_is_the_owner_s_alone) {
-    int32_t id = 0;
-    {
-        CmServer server("", kFile);
-        RawClient client;
-        id = ask_pm(client, 1, -1, slot(pdp_profile("kept", "apn"))).profile;
-        ask_pm(client, 8, id);
-        EXPECT_EQ(server.stop().status, 0);
-    }
-    struct stat found {};
-    ASSERT_EQ(stat("/tmp/store.db", &found), 0);
-    EXPECT_EQ(found.st_mode & 0777, 0600u);
-    CmServer server("", kFile);
-    RawClient client;
-    EXPECT_EQ(ask_pm(client, 7).profile, id);
-    EXPECT_STREQ(profile_in(ask_pm(client, 4, id)).ProfileName, "kept");
-}
-
-TEST(ServerStoreFile, of_a_killed_server_has_everything_that_was_acknowledged) {
-    std::vector<int32_t> acknowledged;
-    {
-        CmServer server("", kFile);
-        RawClient client;
-        for (int i = 0; i < 200; ++i) {
-            const PmAnswer answer = ask_pm(client, 1, -1, slot(pdp_profile("p" + std::to_string(i), "apn")));
-            acknowledged.push_back(answer.profile);
-            // More adds are under way when the server dies.
-            if (i == 100) {
-                const std::array<uint32_t, 5> words{1, UINT32_MAX, 0, 972, 0};
-                std::string payload(reinterpret_cast<const char*>(words.data()), sizeof(words));
-                payload += slot(pdp_profile("late", "apn"));
-                for (int j = 0; j < 20; ++j)
-                    client.sync().send({wire::NETPM_PROFILE_REQ, 0, client.id(), 0, 0, 0}, payload);
-                server.program().send_signal(SIGKILL);
-                server.program().wait();
-                break;
-            }
-        }
-    }
-    CmServer server("", kFile);
-    RawClient client;
-    for (size_t i = 0; i < acknowledged.size(); ++i)
-        EXPECT_STREQ(profile_in(ask_pm(client, 4, acknowledged[i])).ProfileName,
-                     ("p" + std::to_string(i)).c_str());
-}
-
-TEST(ServerStoreFile, of_a_newer_server_is_refused) {
-    ASSERT_EQ(CmServer("", kFile).stop().status, 0);
-    // Where SQLite keeps the number that says which schema a file has.
-    std::fstream file("/tmp/store.db", std::ios::in | std::ios::out | std::ios::binary);
-    file.seekp(60);
-    file.write("\0\0\0\x63", 4);
-    file.close();
-    const Ended ended = run({CM_SERVER_PATH, "--db", "/tmp/store.db"});
-    EXPECT_EQ(ended.status, 1);
-    EXPECT_NE(ended.err.find("the store has version 99, this server knows up to"), std::string::npos);
-}
-
-TEST(ServerStoreFile, that_cannot_be_made_is_told) {
-    const Ended ended = run({CM_SERVER_PATH, "--db", "/tmp/absent/store.db"});
-    EXPECT_EQ(ended.status, 1);
-    EXPECT_NE(ended.err.find("/tmp/absent/store.db: unable to open"), std::string::npos);
 }
 
 class ServerApplications : public ServerStore {
