@@ -1,6 +1,7 @@
 #include "events.h"
 
 #include <sys/inotify.h>
+#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <array>
@@ -54,14 +55,25 @@ void Timer::fired(evutil_socket_t, short, void* timer) {
     static_cast<Timer*>(timer)->action_();
 }
 
+// Read from a descriptor, and not caught by a handler: one that comes right before the loop waits is not
+// lost. The descriptor stays to the end of the process, and so does the signal's being blocked.
 SignalWatch::SignalWatch(event_base* base, int signal, std::function<void()> action)
-    : action_(std::move(action)),
-      event_(checked(evsignal_new(base, signal, &SignalWatch::fired, this), "a signal watch")) {
-    evsignal_add(event_.get(), nullptr);
+    : action_(std::move(action)) {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, signal);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    const int fd = signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC);
+    event_.reset(
+        checked(fd < 0 ? nullptr : event_new(base, fd, EV_READ | EV_PERSIST, &SignalWatch::fired, this),
+                "a signal watch"));
+    event_add(event_.get(), nullptr);
 }
 
-void SignalWatch::fired(evutil_socket_t, short, void* watch) {
-    static_cast<SignalWatch*>(watch)->action_();
+void SignalWatch::fired(evutil_socket_t fd, short, void* watch) {
+    signalfd_siginfo told{};
+    if (read(fd, &told, sizeof(told)) == sizeof(told))
+        static_cast<SignalWatch*>(watch)->action_();
 }
 
 EndSignals::EndSignals(event_base* base, const std::function<void(const char* signal)>& action)
