@@ -12,6 +12,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <stdexcept>
 #include <system_error>
 
@@ -20,15 +21,35 @@ namespace {
 
 constexpr std::chrono::seconds kPatience(50);  // of silence
 
+int checked(int result, const char* what) {
+    if (result < 0) {
+        throw std::system_error(errno, std::generic_category(), what);
+    }
+    return result;
+}
+
+// What a program writes to: it gets the second end, which is closed here when it has been started.
 struct Pipe {
     std::array<int, 2> ends{-1, -1};
 
-    Pipe() {
-        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-            throw std::system_error(errno, std::generic_category(), "pipe2");
+    explicit Pipe(StandardError kind = StandardError::kPipe) {
+        if (kind == StandardError::kPipe) {
+            checked(pipe2(ends.data(), O_CLOEXEC), "pipe2");
+        } else {
+            open_terminal();
         }
     }
     ~Pipe() { close(ends[1]); }
+
+    void open_terminal() {
+        ends[0] = checked(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC), "posix_openpt");
+        checked(unlockpt(ends[0]), "unlockpt");
+        std::array<char, 64> name{};
+        if (const int error = ptsname_r(ends[0], name.data(), name.size()); error != 0) {
+            throw std::system_error(error, std::generic_category(), "ptsname_r");
+        }
+        ends[1] = checked(open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC), name.data());
+    }
 };
 
 std::vector<char*> as_argv(const std::vector<std::string>& command) {
@@ -58,9 +79,9 @@ pid_t spawn(const std::vector<std::string>& command, int out, int err) {
 
 }  // namespace
 
-Program::Program(const std::vector<std::string>& command) : name_(command.at(0)) {
+Program::Program(const std::vector<std::string>& command, StandardError error) : name_(command.at(0)) {
     const Pipe out;
-    const Pipe err;
+    const Pipe err(error);
     out_.fd = out.ends[0];
     err_.fd = err.ends[0];
     pid_ = spawn(command, out.ends[1], err.ends[1]);

@@ -18,12 +18,15 @@ struct Ended {
     std::string err;
 };
 
+// Where a program writes its errors: programs may tell a terminal more.
+enum class StandardError { kPipe, kTerminal };
+
 // Starts a program; its end is the end of the object at the latest. What it prints is read at once by a
 // thread of the object's own, so that a program that prints much never waits for the test. Waiting for
 // something that does not come within a time that no sound run needs throws, with all that has been printed.
 class Program {
   public:
-    explicit Program(const std::vector<std::string>& command);
+    explicit Program(const std::vector<std::string>& command, StandardError error = StandardError::kPipe);
     ~Program();
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
