@@ -17,8 +17,8 @@ using namespace std::chrono_literals;
 constexpr auto kCloseTime = 10s;
 
 // Never destroyed: a thread of the library may still deliver while the process ends.
-EventQueue& queue() {
-    static auto* const the_queue = new EventQueue;
+Queue<Event>& queue() {
+    static auto* const the_queue = new Queue<Event>;
     return *the_queue;
 }
 
@@ -71,7 +71,11 @@ std::vector<int32_t> profiles_in_use() {
     return profiles;
 }
 
-Session::Session() : watch_([] { queue().interrupt(); }) {
+Session::Session(const std::function<void()>& on_interrupt)
+    : watch_([on_interrupt] {
+          queue().interrupt();
+          on_interrupt();
+      }) {
     require_success(NetCMClientRegister(on_event), "cannot register with the CM server");
     registered_ = true;
 }

@@ -6,7 +6,8 @@
 #include <optional>
 #include <vector>
 
-#include "EventQueue.h"
+#include "Event.h"
+#include "Queue.h"
 #include "SignalWatch.h"
 
 namespace quorvel::netcm {
@@ -18,8 +19,9 @@ using EventTest = std::function<bool(const Event&)>;
 // ours, so that there is one queue in the process.
 class Session {
   public:
-    // Throws a Failure when the CM server cannot be reached.
-    Session();
+    // Throws a Failure when the CM server cannot be reached. An interrupt is told to `on_interrupt` as well,
+    // on the thread that watches for it.
+    explicit Session(const std::function<void()>& on_interrupt = [] {});
     // Ends what `end` has not ended, and is silent about what fails.
     ~Session();
     Session(const Session&) = delete;

@@ -13,13 +13,16 @@
 
 namespace quorvel::netcm {
 
+inline constexpr char kCacheSource[] = "cache";
+inline constexpr char kLocalSource[] = "local";  // the name itself says it
+
 struct Answer {
     std::string asked;
     std::string name;
     std::vector<std::string> aliases;
     std::vector<std::string> addresses;
     std::optional<uint32_t> ttl;  // seconds, where a server has told
-    std::string source;           // "cache", or the server
+    std::string source;           // one of those below, or the server
     std::string error;            // why there is nothing; empty when there is
     std::chrono::duration<double, std::milli> time{};
 };

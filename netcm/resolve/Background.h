@@ -1,4 +1,4 @@
-// Lookups in the background: many names at once, the answers as they arrive.
+// Many lookups at once: the answers as they arrive.
 #pragma once
 
 #include <cstdint>
@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Answer.h"
+#include "Lookup.h"
 
 namespace quorvel::netcm {
 
@@ -15,11 +16,18 @@ struct Progress {
     size_t all;
 };
 
-// Resolves the names over the profile's connection, as many at a time as the library takes. Every name gets
-// one answer, on the calling thread. `go_on` is asked between answers; when it says no, what is under way is
-// left.
-void look_up_in_background(int32_t profile, const std::vector<std::string>& names,
-                           const std::function<void(const Answer&, Progress)>& answered,
-                           const std::function<bool()>& go_on);
+// Called on the thread that has asked.
+using OnAnswer = std::function<void(const Answer&, Progress)>;
+
+// Both give every name one answer. An interrupt of the inbox ends them, and leaves what is under way.
+
+// By the library's own background lookups over a profile's connection, as many at a time as it takes.
+// `servers` are the profile's.
+void look_up_in_background(int32_t profile, const NameServers& servers, const std::vector<std::string>& names,
+                           const OnAnswer& answered);
+
+// On threads of netcm's own, from servers that need not be a profile's.
+void look_up_on_own_threads(const NameServers& servers, const std::vector<std::string>& names,
+                            const OnAnswer& answered);
 
 }  // namespace quorvel::netcm

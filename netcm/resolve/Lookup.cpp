@@ -6,6 +6,9 @@
 #include <array>
 #include <cstddef>
 #include <functional>
+#include <mutex>
+
+#include "Names.h"
 
 namespace quorvel::netcm {
 namespace {
@@ -64,7 +67,7 @@ bool is_in_cache(Answer& answer, Buffer& buffer) {
     if (get_dns_result_fron_cache(answer.asked.c_str(), buffer.bytes.data(), Buffer::kSize, &host) != 0) {
         return false;
     }
-    answer.source = "cache";
+    answer.source = kCacheSource;
     if (host == nullptr) {
         answer.error = "there is no such name";
     } else {
@@ -73,9 +76,18 @@ bool is_in_cache(Answer& answer, Buffer& buffer) {
     return true;
 }
 
-bool is_address(const std::string& text) {
-    in_addr address{};
-    return inet_pton(AF_INET, text.c_str(), &address) == 1;
+void look_up_local(Answer& answer) {
+    // The library answers into one buffer for all threads.
+    static std::mutex mutex;
+    const std::lock_guard lock(mutex);
+    constexpr int kAnyProfile = 1;
+    const hostent* host = NetDNSGetHostByName(kAnyProfile, answer.asked.c_str());
+    if (host == nullptr) {
+        answer.error = "there is no memory for the lookup";
+        return;
+    }
+    answer.source = kLocalSource;
+    copy_host(answer, *host);
 }
 
 void look_up_now(Answer& answer, const NameServers& servers) {
@@ -85,14 +97,17 @@ void look_up_now(Answer& answer, const NameServers& servers) {
                                         Buffer::kSize, &out.error, &out.ttl, &out.needed);
         return out;
     };
+    if (is_local_name(answer.asked)) {
+        look_up_local(answer);
+        return;
+    }
     Buffer buffer;
     if (is_in_cache(answer, buffer)) {
         return;
     }
     const Outcome outcome = ask_servers(answer, servers, by_name, buffer);
-    if (is_address(answer.asked)) {
-        // It is laid out as it stands; no server has a part in it.
-        answer.source.clear();
+    if (needs_no_server(answer.asked)) {
+        answer.source = kLocalSource;
         answer.ttl.reset();
     } else if (outcome.host != nullptr) {
         update_dns_cache(answer.asked.c_str(), outcome.host, outcome.needed, outcome.ttl);
