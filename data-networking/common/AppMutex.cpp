@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <ctime>
 
+#include "common/TicketGate.h"
 #include "quorvel/NetCM.h"
 
 extern "C" {
@@ -21,6 +22,18 @@ constexpr long kSliceNanoseconds = 20'000'000;
 
 std::atomic<bool> lent_to_receiver{false};
 thread_local bool is_receiver = false;
+
+// In front of the mutex: by itself it goes to whoever asks first, which is the thread that has just unlocked
+// it and comes back, again and again.
+TicketGate gate;
+thread_local bool is_through_gate = false;
+
+// The receiver passes by, since it must not stand behind a thread that waits for it. So does whoever has the
+// mutex: nested in the library, or locked by the application itself, for which the one in the gate may wait.
+bool passes_gate(int32_t thread_id) {
+    return !is_receiver && !is_through_gate &&
+           __atomic_load_n(&NetCMAppMutex.__data.__owner, __ATOMIC_RELAXED) != thread_id;
+}
 
 int lock_for_a_slice() {
 #if defined(__SANITIZE_THREAD__)
@@ -60,8 +73,13 @@ int lock_as_receiver(bool& lent) {
 AppMutexGuard::AppMutexGuard(Here here) QV_NO_THREAD_SAFETY_ANALYSIS
     : here_(here),
       thread_id_(static_cast<int32_t>(syscall(SYS_gettid))),
-      lent_(false) {
+      lent_(false),
+      through_gate_(passes_gate(thread_id_)) {
     QV_TRACE_AT(here_, 0, "Thread [%d] trying to lock the Mutex \n", thread_id_);
+    if (through_gate_) {
+        gate.enter();
+        is_through_gate = true;
+    }
     const int result = is_receiver ? lock_as_receiver(lent_) : pthread_mutex_lock(&NetCMAppMutex);
     if (result == 0)
         QV_TRACE_AT(here_, 0, "Mutex locked by thread [%d] \n", thread_id_);
@@ -73,6 +91,10 @@ AppMutexGuard::AppMutexGuard(Here here) QV_NO_THREAD_SAFETY_ANALYSIS
 
 AppMutexGuard::~AppMutexGuard() QV_NO_THREAD_SAFETY_ANALYSIS {
     const int result = lent_ ? 0 : pthread_mutex_unlock(&NetCMAppMutex);
+    if (through_gate_) {
+        is_through_gate = false;
+        gate.leave();
+    }
     if (result == 0)
         QV_TRACE_AT(here_, 0, "Mutex unlocked by thread [%d] \n", thread_id_);
     else

@@ -13,7 +13,8 @@ namespace quorvel {
 class QV_CAPABILITY("NetCMAppMutex") AppMutexCapability {};
 inline constexpr AppMutexCapability app_mutex;
 
-// Locks for the life of the guard. A lock that fails is traced, and the work goes on as though it were held.
+// Locks for the life of the guard, threads of the application in the order of their coming. A lock that fails
+// is traced, and the work goes on as though it were held.
 class QV_SCOPED_CAPABILITY AppMutexGuard {
   public:
     explicit AppMutexGuard(Here here) QV_ACQUIRE(app_mutex);
@@ -28,6 +29,7 @@ class QV_SCOPED_CAPABILITY AppMutexGuard {
     Here here_;
     int32_t thread_id_;
     bool lent_;
+    bool through_gate_;
 };
 
 // Why a receiver cannot simply wait for the mutex: the last thread to deregister holds it while it joins the
