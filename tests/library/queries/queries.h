@@ -24,6 +24,7 @@ struct Query {
     Bytes block = {};
     bool traces_answer = true;
     bool needs_call = false;
+    bool names_the_new_client = false;  // behind a repair of the link
 };
 
 const std::vector<Query>& queries();

@@ -45,38 +45,59 @@ uint32_t tunnel_refused(const wire::Record& answer) QV_REQUIRES(app_mutex) {
     return answer.Status;
 }
 
+// What registering for tunnel indications and its opposite have of their own: codes and wording.
+struct Registering {
+    static constexpr wire::Command kCommand = wire::NETCM_CLIENT_REGISTER_TUNNEL_IND_REQ;
+    static constexpr wire::Event kAnswer = wire::NETCM_CLIENT_REGISTER_TUNNEL_IND_RSP;
+    static void requested() { QV_TRACE(0, "Request to register for receiving tunnel indication\n"); }
+    static void succeeded() { QV_TRACE(0, "Successfully registered to receive tunnel indication\n"); }
+    static void refused(int error) {
+        QV_TRACE(3, "Error registering to receive tunnel ind. Error = %d \n", error);
+    }
+};
+
+struct Deregistering {
+    static constexpr wire::Command kCommand = wire::NETCM_CLIENT_DEREGISTER_TUNNEL_IND_REQ;
+    static constexpr wire::Event kAnswer = wire::NETCM_CLIENT_DEREGISTER_TUNNEL_IND_RSP;
+    static void requested() { QV_TRACE(0, "Request to de-register for receiving tunnel indication\n"); }
+    static void succeeded() { QV_TRACE(0, "Successfully de-registered for tunnel indication\n"); }
+    static void refused(int error) {
+        QV_TRACE(3, "Error de-registering for tunnel ind. Error = %d \n", error);
+    }
+};
+
+// Behind a repair the server knows the client by a new id.
+uint32_t use_current_id(Here, wire::RequestHeader& request) QV_REQUIRES(app_mutex) {
+    request.ClientId = static_cast<uint32_t>(table().ClientId);
+    return NETCM_SUCCESS;
+}
+
+template <class Change>
+uint32_t register_with_server() {
+    Change::requested();
+    if (!registered(QV_HERE))
+        return NETCM_ERR_NOT_REGISTERED;
+    const Query query = {
+        .request = request_header(Change::kCommand), .answer = Change::kAnswer, .complete = use_current_id};
+    return ask(
+        QV_HERE, query,
+        [](const wire::Record&) -> uint32_t {
+            Change::succeeded();
+            return NETCM_SUCCESS;
+        },
+        Change::refused);
+}
+
 }  // namespace
 
 extern "C" {
 
 uint32_t NetCMClientRegisterTunnelInd(void) {
-    QV_TRACE(0, "Request to register for receiving tunnel indication\n");
-    if (!registered(QV_HERE))
-        return NETCM_ERR_NOT_REGISTERED;
-    const Query query = {.request = request_header(wire::NETCM_CLIENT_REGISTER_TUNNEL_IND_REQ),
-                         .answer = wire::NETCM_CLIENT_REGISTER_TUNNEL_IND_RSP};
-    return ask(
-        QV_HERE, query,
-        [](const wire::Record&) -> uint32_t {
-            QV_TRACE(0, "Successfully registered to receive tunnel indication\n");
-            return NETCM_SUCCESS;
-        },
-        [](int error) { QV_TRACE(3, "Error registering to receive tunnel ind. Error = %d \n", error); });
+    return register_with_server<Registering>();
 }
 
 uint32_t NetCMClientDeRegisterTunnelInd(void) {
-    QV_TRACE(0, "Request to de-register for receiving tunnel indication\n");
-    if (!registered(QV_HERE))
-        return NETCM_ERR_NOT_REGISTERED;
-    const Query query = {.request = request_header(wire::NETCM_CLIENT_DEREGISTER_TUNNEL_IND_REQ),
-                         .answer = wire::NETCM_CLIENT_DEREGISTER_TUNNEL_IND_RSP};
-    return ask(
-        QV_HERE, query,
-        [](const wire::Record&) -> uint32_t {
-            QV_TRACE(0, "Successfully de-registered for tunnel indication\n");
-            return NETCM_SUCCESS;
-        },
-        [](int error) { QV_TRACE(3, "Error de-registering for tunnel ind. Error = %d \n", error); });
+    return register_with_server<Deregistering>();
 }
 
 uint32_t NetCMTunnelRequest(NetCMTunnelData* record) {
