@@ -85,6 +85,17 @@ TEST_F(KillResponse, the_kill_of_a_calls_only_user_leaves_no_record_behind) {
     EXPECT_EQ(user(0).open(7), NETCM_SUCCESS);
 }
 
+// The table alone says that a kill is under way.
+TEST_F(KillResponse, a_killed_call_without_users_is_cleaned_whoever_killed_it) {
+    up(1);
+    set_entry(0, 0, -1, {});
+    set_call_state(0, 7);
+    set_pending(0, user(0).tid(), 7);
+    ASSERT_TRUE(push_and_settle(kill_response(7)));
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_KILL_RSP, 7, 0}}));
+    EXPECT_TRUE(is_free(0));
+}
+
 TEST_F(KillResponse, a_killed_profile_beside_another_of_its_only_user_takes_the_call_along) {
     up(1);
     set_entry(0, 0, 0, {7, 8});

@@ -156,6 +156,18 @@ TEST_F(LocalAnswer, a_call_left_by_the_last_local_close_is_closing_until_the_res
     EXPECT_TRUE(is_free(0));
 }
 
+TEST_F(LocalAnswer, the_last_local_close_leaves_a_killed_call_to_the_kill) {
+    one_call_up();
+    join(user(1), 7);
+    server.on(wire::NETCM_CLIENT_KILL_REQ, silence());
+    EXPECT_EQ(user(0).kill(7), NETCM_SUCCESS);
+    run(ThreadPostStopEvent, request(0, 1, 7));
+    EXPECT_EQ(call(0).CallState, 7u);
+    EXPECT_EQ(server.count(wire::NETCM_CLIENT_STOP_REQ), 0u);
+    ASSERT_TRUE(push_and_settle(kill_response(7)));
+    EXPECT_TRUE(is_free(0));
+}
+
 TEST_F(LocalAnswer, a_call_whose_stop_cannot_be_sent_is_not_left_behind) {
     one_call_up();
     calls::fail(Call::Send);

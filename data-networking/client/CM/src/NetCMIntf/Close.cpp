@@ -70,7 +70,8 @@ uint32_t send_stop_request(NetCMCallInfo& call, int32_t client_id, int32_t profi
 }
 
 void stop_if_left(NetCMCallInfo& call, int32_t profile) {
-    if (count_users(call) != 0)
+    // A kill is on its way: its response ends the call.
+    if (count_users(call) != 0 || call.CallState == kKillSent)
         return;
     // A server that cannot be asked any more will not answer either: nothing would clean the record.
     if (send_stop_request(call, table().ClientId, profile) != NETCM_SUCCESS)

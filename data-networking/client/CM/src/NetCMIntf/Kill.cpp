@@ -7,8 +7,14 @@ using namespace quorvel;
 
 namespace {
 
-// By call; valid while the call is in use and a kill has been sent for it.
+constexpr int32_t kNoProfile = 0;
+
+// By call.
 int32_t killed_profiles[NETCM_MAX_CALLS] = {};
+
+bool was_left_by_its_killer(const NetCMCallInfo& call) QV_REQUIRES(app_mutex) {
+    return call.InUse == 1 && call.CallState == kKillSent;
+}
 
 // What the pending kills say about one more.
 struct PendingKills {
@@ -98,9 +104,18 @@ void remember_killed_profile(const NetCMCallInfo& call, int32_t profile) {
     killed_profiles[index_of(call)] = profile;
 }
 
+void forget_killed_profile(int32_t index) {
+    killed_profiles[index] = kNoProfile;
+}
+
 NetCMCallInfo* call_left_by_its_killer(int32_t profile) {
     for (NetCMCallInfo& call : table().CallInfo)
-        if (call.InUse == 1 && call.CallState == kKillSent && killed_profiles[index_of(call)] == profile)
+        if (was_left_by_its_killer(call) && killed_profiles[index_of(call)] == profile)
+            return &call;
+    // One without users that nobody has a name for is the next best: no other response would clean it.
+    for (NetCMCallInfo& call : table().CallInfo)
+        if (was_left_by_its_killer(call) && killed_profiles[index_of(call)] == kNoProfile &&
+            count_users(call) == 0)
             return &call;
     return nullptr;
 }

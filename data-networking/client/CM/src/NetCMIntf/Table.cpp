@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "client/CM/src/NetCMIntf/KilledProfile.h"
 #include "client/CM/src/NetCMPrivate.h"
 
 using namespace quorvel;
@@ -181,6 +182,7 @@ uint32_t NetCMClientCleanCallInfo(int32_t callIndex) {
     store(call.InUse, 0);
     call.IsActive = 0;
     call.ConnInfo = {};
+    forget_killed_profile(callIndex);
     for (NetCMThreadProf& entry : call.ThreadProf) {
         release(entry);
         for (int32_t& profile : entry.ProfileId)
