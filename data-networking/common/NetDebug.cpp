@@ -5,8 +5,11 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/Descriptor.h"
 #include "common/Trace.h"
 
+using quorvel::at_least;
+using quorvel::kLowestDescriptor;
 using quorvel::level_mask;
 
 namespace {
@@ -21,9 +24,16 @@ bool is_open() {
     return logfile != nullptr && logfile != closed_handle;
 }
 
-// "e" in the mode: an application that starts another program does not hand the log file on.
-FILE* open_log(const char* mode) {
-    FILE* opened = fopen(kLogPath, mode);
+// Like fopen. A descriptor of a standard stream that the application has closed stays free: what goes to
+// standard output would go into the file. And an application that starts another program does not hand the
+// file on.
+FILE* open_log(int flags, const char* mode) {
+    const int fd = at_least(kLowestDescriptor, open(kLogPath, O_RDWR | O_CREAT | O_CLOEXEC | flags, 0666));
+    if (fd < 0)
+        return nullptr;
+    FILE* opened = fdopen(fd, mode);
+    if (opened == nullptr)
+        close(fd);
     if (opened == closed_handle)
         closed_handle = nullptr;
     return opened;
@@ -71,7 +81,7 @@ void NetDebugPrint(const char* file, int line, const char* format, ...) {
         fputs(text, logfile);
     } else if (logfile == nullptr) {
         // The line in hand is not repeated into the file that it opens: the file begins with the next one.
-        logfile = open_log("a+e");
+        logfile = open_log(O_APPEND, "a+");
         if (logfile == nullptr)
             puts(kOpenError);
     }
@@ -82,13 +92,13 @@ void NetDebugPrint(const char* file, int line, const char* format, ...) {
 int NetCleanLogfile(void) {
     if (is_open())
         fclose(logfile);
-    logfile = open_log("w+e");
+    logfile = open_log(O_TRUNC, "w+");
     if (logfile != nullptr) {
         const char zero = 0;
         fwrite(&zero, 1, 1, logfile);
         fclose(logfile);
     }
-    logfile = open_log("a+e");
+    logfile = open_log(O_APPEND, "a+");
     if (logfile == nullptr)
         return puts(kOpenError);
     return fflush(logfile);

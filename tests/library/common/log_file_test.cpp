@@ -126,6 +126,16 @@ TEST_F(LogFile, the_open_file_is_not_handed_to_other_programs) {
     EXPECT_NE(fcntl(fileno(logfile), F_GETFD) & FD_CLOEXEC, 0);
 }
 
+// A descriptor of a standard stream would get every line twice.
+TEST_F(LogFile, the_file_never_takes_the_place_of_a_closed_standard_stream) {
+    const int standard_input = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
+    close(STDIN_FILENO);
+    NetCleanLogfile();
+    EXPECT_GT(fileno(logfile), 2);
+    dup2(standard_input, STDIN_FILENO);
+    close(standard_input);
+}
+
 TEST_F(LogFile, a_long_message_is_printed_whole) {
     const std::string message(10000, 'm');
     EXPECT_EQ(stdout_of([&] { NetDebugPrint("c", 1, "%s", message.c_str()); }), "[c][Ln:   1] " + message);
