@@ -12,9 +12,10 @@
  *     NETCM_ERR_REREGISTER_FAILED. A wait is not resumed after a signal handler of the application has interrupted
  *     it: the request fails with NETCM_ERR_FAILURE. Handle signals on a thread that makes no requests.
  *  4. Callbacks run on the library's receiver thread or on a short-lived thread of the library, never on the
- *     thread that asked, with NetCMAppMutex held, and so one at a time (rule 7 has the exception). A callback that blocks holds up every request
- *     and every event of the process. It may call any function of the library. Deregistering the last thread
- *     from a callback is allowed: the receiver ends as soon as the callback has returned.
+ *     thread that asked, with NetCMAppMutex held, and so one at a time (rule 7 has the exception). A callback
+ *     that blocks holds up every request and every event of the process. It may call any function of the
+ *     library. Deregistering the last thread from a callback is allowed: the receiver ends as soon as the
+ *     callback has returned.
  *     The library's threads inherit the signal mask of the thread that starts them.
  *  5. Ownership. An event and everything that it points to live on the library's side and only during the
  *     callback: copy what is needed. Arguments belong to the caller and are not kept, except the callback itself.
@@ -194,7 +195,7 @@ uint32_t NetCMConnectionKill(int32_t profile);
 /* Kills every active packet-data connection of the device, with a pause of two seconds after each. Holds
  * NetCMAppMutex all the time: no event is delivered meanwhile.
  *
- *   NETCM_SUCCESS                all kills were sent, or there was nothing to kill
+ *   NETCM_SUCCESS                the last kill was sent (one before it may have failed), or there was nothing to kill
  *   NETCM_ERR_NOT_REGISTERED     the process or the calling thread is not registered
  *   NETCM_ERR_REREGISTER_FAILED  rule 3
  *   any other                    why the list could not be read, or the result of the last kill */

@@ -124,8 +124,9 @@ TEST_F(StopResponse, an_unknown_call_is_dropped) {
               NETCM_ERR_INVALID_PARAM);
 }
 
-TEST_F(StopResponse, a_null_record_is_refused) {
+TEST_F(StopResponse, a_null_record_is_refused_without_a_word) {
     EXPECT_EQ(with_table([](auto&) { return NetCMClientProcesStopRsp(nullptr); }), NETCM_ERR_INVALID_PARAM);
+    EXPECT_FALSE(trace::contains("NULL pointer variable passed\n"));
 }
 
 }  // namespace

@@ -37,10 +37,11 @@ TEST_F(Registration, shows_the_banner_also_when_it_refuses) {
 }
 
 TEST_F(Registration, of_a_null_callback_is_refused_without_a_lock) {
+    const NetCMClientAppInfo before = g_NetCMClientAppInfo;
     EXPECT_EQ(user(0).run([] { return NetCMClientRegister(nullptr); }), NETCM_ERR_INVALID_PARAM);
     EXPECT_TRUE(trace::traced(5, "Invalid callback function pointer\n", kUnit));
     EXPECT_FALSE(trace::wait_for_prefix("Thread [", std::chrono::milliseconds(0)));
-    EXPECT_EQ(client_id(), -1);
+    EXPECT_EQ(std::memcmp(&g_NetCMClientAppInfo, &before, sizeof before), 0);
     EXPECT_EQ(server.accepted_connections(), 0);
 }
 

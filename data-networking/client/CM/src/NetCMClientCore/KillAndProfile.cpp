@@ -19,6 +19,30 @@ NetCMCallInfo* killed_call(int32_t profile) QV_REQUIRES(app_mutex) {
     return call_left_by_its_killer(profile);
 }
 
+// Who waits for a pending answer, or -1.
+int32_t requester_of(const NetCMKillReq& request) {
+    return request.ThreadId;
+}
+int32_t requester_of(const NetCMProperProfReq& request) {
+    return request.InUse == 1 ? request.ThreadId : -1;
+}
+
+// Tells everybody who asked for the same, and frees what they took. The walk ends at the first entry that
+// asked for something else: one behind it is not told, and stays taken. Applications know the order of their
+// requests from it.
+template <class Pending, size_t Size, class Asked>
+void answer_requesters(Pending (&pending)[Size], const NetCMEvent& event, Asked asked_for_it,
+                       const Pending& free) QV_REQUIRES(app_mutex) {
+    for (Pending& request : pending) {
+        if (!asked_for_it(request))
+            break;
+        const int32_t requester = requester_of(request);
+        if (requester != -1)
+            deliver_to_requester(requester, event);
+        request = free;
+    }
+}
+
 }  // namespace
 
 extern "C" {
@@ -35,16 +59,9 @@ uint32_t NetCMClientProcesKillRsp(const uint32_t* record) {
 
     const NetCMEvent event = {NETCM_EVENT_KILL_RSP, profile, static_cast<int32_t>(response.Status),
                               reason_of(response.Status, &response.Word5)};
-    for (NetCMKillReq& request : table().KillReq) {
-        // The walk ends at the first pair that asked for something else: one behind it is not told, and stays
-        // taken. Applications know the order of their kills from it.
-        if (request.ProfileId != profile)
-            break;
-        const int32_t requester = request.ThreadId;
-        if (requester != -1)
-            deliver_to_requester(requester, event);
-        request = {-1, -1};
-    }
+    answer_requesters(
+        table().KillReq, event, [=](const NetCMKillReq& request) { return request.ProfileId == profile; },
+        NetCMKillReq{-1, -1});
     if (call != nullptr)
         NetCMClientCleanCallInfo(index_of(*call));
     return NETCM_SUCCESS;
@@ -59,15 +76,10 @@ uint32_t NetCMClientProcessProperProfRsp(const uint32_t* record) {
     QV_TRACE(0, "Proper profile rsp for app id : %d \n", app_id);
     QV_TRACE(0, "Proper profile rsp for profile id : %d \n", profile);
     const NetCMEvent event = {NETCM_EVENT_PROPER_PROFILE_RSP, profile, 0, &response.Status};
-    for (NetCMProperProfReq& request : table().ProperProfReq) {
-        // Ends like the walk over the kills.
-        if (request.ReqKey != app_id)
-            break;
-        const int32_t requester = request.ThreadId;
-        if (request.InUse == 1 && requester != -1)
-            deliver_to_requester(requester, event);
-        request = {0, -1, -1};
-    }
+    answer_requesters(
+        table().ProperProfReq, event,
+        [=](const NetCMProperProfReq& request) { return request.ReqKey == app_id; },
+        NetCMProperProfReq{0, -1, -1});
     return NETCM_SUCCESS;
 }
 

@@ -82,7 +82,7 @@ uint32_t NetCMClientProcesStartRsp(const uint32_t* record) {
 }
 
 uint32_t NetCMClientProcesStopRsp(const uint32_t* record) {
-    if (is_null_record(record))
+    if (record == nullptr)
         return NETCM_ERR_INVALID_PARAM;
     wire::Record response = as_record(record);
     QV_TRACE(2, "PS Connection Close Rsp time = %f\n", call_answered(ps_call_deact_time));

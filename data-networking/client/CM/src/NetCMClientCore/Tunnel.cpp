@@ -16,9 +16,9 @@ class TunnelPayload {
   public:
     explicit TunnelPayload(uint32_t length) : length_(length) {
         // Never of size 0, so that null always means: no memory. What cannot be read in one piece cannot be
-        // had.
+        // had. Zeros, should less arrive than was announced: callbacks never see what the heap held before.
         if (length <= INT_MAX)
-            data_ = malloc(length != 0 ? length : 1);
+            data_ = calloc(1, length != 0 ? length : 1);
     }
     ~TunnelPayload() { free(data_); }
     TunnelPayload(const TunnelPayload&) = delete;

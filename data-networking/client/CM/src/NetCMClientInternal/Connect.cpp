@@ -10,6 +10,7 @@
 
 #include "client/CM/src/NetCMPrivate.h"
 #include "common/Descriptor.h"
+#include "common/Pause.h"
 #include "common/Wire.h"
 
 namespace quorvel {
@@ -36,11 +37,6 @@ bool publish_loss() {
     return true;
 }
 
-void sleep_a_second() {
-    for (unsigned left = 1; left > 0;)
-        left = sleep(left);
-}
-
 }  // namespace
 
 int create_socket() {
@@ -60,7 +56,7 @@ void give_up_connecting(int fd) {
     if (!publish_loss())
         return;
     close(fd);
-    sleep_a_second();
+    pause_for(1);
 }
 
 }  // namespace quorvel

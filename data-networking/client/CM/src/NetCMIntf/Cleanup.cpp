@@ -1,10 +1,9 @@
 // Killing every active packet-data connection of the device.
-#include <unistd.h>
-
 #include <cstring>
 
 #include "client/CM/src/NetCMIntf/Request.h"
 #include "client/CM/src/NetCMPrivate.h"
+#include "common/Pause.h"
 
 using namespace quorvel;
 
@@ -23,7 +22,7 @@ uint32_t kill_listed(const wire::ActiveConnection& connection) {
         return status;
     }
     QV_TRACE(0, "Sent kill connection req, Profile ID = [%d]\n", connection.ProfileId);
-    sleep(kPauseSeconds);
+    pause_for(kPauseSeconds);
     return status;
 }
 

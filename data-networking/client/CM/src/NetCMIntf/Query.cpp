@@ -35,8 +35,18 @@ uint32_t exchange(Here here, Query query, wire::Record& answer) {
         trace_read_failure(here, query.read_failure);
         return NETCM_ERR_FAILURE;
     }
+    const auto code = static_cast<int>(answer.Code);
     if (query.arrival == Arrival::Traced)
-        QV_TRACE_AT(here, 2, "Received response = %d \n", static_cast<int>(answer.Code));
+        QV_TRACE_AT(here, 2, "Received response = %d \n", code);
+    // Reading lets nothing else through; whoever changes that shall not get a wrong answer taken for a right
+    // one.
+    if (answer.Code != static_cast<uint32_t>(query.answer)) {
+        if (query.arrival == Arrival::Traced)
+            QV_TRACE_AT(here, 2, "Received invalid response = %d \n", code);
+        else
+            QV_TRACE_AT(here, 2, "Invalid response = %d \n", code);
+        return NETCM_ERR_FAILURE;
+    }
     return NETCM_SUCCESS;
 }
 
