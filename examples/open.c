@@ -5,38 +5,32 @@
 #include <stdio.h>
 
 static sem_t answered;
-static int32_t open_profile;
-
-static void print(const char *what, const NetCMAddr *address) {
-    char text[INET_ADDRSTRLEN];
-    printf("%-12s%s\n", what, inet_ntop(AF_INET, address->Addr, text, sizeof text));
-}
+static NetCMConnInfo connection;
+static int32_t result = -1;
 
 /* Runs on a thread of the library; what the event points to is gone when it returns. */
 static void on_event(NetCMEvent *event) {
-    if (event->EventType == NETCM_EVENT_OPEN_RSP && event->Result == 0) {
-        const NetCMConnInfo *connection = event->Data;
-        open_profile = connection->ProfileId;
-        printf("%-12s%s\n", "interface", connection->IfaceName);
-        print("address", &connection->IpAddr);
-        for (int i = 0; i < connection->DnsCount; i++)
-            print("DNS server", &connection->DnsAddr[i]);
-    }
-    if (event->EventType == NETCM_EVENT_OPEN_RSP || event->EventType == NETCM_EVENT_CLOSE_RSP)
-        sem_post(&answered);
+    if (event->EventType > NETCM_EVENT_STOP_IND)
+        return; /* not an end, and not an answer */
+    result = event->Result;
+    if (event->EventType == NETCM_EVENT_OPEN_RSP && result == 0)
+        connection = *(NetCMConnInfo *)event->Data;
+    sem_post(&answered);
 }
 
 int main(void) {
+    char text[INET_ADDRSTRLEN];
     sem_init(&answered, 0, 0);
-    uint32_t status = NetCMClientRegister(on_event);
-    if (status == NETCM_SUCCESS)
-        status = NetCMConnectionOpen(&(int32_t){0}, 1); /* 0: the default profile */
-    if (status == NETCM_SUCCESS)
+    if (NetCMClientRegister(on_event) == NETCM_SUCCESS &&
+        NetCMConnectionOpen(&(int32_t){0}, 1) == NETCM_SUCCESS) /* 0: the default profile */
         sem_wait(&answered);
-    if (NetCMConnectionClose(open_profile) == NETCM_SUCCESS)
+    if (result != 0)
+        return fprintf(stderr, "no connection (%d)\n", result), 1;
+    printf("interface   %s\n", connection.IfaceName);
+    printf("address     %s\n", inet_ntop(AF_INET, connection.IpAddr.Addr, text, sizeof text));
+    for (int i = 0; i < connection.DnsCount; i++)
+        printf("DNS server  %s\n", inet_ntop(AF_INET, connection.DnsAddr[i].Addr, text, sizeof text));
+    if (NetCMConnectionClose(connection.ProfileId) == NETCM_SUCCESS)
         sem_wait(&answered);
-    NetCMClientDeRegister();
-    if (open_profile == 0)
-        fprintf(stderr, "no connection (status %u)\n", status);
-    return open_profile == 0;
+    return NetCMClientDeRegister() != NETCM_SUCCESS;
 }
