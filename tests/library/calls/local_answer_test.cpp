@@ -17,6 +17,12 @@ class LocalAnswer : public CallTest {
     NetCMStartRspInfo request(uint32_t call_index, uint32_t thread_index, uint32_t profile) {
         return {static_cast<uint32_t>(user(0).tid()), call_index, thread_index, profile};
     }
+    int32_t call_of(int32_t profile) {
+        int32_t call_id = -1;
+        int32_t index = -1;
+        with_table([&](auto&) { return NetCMGetCallIdFromProfileId(profile, &call_id, &index); });
+        return call_id;
+    }
     // User 0 with profile 7 on call 0, up; user 1 registered.
     void one_call_up() {
         bring_up(registered(0), 7);
@@ -70,6 +76,45 @@ TEST_F(LocalAnswer, an_open_that_is_not_in_the_table_any_more_is_not_answered) {
     EXPECT_EQ(events::count(), 0u);
     EXPECT_FALSE(trace::contains("Response sent to the application \n"));
     EXPECT_EQ(trace::count("ThreadPostStartEvent.. Close the thread \n"), 5u);
+}
+
+// The call ends before the answering thread gets the mutex, and the same user asks for it again.
+TEST_F(LocalAnswer, an_open_is_not_answered_for_the_call_that_came_after_its_own) {
+    one_call_up();
+    EXPECT_EQ(user(1).run([] {
+        pthread_mutex_lock(&NetCMAppMutex);
+        const int32_t profile = 7;
+        const uint32_t joined = NetCMConnectionOpen(&profile, 1);
+        NetCMClientCleanCallInfo(0);
+        EXPECT_EQ(NetCMConnectionOpen(&profile, 1), NETCM_SUCCESS);
+        pthread_mutex_unlock(&NetCMAppMutex);
+        return joined;
+    }),
+              NETCM_SUCCESS);
+    ASSERT_TRUE(trace::wait_for("ThreadPostStartEvent.. Close the thread \n"));
+    EXPECT_EQ(events::count(), 0u);
+    ASSERT_TRUE(push_and_settle(start_response(call_of(7), 7), connection_block()));
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 7, 0}}));
+}
+
+TEST_F(LocalAnswer, a_close_is_not_answered_for_the_call_that_came_after_its_own) {
+    one_call_up();
+    join(user(1), 7);
+    events::clear();
+    EXPECT_EQ(user(1).run([] {
+        pthread_mutex_lock(&NetCMAppMutex);
+        const int32_t profile = 7;
+        const uint32_t closed = NetCMConnectionClose(profile);
+        NetCMClientCleanCallInfo(0);
+        EXPECT_EQ(NetCMConnectionOpen(&profile, 1), NETCM_SUCCESS);
+        pthread_mutex_unlock(&NetCMAppMutex);
+        return closed;
+    }),
+              NETCM_SUCCESS);
+    ASSERT_TRUE(trace::wait_for("__stop_conn_thread.. Close the thread \n"));
+    EXPECT_EQ(events::count(), 0u);
+    ASSERT_TRUE(push_and_settle(start_response(call_of(7), 7), connection_block()));
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 7, 0}}));
 }
 
 TEST_F(LocalAnswer, an_open_without_a_callback_is_not_answered) {

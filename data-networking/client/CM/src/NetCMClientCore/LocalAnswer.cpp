@@ -1,5 +1,6 @@
 #include "client/CM/src/NetCMClientCore/LocalAnswer.h"
 
+#include <atomic>
 #include <cstdlib>
 
 #include "client/CM/src/NetCMClientCore/ConnectionRecord.h"
@@ -10,9 +11,39 @@ using namespace quorvel;
 
 namespace {
 
+// Threads on their way to the mutex, and the calls that they answer for. A call may end before they have it,
+// and begin anew with the same user and profile: what they come for is over then. Atomic, since the end of
+// the link ends calls without the mutex. Where there is no place left, a thread goes untracked.
+struct Underway {
+    std::atomic<pthread_t> thread{};
+    std::atomic<int32_t> call_index{kNoCall};
+
+    static constexpr int32_t kNoCall = -1;
+    static constexpr int32_t kOvertaken = -2;
+};
+Underway underway[64];
+
+void track(pthread_t thread, int32_t call_index) {
+    for (Underway& place : underway) {
+        if (place.call_index != Underway::kNoCall)
+            continue;
+        place.thread = thread;
+        place.call_index = call_index;
+        return;
+    }
+}
+
+// Whether the call of this thread has ended since the thread was started. Asked once.
+bool is_overtaken() {
+    for (Underway& place : underway)
+        if (place.call_index != Underway::kNoCall && pthread_equal(place.thread, pthread_self()) != 0)
+            return place.call_index.exchange(Underway::kNoCall) == Underway::kOvertaken;
+    return false;
+}
+
 // The entry of the block's thread that holds its profile, or null.
 NetCMThreadProf* asking_entry(const NetCMStartRspInfo& request) QV_REQUIRES(app_mutex) {
-    if (request.CallIndex >= NETCM_MAX_CALLS)
+    if (is_overtaken() || request.CallIndex >= NETCM_MAX_CALLS)
         return nullptr;
     NetCMCallInfo& call = table().CallInfo[request.CallIndex];
     const int32_t entry = entry_of(call, static_cast<int32_t>(request.ThreadIndex));
@@ -60,11 +91,21 @@ int start_local_thread(void* (*entry)(void*), NetCMStartRspInfo* block, pthread_
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    const auto call_index = static_cast<int32_t>(block->CallIndex);
     const int error = pthread_create(&thread, &attributes, entry, block);
     pthread_attr_destroy(&attributes);
     if (error != 0)
         free(block);
+    else
+        track(thread, call_index);
     return error;
+}
+
+void overtake_local_answers(int32_t call_index) {
+    for (Underway& place : underway) {
+        int32_t of_call = call_index;
+        place.call_index.compare_exchange_strong(of_call, Underway::kOvertaken);
+    }
 }
 
 }  // namespace quorvel

@@ -11,4 +11,7 @@ namespace quorvel {
 // block is freed already.
 int start_local_thread(void* (*entry)(void*), NetCMStartRspInfo* block, pthread_t& thread);
 
+// A call has ended: threads that are still on their way to answer for it have nothing to say any more.
+void overtake_local_answers(int32_t call_index);
+
 }  // namespace quorvel

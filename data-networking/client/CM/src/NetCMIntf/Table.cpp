@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "client/CM/src/NetCMClientCore/LocalAnswer.h"
 #include "client/CM/src/NetCMIntf/KilledProfile.h"
 #include "client/CM/src/NetCMPrivate.h"
 
@@ -183,6 +184,7 @@ uint32_t NetCMClientCleanCallInfo(int32_t callIndex) {
     call.IsActive = 0;
     call.ConnInfo = {};
     forget_killed_profile(callIndex);
+    overtake_local_answers(callIndex);
     for (NetCMThreadProf& entry : call.ThreadProf) {
         release(entry);
         for (int32_t& profile : entry.ProfileId)
