@@ -1,5 +1,7 @@
 #include "support/ClientTest.h"
 
+#include "support/Link.h"
+
 namespace quorvel::test {
 
 int32_t User::transport_error() {
@@ -49,10 +51,8 @@ int32_t ClientTest::bring_up(User& who, int32_t profile) {
     return call_id;
 }
 
-// The receiver writes it without the mutex.
 bool ClientTest::link_is_broken() {
-    return __atomic_load_n(&g_NetCMClientAppInfo.RecvThreadId, __ATOMIC_ACQUIRE) ==
-           static_cast<pthread_t>(-1);
+    return test::link_is_broken();
 }
 
 bool ClientTest::wait_until_link_is_broken() {

@@ -1,5 +1,6 @@
 // Taking the link down.
 #include "LinkTest.h"
+#include "support/Link.h"
 
 namespace quorvel::test {
 namespace {
@@ -37,8 +38,7 @@ TEST_F(LinkTakeDown, the_receiver_is_stopped_and_everything_closed) {
 TEST_F(LinkTakeDown, a_receiver_that_has_gone_is_not_joined) {
     server.close_async();
     EXPECT_TRUE(trace::wait_for("Quorvel connection got reset, close the thread \n"));
-    ASSERT_TRUE(
-        eventually([this] { return __atomic_load_n(&table.RecvThreadId, __ATOMIC_ACQUIRE) == kNoReceiver; }));
+    ASSERT_TRUE(eventually(link_is_broken));
     EXPECT_EQ(NetCMClientExit(sync_fd), 1);
     EXPECT_EQ(calls::count(Call::ThreadJoin), 0u);
     for (const int fd : {sync_fd, async_fd, ends[0], ends[1]})

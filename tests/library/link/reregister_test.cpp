@@ -1,5 +1,6 @@
 // Repair after the server has gone away.
 #include "LinkTest.h"
+#include "support/Link.h"
 
 namespace quorvel::test {
 namespace {
@@ -10,10 +11,9 @@ class ReRegistration : public LinkTest {
         table.ClientId = init() > 0 ? client_id : -1;
         server.stop();
         EXPECT_TRUE(trace::wait_for("Quorvel connection got reset, close the thread \n"));
-        EXPECT_TRUE(eventually([this] { return table_receiver() == kNoReceiver; }));
+        EXPECT_TRUE(eventually(link_is_broken));
         trace::clear();
     }
-    pthread_t table_receiver() { return __atomic_load_n(&table.RecvThreadId, __ATOMIC_ACQUIRE); }
 };
 
 using ReRegistrationSlow = ReRegistration;

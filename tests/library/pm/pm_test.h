@@ -9,6 +9,7 @@
 #include "support/Events.h"
 #include "support/Eventually.h"
 #include "support/LibraryCalls.h"
+#include "support/Link.h"
 #include "support/ScriptedServer.h"
 #include "support/TraceCapture.h"
 
@@ -65,10 +66,7 @@ class PmTest : public testing::Test {
     void break_link() {
         ASSERT_TRUE(server.wait_for_async_socket());
         server.close_async();
-        ASSERT_TRUE(eventually([] {
-            return __atomic_load_n(&g_NetCMClientAppInfo.RecvThreadId, __ATOMIC_ACQUIRE) ==
-                   static_cast<pthread_t>(-1);
-        }));
+        ASSERT_TRUE(eventually(link_is_broken));
         trace::clear();
     }
 

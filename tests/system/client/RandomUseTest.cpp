@@ -10,6 +10,7 @@
 
 #include "quorvel/NetCM.h"
 #include "support/Events.h"
+#include "support/Eventually.h"
 #include "support/Program.h"
 #include "support/TraceCapture.h"
 
@@ -178,14 +179,13 @@ Program quiet_server() {
     return Program({CM_SERVER_PATH, "--config", kPath, "--db", ":memory:", "--log-level", "error"});
 }
 
-void wait_for_socket() {
-    while (access("/tmp/psServSocket", F_OK) != 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+bool is_socket_there() {
+    return access("/tmp/psServSocket", F_OK) == 0;
 }
 
 TEST(RandomUse, by_sixteen_threads_ends_with_everything_answered_and_nothing_left) {
     Program server = quiet_server();
-    wait_for_socket();
+    ASSERT_TRUE(eventually(is_socket_there));
     trace::stop_keeping();
     std::vector<std::unique_ptr<RandomUser>> users;
     for (int number = 0; number < kThreads; ++number)

@@ -7,6 +7,7 @@
 #include "support/Events.h"
 #include "support/Eventually.h"
 #include "support/LibraryCalls.h"
+#include "support/Link.h"
 
 namespace quorvel::test {
 namespace {
@@ -15,11 +16,6 @@ constexpr int32_t kProfile = 1;
 
 uint32_t open() {
     return NetCMConnectionOpen(&kProfile, 1);
-}
-
-bool link_is_broken() {
-    return __atomic_load_n(&g_NetCMClientAppInfo.RecvThreadId, __ATOMIC_ACQUIRE) ==
-           static_cast<pthread_t>(-1);
 }
 
 TEST(ServerRestart, ends_calls_and_the_next_request_finds_the_new_server) {
