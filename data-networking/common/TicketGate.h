@@ -7,10 +7,9 @@
 namespace quorvel {
 
 // Whoever leaves hands over to the next that waits, so that nobody starves behind a thread that comes back at
-// once. Free to pass, it costs two atomic additions and no system call.
+// once. Free to pass, it costs two atomic additions and no system call. Leaves errno as it is.
 class TicketGate {
   public:
-    // Leaves errno as it is.
     void enter();
     void leave();
 

@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/Lock.h"
 #include "common/Trace.h"
-#include "dns/src/Lock.h"
 #include "dns/src/NetDNSPrivate.h"
 
 using namespace quorvel;

@@ -5,9 +5,9 @@
 #include <ctime>
 #include <limits>
 
+#include "common/Lock.h"
 #include "common/Trace.h"
 #include "dns/src/HostBuilder.h"
-#include "dns/src/Lock.h"
 #include "quorvel/NetDNS.h"
 
 using namespace quorvel;

@@ -15,8 +15,8 @@
 #include <ctime>
 
 #include "common/Descriptor.h"
+#include "common/KeepErrno.h"
 #include "common/Trace.h"
-#include "dns/src/KeepErrno.h"
 #include "quorvel/NetDNS.h"
 
 using namespace quorvel;

@@ -4,9 +4,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/Lock.h"
 #include "common/Trace.h"
 #include "dns/src/HostBuilder.h"
-#include "dns/src/Lock.h"
 #include "dns/src/dns/Lookup.h"
 
 using namespace quorvel;

@@ -3,8 +3,8 @@
 
 #include <cerrno>
 
+#include "common/Lock.h"
 #include "common/Trace.h"
-#include "dns/src/Lock.h"
 #include "dns/src/dns/Lookup.h"
 #include "dns/src/dns/Worker.h"
 
