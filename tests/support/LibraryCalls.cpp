@@ -210,6 +210,11 @@ QV_WRAPPER void* realloc(void* block, size_t size) noexcept {
     return fails(Call::Malloc, QV_CALLER, ENOMEM) ? nullptr : QV_REAL(realloc)(block, size);
 }
 
+QV_WRAPPER int posix_memalign(void** block, size_t alignment, size_t size) noexcept {
+    const int error = error_of(Call::Malloc, QV_CALLER, ENOMEM);
+    return error != 0 ? error : QV_REAL(posix_memalign)(block, alignment, size);
+}
+
 QV_WRAPPER char* strdup(const char* text) noexcept {
     return fails(Call::Malloc, QV_CALLER, ENOMEM) ? nullptr : QV_REAL(strdup)(text);
 }

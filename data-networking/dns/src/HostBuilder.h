@@ -150,10 +150,14 @@ inline hostent* copy_block(const hostent* from, size_t size, char* buffer) {
         while (move(at))
             at += sizeof(char*);
     };
+    const auto point = [=](size_t at, size_t to) {
+        const char* pointer = buffer + to;
+        memcpy(buffer + at, &pointer, sizeof pointer);
+    };
     memcpy(buffer, from, size);
     move(offsetof(hostent, h_name));
-    move(offsetof(hostent, h_aliases));
-    move(offsetof(hostent, h_addr_list));
+    point(offsetof(hostent, h_aliases), kAliasesAt);
+    point(offsetof(hostent, h_addr_list), kAddressesAt);
     move_all(kAliasesAt);
     move_all(kAddressesAt);
     return reinterpret_cast<hostent*>(buffer);
