@@ -12,8 +12,9 @@ void measure_exchange(Report& report);
 void measure_push(Report& report);
 // The callback that the process registers.
 void on_event(NetCMEvent* event);
-// Sixteen threads on the one link.
+// Sixteen threads on the one link, wherever the system puts them; and with the server on one CPU.
 void measure_threads(Report& report);
+void measure_threads_on_one_cpu(Report& report);
 // The resolver: a lookup, the decoder, the cache.
 void measure_names(Report& report);
 // Lookups in the background. Registers by itself, for a connection of its own.

@@ -9,20 +9,54 @@
 #include <system_error>
 
 namespace quorvel::bench {
+namespace {
 
-void pin_to_one_cpu() {
-    cpu_set_t allowed;
-    if (sched_getaffinity(0, sizeof allowed, &allowed) != 0)
-        throw std::system_error(errno, std::generic_category(), "sched_getaffinity");
-    int last = 0;
-    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu)
-        if (CPU_ISSET(cpu, &allowed))
-            last = cpu;
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    CPU_SET(last, &one);
-    if (sched_setaffinity(0, sizeof one, &one) != 0)
-        throw std::system_error(errno, std::generic_category(), "sched_setaffinity");
+// CPUs and scheduling policy of this process; to begin with, those that it was started with.
+class Placement {
+  public:
+    Placement() : policy_(sched_getscheduler(0)) {
+        if (sched_getaffinity(0, sizeof cpus_, &cpus_) != 0 || sched_getparam(0, &priority_) != 0)
+            fail("reading where this process runs");
+    }
+
+    Placement everywhere() const {
+        Placement placement = *this;
+        placement.policy_ = SCHED_OTHER;
+        placement.priority_.sched_priority = 0;
+        return placement;
+    }
+
+    Placement on_last_cpu() const {
+        Placement placement = *this;
+        int cpu = CPU_SETSIZE - 1;
+        while (!CPU_ISSET(cpu, &cpus_))
+            --cpu;
+        CPU_ZERO(&placement.cpus_);
+        CPU_SET(cpu, &placement.cpus_);
+        return placement;
+    }
+
+    void take() const {
+        if (sched_setaffinity(0, sizeof cpus_, &cpus_) != 0 ||
+            sched_setscheduler(0, policy_, &priority_) != 0)
+            fail("changing where this process runs");
+    }
+
+  private:
+    [[noreturn]] static void fail(const char* what) {
+        throw std::system_error(errno, std::generic_category(), what);
+    }
+
+    cpu_set_t cpus_{};
+    int policy_;
+    sched_param priority_{};
+};
+
+}  // namespace
+
+void run_on(Cpus cpus) {
+    static const Placement start;
+    (cpus == Cpus::Every ? start.everywhere() : start.on_last_cpu()).take();
     setpriority(PRIO_PROCESS, 0, -20);  // where it is allowed, what else runs here disturbs less
 }
 

@@ -9,8 +9,12 @@
 
 namespace quorvel::bench {
 
-// All of the process, and of its children, on one CPU: across CPUs the wake-ups of a virtual machine decide.
-void pin_to_one_cpu();
+// Where this process and the children that it starts from now on run.
+enum class Cpus {
+    One,   // across CPUs the wake-ups of a virtual machine decide over what a call costs
+    Every  // as an application runs: the system chooses the CPUs, and nothing has real-time priority
+};
+void run_on(Cpus cpus);
 
 int64_t now_ns();
 

@@ -6,21 +6,29 @@
 #include <stdexcept>
 
 #include "Benchmarks.h"
+#include "Measure.h"
 #include "Server.h"
 
 namespace quorvel::bench {
 namespace {
 
+// A process that is registered has a receiver thread, as every process has that has a connection: what is
+// locked there is locked against somebody.
 struct Benchmark {
     const char* name;
     bool registered;
+    Cpus cpus;
     void (*measure)(Report& report);
 };
 
 constexpr Benchmark kBenchmarks[] = {
-    {"start", false, measure_start}, {"exchange", true, measure_exchange},
-    {"push", true, measure_push},    {"threads", true, measure_threads},
-    {"names", false, measure_names}, {"background", false, measure_background},
+    {"start", false, Cpus::One, measure_start},
+    {"exchange", true, Cpus::One, measure_exchange},
+    {"push", true, Cpus::One, measure_push},
+    {"threads", true, Cpus::Every, measure_threads},
+    {"threads", true, Cpus::One, measure_threads_on_one_cpu},
+    {"names", true, Cpus::One, measure_names},
+    {"background", false, Cpus::One, measure_background},
 };
 
 bool is_known(const char* name) {
@@ -38,6 +46,8 @@ bool is_wanted(const Benchmark& benchmark, int argc, char** argv) {
 }
 
 void measure(const Benchmark& benchmark, Report& report) {
+    run_on(benchmark.cpus);
+    const Server server;
     if (benchmark.registered && NetCMClientRegister(on_event) != NETCM_SUCCESS)
         throw std::runtime_error("the server does not register this process");
     benchmark.measure(report);
@@ -52,8 +62,6 @@ int run(int argc, char** argv) {
             return 2;
         }
     }
-    pin_to_one_cpu();
-    const Server server;
     Report report;
     for (const Benchmark& benchmark : kBenchmarks)
         if (is_wanted(benchmark, argc, argv))

@@ -53,31 +53,49 @@ int64_t ask_from_threads(int count, int requests, std::vector<Waits>& waits) {
     return took;
 }
 
-}  // namespace
-
-void measure_threads(Report& report) {
+struct Measured {
     Rounds one_rate;
     Rounds all_rate;
-    Rounds worst;
-    std::vector<double> medians;
+    Rounds median_wait;
+    Rounds longest_wait;
+};
+
+Measured measure() {
+    Measured measured;
     for (int round = 0; round < kRounds; ++round) {
         std::vector<Waits> waits;
-        one_rate.push_back(kRequests * 1e6 / static_cast<double>(ask_from_threads(1, kRequests, waits)));
-        all_rate.push_back(kRequests * 1e6 /
-                           static_cast<double>(ask_from_threads(kThreads, kRequests, waits)));
+        measured.one_rate.push_back(kRequests * 1e6 /
+                                    static_cast<double>(ask_from_threads(1, kRequests, waits)));
+        measured.all_rate.push_back(kRequests * 1e6 /
+                                    static_cast<double>(ask_from_threads(kThreads, kRequests, waits)));
         Waits together;
         for (const Waits& of_thread : waits)
             together.insert(together.end(), of_thread.begin(), of_thread.end());
-        medians.push_back(median(together));
-        worst.push_back(*std::max_element(together.begin(), together.end()));
+        measured.median_wait.push_back(median(together));
+        measured.longest_wait.push_back(*std::max_element(together.begin(), together.end()));
     }
-    report.begin("Sixteen threads on the one link");
-    report.add({"one thread", median(one_rate), "requests per ms", "", 0, Bar::None, 0});
-    report.add({"sixteen threads", median(all_rate), "requests per ms", "x", ratio(all_rate, one_rate),
-                Bar::AtLeast, 0.9});
-    report.add({"median wait of a request", median(medians) / 1000, "us", "", 0, Bar::None, 0});
-    report.add({"longest wait of a request", median(worst) / 1000, "us", "x the median",
-                ratio(worst, medians), Bar::AtMost, 20});
+    return measured;
+}
+
+void add(Report& report, const char* title, Bar rate_bar, Bar wait_bar) {
+    const Measured measured = measure();
+    report.begin(title);
+    report.add({"one thread", median(measured.one_rate), "requests per ms", "", 0, Bar::None, 0});
+    report.add({"sixteen threads", median(measured.all_rate), "requests per ms", "x",
+                ratio(measured.all_rate, measured.one_rate), rate_bar, 0.9});
+    report.add({"median wait of a request", median(measured.median_wait) / 1000, "us", "", 0, Bar::None, 0});
+    report.add({"longest wait of a request", median(measured.longest_wait) / 1000, "us", "x the median",
+                ratio(measured.longest_wait, measured.median_wait), wait_bar, 20});
+}
+
+}  // namespace
+
+void measure_threads(Report& report) {
+    add(report, "Sixteen threads on the one link", Bar::AtLeast, Bar::AtMost);
+}
+
+void measure_threads_on_one_cpu(Report& report) {
+    add(report, "The same, and the server too, on one CPU", Bar::None, Bar::AtMost);
 }
 
 }  // namespace quorvel::bench
