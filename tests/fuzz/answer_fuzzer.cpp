@@ -6,6 +6,7 @@
 
 #include "Fuzz.h"
 #include "dns/src/HostBuilder.h"
+#include "dns/src/resolver/Name.h"
 #include "dns/src/resolver/Resolver.h"
 #include "quorvel/NetDNS.h"
 
@@ -53,14 +54,14 @@ void expect_cached(hostent& host, int needed) {
 }
 
 // The needed length, or 0 when the answer cannot be decoded whatever the buffer.
-int decode(const Query& query, const Response& response, int length) {
+int decode(const Query& query, const Response& response, Name name, int length) {
     Buffer buffer(length);
     uint32_t ttl = 0;
     int needed = 0;
     int herr = 99;
     errno = 0;
-    hostent* host =
-        unpack_answer(query, response, buffer.bytes.get(), buffer.size, {&ttl, &needed}, ErrorCode(&herr));
+    hostent* host = unpack_answer(query, response, name, buffer.bytes.get(), buffer.size, {&ttl, &needed},
+                                  ErrorCode(&herr));
     if (host != nullptr) {
         QV_FUZZ_EXPECT(herr == 0 && needed <= length);
         expect_whole(*host, buffer);
@@ -83,14 +84,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // The bytes behind the message are not its: they are as the stack has them.
     std::copy_n(data + 2, response.length, response.bytes.begin());
     const auto id = static_cast<uint16_t>(size < 4 ? 0 : data[2] << 8 | data[3]);
+    Name name;
     int herr = 99;
-    if (check_response(response, id, ErrorCode(&herr)) != 0)
+    if (check_response(response, id, name, ErrorCode(&herr)) != 0)
         return 0;
-    int needed = decode(query, response, length);
+    int needed = decode(query, response, name, length);
+    // The name that the question left saves reading it again, and changes nothing.
+    QV_FUZZ_EXPECT(decode(query, response, Name(), length) == needed);
     // A buffer of the length that was asked for brings the decoder at least one piece further.
     for (int tried = length; needed > tried;) {
         tried = needed;
-        needed = decode(query, response, tried);
+        needed = decode(query, response, name, tried);
     }
     return 0;
 }

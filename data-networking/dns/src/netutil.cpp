@@ -28,28 +28,35 @@ bool bind_to_interface(int fd, const char* ifname) {
     return setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, ifname, length) == 0;
 }
 
-// The coarse clock is cheaper to read, and only the rare wait that is interrupted needs any. It is behind by
-// up to a tick.
-constexpr int kTickMs = 10;
-
-int64_t now_in_ms() {
+// The coarse clock is cheaper to read, and only the rare wait that is interrupted needs any.
+timespec coarse_time() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+    return now;
+}
+
+// What is left of the time of a wait that began at `start`.
+[[gnu::cold]] int left_of(int timeout_ms, timespec start) {
+    // By as much as this the coarse clock may be behind: no interruption shall cut the wait short.
+    constexpr int64_t kTickMs = 10;
+    if (timeout_ms <= 0)
+        return timeout_ms;
+    const timespec now = coarse_time();
+    const int64_t passed =
+        int64_t{now.tv_sec - start.tv_sec} * 1000 + int64_t{now.tv_nsec - start.tv_nsec} / 1'000'000;
+    return static_cast<int>(std::max<int64_t>(timeout_ms + kTickMs - passed, 0));
 }
 
 // Polls until the time is up however often signals interrupt it: an application with a periodic timer would
 // otherwise wait for ever.
 int poll_to_the_end(pollfd& waiting, int timeout_ms) {
-    // A tick more, so that no interruption cuts the wait short.
-    const int64_t end = now_in_ms() + timeout_ms + kTickMs;
+    const timespec start = coarse_time();
     int left = timeout_ms;
     for (;;) {
         const int result = poll(&waiting, 1, left);
         if (result >= 0 || errno != EINTR)
             return result;
-        if (timeout_ms > 0)
-            left = static_cast<int>(std::max<int64_t>(end - now_in_ms(), 0));
+        left = left_of(timeout_ms, start);
     }
 }
 

@@ -25,7 +25,7 @@ struct Unpacking {
     std::span<const uint8_t> message;
     HostBuilder host;
     ErrorCode error;
-    Name name;  // the owner of the record in hand, then the name in its data
+    Name& name;  // the owner of the record in hand, then the name in its data
 
     bool no_room() {
         QV_TRACE(4, "buffer not enough\n");
@@ -125,10 +125,10 @@ bool take_records(Unpacking& work, const Response& response, uint32_t* ttl) {
 
 }  // namespace
 
-hostent* unpack_answer(const Query& query, const Response& response, char* buffer, int length, AnswerOut out,
-                       ErrorCode error) {
+hostent* unpack_answer(const Query& query, const Response& response, Name& name, char* buffer, int length,
+                       AnswerOut out, ErrorCode error) {
     const auto message = std::span<const uint8_t>(response.bytes).first(static_cast<size_t>(response.length));
-    Unpacking work{query, message, HostBuilder(buffer, length), error, {}};
+    Unpacking work{query, message, HostBuilder(buffer, length), error, name};
     const bool complete = take_records(work, response, out.ttl);
     if (out.needed != nullptr)
         *out.needed = work.host.needed();

@@ -50,14 +50,6 @@ class Cursor {
         return true;
     }
 
-    bool u16(uint16_t& value) {
-        if (!has(2))
-            return false;
-        value = u16_at(here());
-        offset_ += 2;
-        return true;
-    }
-
     bool skip(int count) {
         if (!has(count))
             return false;

@@ -7,6 +7,7 @@
 
 #include "common/Trace.h"
 #include "dns/src/HostBuilder.h"
+#include "dns/src/resolver/Name.h"
 #include "dns/src/resolver/Resolver.h"
 #include "quorvel/NetDNS.h"
 
@@ -15,11 +16,12 @@ namespace {
 
 hostent* ask(const Query& query, char* buffer, int length, AnswerOut out, ErrorCode error) {
     Response response;
-    if (dns_lookup(query, response, error) < 0)
+    Name name;
+    if (dns_lookup(query, response, name, error) < 0)
         return nullptr;
     if (query.type == kTypePtr)
         QV_TRACE(2, "End of gethostbyaddr_r\n");
-    return unpack_answer(query, response, buffer, length, out, error);
+    return unpack_answer(query, response, name, buffer, length, out, error);
 }
 
 // A name that is an address needs no server. Its life time is nobody's to say and stays as the caller has it.

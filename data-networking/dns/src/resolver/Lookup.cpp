@@ -44,9 +44,10 @@ bool unpack_header(Cursor& at, Header& header) {
         QV_TRACE(4, "unpack_header() failed\n");
         return false;
     }
-    for (uint16_t* word : {&header.id, &header.flags, &header.questions, &header.answers, &header.authorities,
-                           &header.additionals})
-        at.u16(*word);
+    const uint8_t* words = at.here();
+    header = {u16_at(words),     u16_at(words + 2), u16_at(words + 4),
+              u16_at(words + 6), u16_at(words + 8), u16_at(words + 10)};
+    at.pass(kHeaderBytes);
     trace_header(header);
     return true;
 }
@@ -68,27 +69,27 @@ int error_of_rcode(int rcode) {
     }
 }
 
-bool pass_question(Cursor& at) {
-    Name name;
-    uint16_t type = 0;
-    uint16_t question_class = 0;
-    if (!at.name(name) || !at.u16(type) || !at.u16(question_class))
+bool pass_question(Cursor& at, Name& name) {
+    if (!at.name(name))
+        return false;
+    const uint8_t* fixed = at.fields<2, 2>();
+    if (fixed == nullptr)
         return false;
     QV_TRACE(2, "< question section >\n");
     QV_TRACE(2, "qname  : %s\n", name.text());
-    QV_TRACE(2, "qtype  : %u\n", type);
-    QV_TRACE(2, "qclass : %u\n", question_class);
+    QV_TRACE(2, "qtype  : %u\n", u16_at(fixed));
+    QV_TRACE(2, "qclass : %u\n", u16_at(fixed + 2));
     return true;
 }
 
 // Where the answers begin. A question that cannot be read moves one byte back, and the walk goes on; what the
 // servers of the field get wrong in their questions is survived by it.
-int pass_questions(std::span<const uint8_t> message, int count) {
+int pass_questions(std::span<const uint8_t> message, int count, Name& name) {
     int offset = kHeaderBytes;
     // Before the message there is nothing to read: nor has what the walk would still do an effect.
     for (int question = 0; question < count && offset >= 0; ++question) {
         Cursor at(message, offset);
-        offset = pass_question(at) ? at.offset() : offset - 1;
+        offset = pass_question(at, name) ? at.offset() : offset - 1;
     }
     return offset;
 }
@@ -101,7 +102,7 @@ int ErrorCode::fail(int error_number, int code) const {
     return -1;
 }
 
-int check_response(Response& response, uint16_t id, ErrorCode error) {
+int check_response(Response& response, uint16_t id, Name& name, ErrorCode error) {
     const auto message = std::span<const uint8_t>(response.bytes).first(static_cast<size_t>(response.length));
     Cursor at(message, 0);
     Header header;
@@ -118,7 +119,7 @@ int check_response(Response& response, uint16_t id, ErrorCode error) {
         QV_TRACE(4, "error response: %d\n", rcode);
         return error.fail(ENOENT, error_of_rcode(rcode));
     }
-    response.answer_offset = pass_questions(message, header.questions);
+    response.answer_offset = pass_questions(message, header.questions, name);
     response.answers = header.answers;
     if (header.answers == 0) {
         QV_TRACE(2, "no error but no answer(s)\n");
@@ -127,7 +128,7 @@ int check_response(Response& response, uint16_t id, ErrorCode error) {
     return 0;
 }
 
-int dns_lookup(const Query& query, Response& response, ErrorCode error) {
+int dns_lookup(const Query& query, Response& response, Name& name, ErrorCode error) {
     if (query.data.size() > kLongestQueryName) {
         QV_TRACE(4, "query too long\n");
         return error.fail(EINVAL, NETDB_INTERNAL);
@@ -146,7 +147,7 @@ int dns_lookup(const Query& query, Response& response, ErrorCode error) {
     }
     dump_packet("packet received",
                 std::span<const uint8_t>(response.bytes).first(static_cast<size_t>(response.length)));
-    return check_response(response, id, error);
+    return check_response(response, id, name, error);
 }
 
 }  // namespace quorvel

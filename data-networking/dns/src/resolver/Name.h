@@ -5,9 +5,9 @@
 
 namespace quorvel {
 
-// The records of an answer mostly have one owner, given as pointers to one place, where the alias before them
-// has often been read already: what a pointer leads to is not read again when it is what was read last. An
-// object serves one message.
+// The records of an answer mostly have one owner, given as pointers to one place, where the question or the
+// alias before them has often been read already: what a pointer leads to is not read again when it is what
+// was read last. An object serves one message.
 class Name {
   public:
     Name() {}  // leaves the text as it is: no name, no text

@@ -38,6 +38,8 @@ struct Response {
     uint16_t answers;
 };
 
+class Name;
+
 // The caller's error code, which may be absent.
 class ErrorCode {
   public:
@@ -70,19 +72,21 @@ int build_query(const Query& query, uint16_t id, MessageBuffer& out);
 // Sends the query and waits for a response, in two attempts: the bytes received, or -1.
 int exchange(const Query& query, std::span<const uint8_t> message, MessageBuffer& answer);
 
-// Examines the header of the received bytes, passes the questions: 0, or -1 with the error set.
-int check_response(Response& response, uint16_t id, ErrorCode error);
+// Examines the header of the received bytes, passes the questions, the last of which leaves its name: 0, or
+// -1 with the error set.
+int check_response(Response& response, uint16_t id, Name& name, ErrorCode error);
 
 // Build, send, receive, examine the header, pass the questions: 0, or -1 with the error set.
-int dns_lookup(const Query& query, Response& response, ErrorCode error);
+int dns_lookup(const Query& query, Response& response, Name& name, ErrorCode error);
 
 // Reads the possibly compressed name at `offset` into `out`, which may be null. Gives the bytes that the name
 // occupies there, or -1.
 int expand_name(std::span<const uint8_t> message, int offset, NameText* out);
 
-// Lays the answer section out in the caller's buffer; null with the error set when that fails.
-hostent* unpack_answer(const Query& query, const Response& response, char* buffer, int length, AnswerOut out,
-                       ErrorCode error);
+// Lays the answer section out in the caller's buffer; null with the error set when that fails. `name` is the
+// one that the questions left, or a new one.
+hostent* unpack_answer(const Query& query, const Response& response, Name& name, char* buffer, int length,
+                       AnswerOut out, ErrorCode error);
 
 // Only when the debug level asks for packets.
 void dump_packet(const char* title, std::span<const uint8_t> packet);
