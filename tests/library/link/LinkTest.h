@@ -2,8 +2,11 @@
 #pragma once
 
 #include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <string>
 
 #include "client/CM/src/NetCMPrivate.h"
@@ -41,8 +44,14 @@ class LinkTest : public ::testing::Test {
     ScriptedServer server;
 };
 
+// Whether the library has it: the server runs in this process too, and a number that the library has given
+// back may be its next.
 inline bool is_open(int fd) {
-    return fcntl(fd, F_GETFD) >= 0;
+    sockaddr_un name{};
+    socklen_t length = sizeof name;
+    const bool servers = getsockname(fd, reinterpret_cast<sockaddr*>(&name), &length) == 0 &&
+                         strcmp(name.sun_path, wire::kServerPath) == 0;
+    return !servers && fcntl(fd, F_GETFD) >= 0;
 }
 
 }  // namespace quorvel::test
