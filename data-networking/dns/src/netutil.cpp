@@ -76,9 +76,12 @@ extern "C" {
 int _dns_debug = 0;
 
 void dns_getenv(void) {
-    const KeepErrno keep;
     const char* value = getenv("QVDNS_DEBUG");
-    const long level = value != nullptr ? strtol(value, nullptr, 10) : 0;
+    long level = 0;
+    if (value != nullptr) {
+        const KeepErrno keep;
+        level = strtol(value, nullptr, 10);
+    }
     // Every lookup of every thread sets it, without a lock: the level is not worth one.
     std::atomic_ref(_dns_debug)
         .store(static_cast<int>(std::clamp<long>(level, INT_MIN, INT_MAX)), std::memory_order_relaxed);

@@ -1,7 +1,4 @@
 // One query to one server over its interface.
-#include <atomic>
-#include <cstdio>
-
 #include "common/Trace.h"
 #include "dns/src/resolver/Resolver.h"
 #include "quorvel/NetDNS.h"
@@ -12,7 +9,6 @@ namespace {
 constexpr int kAttempts = 2;
 constexpr int kWaitMs = 2000;
 constexpr int kDnsPort = 53;
-constexpr int kDumpAbove = 2;
 
 int open_socket(const Query& query) {
     const int fd = dns_socket(1, query.ifname);
@@ -67,16 +63,6 @@ int exchange(const Query& query, std::span<const uint8_t> message, MessageBuffer
     if (fd >= 0)
         dns_close(fd);
     return -1;
-}
-
-void dump_packet(const char* title, std::span<const uint8_t> packet) {
-    if (std::atomic_ref(_dns_debug).load(std::memory_order_relaxed) <= kDumpAbove)
-        return;
-    QV_TRACE(4, "<%s (%d bytes)>\n", title, static_cast<int>(packet.size()));
-    for (const uint8_t byte : packet)
-        QV_TRACE(4, "0x%02x ", byte);
-    fputc('\n', stderr);
-    fflush(stderr);
 }
 
 }  // namespace quorvel

@@ -1,5 +1,7 @@
 // dns_lookup: one query, and its response up to the answer section.
+#include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -7,11 +9,13 @@
 #include "common/Trace.h"
 #include "dns/src/resolver/Cursor.h"
 #include "dns/src/resolver/Resolver.h"
+#include "quorvel/NetDNS.h"
 
 namespace quorvel {
 namespace {
 
 constexpr uint16_t kRcodeBits = 0x000F;
+constexpr int kDumpAbove = 2;
 
 struct Header {
     uint16_t id = 0;
@@ -92,6 +96,17 @@ int pass_questions(std::span<const uint8_t> message, int count, Name& name) {
         offset = pass_question(at, name) ? at.offset() : offset - 1;
     }
     return offset;
+}
+
+// Only when the debug level asks for packets.
+void dump_packet(const char* title, std::span<const uint8_t> packet) {
+    if (std::atomic_ref(_dns_debug).load(std::memory_order_relaxed) <= kDumpAbove)
+        return;
+    QV_TRACE(4, "<%s (%d bytes)>\n", title, static_cast<int>(packet.size()));
+    for (const uint8_t byte : packet)
+        QV_TRACE(4, "0x%02x ", byte);
+    fputc('\n', stderr);
+    fflush(stderr);
 }
 
 }  // namespace

@@ -88,7 +88,4 @@ int expand_name(std::span<const uint8_t> message, int offset, NameText* out);
 hostent* unpack_answer(const Query& query, const Response& response, Name& name, char* buffer, int length,
                        AnswerOut out, ErrorCode error);
 
-// Only when the debug level asks for packets.
-void dump_packet(const char* title, std::span<const uint8_t> packet);
-
 }  // namespace quorvel
