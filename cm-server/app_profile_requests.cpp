@@ -53,11 +53,7 @@ void set_payment(Store& store, wire::AppProfMsg& message) {
     store.set_payment(message.AppProf.Param, message.AppProf.ProfileId);
 }
 
-struct Entry {
-    uint32_t command;
-    const char* words;
-    void (*handler)(Store&, wire::AppProfMsg&);
-};
+using Entry = StoreCommand<Store&, wire::AppProfMsg&>;
 constexpr std::array kHandlers{
     Entry{wire::NETPM_APPPROF_ADD_APP_ID, "adds application ", add},
     Entry{wire::NETPM_APPPROF_DELETE_APP_ID, "deletes application ", remove},
@@ -69,16 +65,6 @@ constexpr std::array kHandlers{
           get_proper},
     Entry{wire::NETPM_APPPROF_CHANGE_PAYMENT, "changes the payment setting, application ", set_payment},
 };
-
-const char* carry_out(Store& store, wire::AppProfMsg& message) {
-    const auto found = std::ranges::find(kHandlers, message.Cmd, &Entry::command);
-    if (found == kHandlers.end()) {
-        message.Result = PM_ERR_UNKNOWN_COMMAND;
-        return "asks something unknown of application ";
-    }
-    message.Result = attempt([&] { found->handler(store, message); });
-    return found->words;
-}
 
 // The event of the asynchronous request names the application and the profile in words of its own.
 Message event_of(uint32_t application, const wire::AppProfMsg& answer) {
@@ -98,10 +84,11 @@ void ask_application_profile(Services services, Client& client, const Request& r
         return;
     const uint32_t application = message.AppProf.AppId;
     const bool with_event = message.Cmd == wire::NETPM_APPPROF_ASYNC_PROPER_PROFILE;
-    const char* words = carry_out(services.store, message);
+    const auto [words, error] =
+        carry_out(kHandlers, message.Cmd, "asks something unknown of application ", services.store, message);
+    message.Result = error;
     message.Cmd += wire::kPmAnswer;
-    log_request(client, words, log::field("application", static_cast<int32_t>(application)),
-                outcome(static_cast<PmError>(message.Result)));
+    log_request(client, words, log::field("application", static_cast<int32_t>(application)), outcome(error));
     if (with_event)
         services.clients.push(client.id, event_of(application, message));
     else

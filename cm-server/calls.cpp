@@ -62,6 +62,14 @@ uint32_t Calls::begin(uint32_t call, const Profile& profile) {
     return call;
 }
 
+std::vector<uint32_t> Calls::in_use() const {
+    std::vector<uint32_t> ids;
+    for (uint32_t id = 0; id < kCallCount; ++id)
+        if (calls_[id].state != Call::State::kFree)
+            ids.push_back(id);
+    return ids;
+}
+
 std::optional<uint32_t> Calls::start(uint32_t client, const Profile& profile) {
     std::optional<uint32_t> chosen;
     for (uint32_t id = 0; id < kCallCount && !chosen; ++id)

@@ -46,6 +46,8 @@ class Calls : public BearerEvents {
     void use(Bearer& bearer) { bearer_ = &bearer; }
 
     const std::array<Call, kCallCount>& all() const { return calls_; }
+    // The ids of those that are not free, in order.
+    std::vector<uint32_t> in_use() const;
     // The call that a profile is on.
     std::optional<uint32_t> find(int32_t profile) const;
 

@@ -1,6 +1,8 @@
 // The handlers of single requests. Each logs the request in words, and answers it.
 #pragma once
 
+#include <algorithm>
+
 #include "log.h"
 #include "requests.h"
 
@@ -39,17 +41,34 @@ inline Message answer_to(const Request& request, uint32_t status = NETCM_SUCCESS
     return make_message(static_cast<wire::Event>(code), status);
 }
 
-// Runs what asks the store: done, or why it is refused.
-template <class Action>
-PmError attempt(const Action& action) {
+// A command that asks the store, its words in the log and what it does.
+template <class... Arguments>
+struct StoreCommand {
+    uint32_t command;
+    const char* words;
+    void (*handler)(Arguments...);
+};
+
+struct CarriedOut {
+    const char* words;
+    PmError error;
+};
+
+// Does what the table has for the command: done, or why it is refused. `unknown` are the words for a command
+// that is not there.
+template <class Table, class... Arguments>
+CarriedOut carry_out(const Table& table, uint32_t command, const char* unknown, Arguments&... arguments) {
+    const auto found = std::ranges::find(table, command, &Table::value_type::command);
+    if (found == table.end())
+        return {unknown, PM_ERR_UNKNOWN_COMMAND};
     try {
-        action();
-        return PM_SUCCESS;
+        found->handler(arguments...);
+        return {found->words, PM_SUCCESS};
     } catch (const PmRefusal& refusal) {
-        return refusal.error;
+        return {found->words, refusal.error};
     } catch (const DatabaseError& error) {
         log::error("the store fails: ", error.what());
-        return PM_ERR_STORE;
+        return {found->words, PM_ERR_STORE};
     }
 }
 

@@ -142,17 +142,12 @@ void find(Exchange& exchange) {
 
 // A restored profile may be another one under the id of an open connection.
 void restore(Exchange& exchange) {
-    const auto free = [](const Call& call) { return call.state == Call::State::kFree; };
-    if (!std::ranges::all_of(exchange.services.calls.all(), free))
+    if (!exchange.services.calls.in_use().empty())
         throw PmRefusal(PM_ERR_IN_USE);
     exchange.services.store.restore();
 }
 
-struct Entry {
-    uint32_t command;
-    const char* words;
-    void (*handler)(Exchange&);
-};
+using Entry = StoreCommand<Exchange&>;
 constexpr std::array kHandlers{
     Entry{wire::NETPM_CLIENT_ADD_PROFILE_REQ, "adds a profile", add},
     Entry{wire::NETPM_CLIENT_MODIFY_PROFILE_REQ, "changes a profile", modify},
@@ -171,16 +166,6 @@ constexpr std::array kHandlers{
     Entry{wire::NETPM_CLIENT_FIND_PROFILE_IDS_REQ, "finds profiles", find},
 };
 
-const char* carry_out(Exchange& exchange) {
-    const auto found = std::ranges::find(kHandlers, exchange.header.Command, &Entry::command);
-    const bool known = found != kHandlers.end();
-    const PmError error =
-        known ? attempt([&] { found->handler(exchange); }) : PmError{PM_ERR_UNKNOWN_COMMAND};
-    if (error != PM_SUCCESS)
-        exchange.answer.refuse(error);
-    return known ? found->words : "asks the profile manager something unknown";
-}
-
 }  // namespace
 
 void ask_profile_manager(Services services, Client& client, const Request& request) {
@@ -190,7 +175,10 @@ void ask_profile_manager(Services services, Client& client, const Request& reque
         return;
     exchange.data = cursor.take(cursor.remaining());
     exchange.answer.profile = exchange.header.ProfileId;
-    const char* words = carry_out(exchange);
+    const auto [words, error] =
+        carry_out(kHandlers, exchange.header.Command, "asks the profile manager something unknown", exchange);
+    if (error != PM_SUCCESS)
+        exchange.answer.refuse(error);
     log_request(client, words, ", profile ", log::field("profile", exchange.answer.profile),
                 outcome(exchange.answer.error));
     client.sync->send(to_message(exchange.answer, exchange.header.Command));

@@ -11,14 +11,6 @@ namespace {
 
 using nlohmann::json;
 
-std::vector<uint32_t> calls_in_use(const Calls& calls) {
-    std::vector<uint32_t> result;
-    for (uint32_t id = 0; id < kCallCount; ++id)
-        if (calls.all()[id].state != Call::State::kFree)
-            result.push_back(id);
-    return result;
-}
-
 std::string joined(const std::vector<uint32_t>& numbers) {
     std::string text;
     for (const uint32_t number : numbers)
@@ -27,7 +19,7 @@ std::string joined(const std::vector<uint32_t>& numbers) {
 }
 
 uint32_t only_call(const Calls& calls) {
-    const auto used = calls_in_use(calls);
+    const auto used = calls.in_use();
     if (used.empty())
         throw ControlError("there is no call");
     if (used.size() > 1)
@@ -115,7 +107,7 @@ std::string describe_clients(const std::vector<uint32_t>& clients) {
 
 json to_json(const Client& client, const Calls& calls) {
     json used = json::array();
-    for (const uint32_t id : calls_in_use(calls))
+    for (const uint32_t id : calls.in_use())
         for (const Call::User& user : calls.all()[id].users)
             if (user.client == client.id)
                 used.push_back({{"call", id}, {"profile", user.profile}});

@@ -97,9 +97,8 @@ json list(Services services, const json&) {
     json data{{"clients", json::array()}, {"calls", json::array()}};
     for (const auto& [id, client] : services.clients.all())
         data["clients"].push_back(to_json(client, services.calls));
-    for (uint32_t id = 0; id < kCallCount; ++id)
-        if (services.calls.all()[id].state != Call::State::kFree)
-            data["calls"].push_back(to_json(id, services.calls.all()[id]));
+    for (const uint32_t id : services.calls.in_use())
+        data["calls"].push_back(to_json(id, services.calls.all()[id]));
     return {{"data", data}};
 }
 
