@@ -9,7 +9,6 @@
 
 #include <array>
 #include <cstring>
-#include <memory>
 #include <mutex>
 #include <stdexcept>
 
@@ -24,6 +23,7 @@ namespace {
 
 constexpr int kRounds = 41;
 constexpr int kCacheRounds = 161;  // short ones
+
 // --- a lookup, answered by a name server
 // --------------------------------------------------------------------
 
@@ -193,43 +193,27 @@ void measure_decoding(Report& report) {
 // --- the cache
 // ------------------------------------------------------------------------------------------------
 
-constexpr size_t kLineBytes = 64;
-
-// Where the copies of a round go: another line of a page each time, since where a copy begins and where it
-// ends decide over as much as is measured. The compiler does not see how long the buffer is: it would copy by
-// a string instruction, which is slower than the C library's copy.
-class Destinations {
+// Where a block begins and where its copy goes: another place in each round, since the two decide over as
+// much as is measured. The compiler does not see how long the buffer is: it would copy by a string
+// instruction, which is slower than the C library's copy.
+template <size_t kStep, size_t kPeriod>
+class Places {
   public:
     char* next() {
-        line_ = (line_ + 1) % kLines;
-        char* to = bytes_.data() + line_ * kLineBytes;
-        asm volatile("" : "+r"(to));
-        return to;
+        at_ = (at_ + kStep) % kPeriod;
+        char* place = bytes_.data() + at_;
+        asm volatile("" : "+r"(place));
+        return place;
     }
 
   private:
-    static constexpr size_t kLines = 64;
-    alignas(4096) std::array<char, kLines * kLineBytes + sizeof(HostBuffer)> bytes_;
-    size_t line_ = 0;
+    alignas(kPeriod) std::array<char, kPeriod + sizeof(HostBuffer)> bytes_{};
+    size_t at_ = 0;
 };
 
-// The block that is copied, beginning where the allocator may have it begin: at each of the four places in a
-// line, in turn.
-class Sources {
-  public:
-    explicit Sources(size_t size) : bytes_(size + 2 * kLineBytes, 'x') {}
-    const char* next() {
-        place_ = (place_ + kAlignment) % kLineBytes;
-        void* line = bytes_.data();
-        size_t room = bytes_.size();
-        return static_cast<const char*>(std::align(kLineBytes, 1, line, room)) + place_;
-    }
-
-  private:
-    static constexpr size_t kAlignment = 16;
-    std::vector<char> bytes_;
-    size_t place_ = 0;
-};
+constexpr size_t kAlignment = 16;  // of what the allocator gives
+constexpr size_t kLineBytes = 64;
+constexpr size_t kPageBytes = 4096;
 
 void measure_cache(Report& report) {
     HostBuffer buffer;
@@ -238,8 +222,8 @@ void measure_cache(Report& report) {
     update_dns_cache(kHostName, const_cast<hostent*>(host), size, 3600);
 
     std::mutex lock;
-    Sources blocks(static_cast<size_t>(size));
-    Destinations copies;
+    Places<kAlignment, kLineBytes> blocks;
+    Places<kLineBytes, kPageBytes> copies;
     const std::vector<Contestant> contestants{
         {"lock and copy of the same block",
          [&](int times) {
