@@ -22,7 +22,7 @@ struct Answer {
     std::vector<std::string> aliases;
     std::vector<std::string> addresses;
     std::optional<uint32_t> ttl;  // seconds, where a server has told
-    std::string source;           // one of those below, or the server
+    std::string source;           // one of those above, or the server
     std::string error;            // why there is nothing; empty when there is
     std::chrono::duration<double, std::milli> time{};
 };

@@ -43,7 +43,7 @@ void trace_header(const Header& header) {
     QV_TRACE(2, "arcount : %u\n", header.additionals);
 }
 
-bool unpack_header(Cursor& at, Header& header) {
+bool unpack_header(const Cursor& at, Header& header) {
     if (!at.has(kHeaderBytes)) {
         QV_TRACE(4, "unpack_header() failed\n");
         return false;
@@ -51,7 +51,6 @@ bool unpack_header(Cursor& at, Header& header) {
     const uint8_t* words = at.here();
     header = {u16_at(words),     u16_at(words + 2), u16_at(words + 4),
               u16_at(words + 6), u16_at(words + 8), u16_at(words + 10)};
-    at.pass(kHeaderBytes);
     trace_header(header);
     return true;
 }
@@ -119,9 +118,8 @@ int ErrorCode::fail(int error_number, int code) const {
 
 int check_response(Response& response, uint16_t id, Name& name, ErrorCode error) {
     const auto message = std::span<const uint8_t>(response.bytes).first(static_cast<size_t>(response.length));
-    Cursor at(message, 0);
     Header header;
-    if (!unpack_header(at, header))
+    if (!unpack_header(Cursor(message, 0), header))
         return error.fail(ENOENT, HOST_NOT_FOUND);
     // The message keeps the header as it has been examined: a name that leads there has always read it so.
     memcpy(response.bytes.data(), &header, sizeof header);
