@@ -1,7 +1,5 @@
 #include "support/ClientTest.h"
 
-#include "support/Link.h"
-
 namespace quorvel::test {
 
 int32_t User::transport_error() {
@@ -51,13 +49,8 @@ int32_t ClientTest::bring_up(User& who, int32_t profile) {
     return call_id;
 }
 
-bool ClientTest::link_is_broken() {
-    return test::link_is_broken();
-}
-
 bool ClientTest::wait_until_link_is_broken() {
-    return trace::wait_for("Quorvel connection got reset, close the thread \n") &&
-           eventually([this] { return link_is_broken(); });
+    return trace::wait_for("Quorvel connection got reset, close the thread \n") && eventually(link_is_broken);
 }
 
 }  // namespace quorvel::test

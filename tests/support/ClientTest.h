@@ -14,6 +14,7 @@
 #include "support/Events.h"
 #include "support/Eventually.h"
 #include "support/LibraryCalls.h"
+#include "support/Link.h"
 #include "support/Platform.h"
 #include "support/ScriptedServer.h"
 #include "support/TraceCapture.h"
@@ -84,7 +85,6 @@ class ClientTest : public ::testing::Test {
     NetCMCallInfo call(int32_t index) {
         return with_table([=](const NetCMClientAppInfo& t) { return t.CallInfo[index]; });
     }
-    bool link_is_broken();
     // Waits until the receiver has ended on a reset of the link.
     bool wait_until_link_is_broken();
 

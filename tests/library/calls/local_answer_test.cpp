@@ -23,6 +23,24 @@ class LocalAnswer : public CallTest {
         with_table([&](auto&) { return NetCMGetCallIdFromProfileId(profile, &call_id, &index); });
         return call_id;
     }
+    static uint32_t open_profile(int32_t profile) { return NetCMConnectionOpen(&profile, 1); }
+    // User 1 asks, is answered by a thread with this last line, and only the call that it opens then is up.
+    void expect_no_answer_behind_the_end_of_the_call(uint32_t (*ask)(int32_t profile),
+                                                     const char* last_line) {
+        EXPECT_EQ(user(1).run([ask] {
+            pthread_mutex_lock(&NetCMAppMutex);
+            const uint32_t asked = ask(7);
+            NetCMClientCleanCallInfo(0);
+            EXPECT_EQ(open_profile(7), NETCM_SUCCESS);
+            pthread_mutex_unlock(&NetCMAppMutex);
+            return asked;
+        }),
+                  NETCM_SUCCESS);
+        ASSERT_TRUE(trace::wait_for(last_line));
+        EXPECT_EQ(events::count(), 0u);
+        ASSERT_TRUE(push_and_settle(start_response(call_of(7), 7), connection_block()));
+        EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 7, 0}}));
+    }
     // User 0 with profile 7 on call 0, up; user 1 registered.
     void one_call_up() {
         bring_up(registered(0), 7);
@@ -81,40 +99,15 @@ TEST_F(LocalAnswer, an_open_that_is_not_in_the_table_any_more_is_not_answered) {
 // The call ends before the answering thread gets the mutex, and the same user asks for it again.
 TEST_F(LocalAnswer, an_open_is_not_answered_for_the_call_that_came_after_its_own) {
     one_call_up();
-    EXPECT_EQ(user(1).run([] {
-        pthread_mutex_lock(&NetCMAppMutex);
-        const int32_t profile = 7;
-        const uint32_t joined = NetCMConnectionOpen(&profile, 1);
-        NetCMClientCleanCallInfo(0);
-        EXPECT_EQ(NetCMConnectionOpen(&profile, 1), NETCM_SUCCESS);
-        pthread_mutex_unlock(&NetCMAppMutex);
-        return joined;
-    }),
-              NETCM_SUCCESS);
-    ASSERT_TRUE(trace::wait_for("ThreadPostStartEvent.. Close the thread \n"));
-    EXPECT_EQ(events::count(), 0u);
-    ASSERT_TRUE(push_and_settle(start_response(call_of(7), 7), connection_block()));
-    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 7, 0}}));
+    expect_no_answer_behind_the_end_of_the_call(open_profile, "ThreadPostStartEvent.. Close the thread \n");
 }
 
 TEST_F(LocalAnswer, a_close_is_not_answered_for_the_call_that_came_after_its_own) {
     one_call_up();
     join(user(1), 7);
     events::clear();
-    EXPECT_EQ(user(1).run([] {
-        pthread_mutex_lock(&NetCMAppMutex);
-        const int32_t profile = 7;
-        const uint32_t closed = NetCMConnectionClose(profile);
-        NetCMClientCleanCallInfo(0);
-        EXPECT_EQ(NetCMConnectionOpen(&profile, 1), NETCM_SUCCESS);
-        pthread_mutex_unlock(&NetCMAppMutex);
-        return closed;
-    }),
-              NETCM_SUCCESS);
-    ASSERT_TRUE(trace::wait_for("__stop_conn_thread.. Close the thread \n"));
-    EXPECT_EQ(events::count(), 0u);
-    ASSERT_TRUE(push_and_settle(start_response(call_of(7), 7), connection_block()));
-    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 7, 0}}));
+    expect_no_answer_behind_the_end_of_the_call(NetCMConnectionClose,
+                                                "__stop_conn_thread.. Close the thread \n");
 }
 
 TEST_F(LocalAnswer, an_open_without_a_callback_is_not_answered) {

@@ -123,7 +123,7 @@ class OpenRepairs : public OpenFailure {
             result_ = NetCMConnectionOpen(&profile, 1);
         });
         ASSERT_TRUE(gate_->is_somebody_waiting());
-        ASSERT_TRUE(eventually([this] { return link_is_broken(); }));
+        ASSERT_TRUE(eventually(link_is_broken));
     }
     uint32_t result() {
         gate_->open();

@@ -13,6 +13,7 @@
 #include "client/CM/src/NetCMPrivate.h"
 #include "support/Eventually.h"
 #include "support/LibraryCalls.h"
+#include "support/Link.h"
 #include "support/Platform.h"
 #include "support/Proc.h"
 #include "support/ScriptedServer.h"
@@ -21,7 +22,6 @@
 namespace quorvel::test {
 
 inline constexpr char kUnit[] = "client/CM/src/NetCMClientInternal";
-inline const pthread_t kNoReceiver = static_cast<pthread_t>(-1);
 
 class LinkTest : public ::testing::Test {
   protected:

@@ -1,6 +1,5 @@
 // Taking the link down.
 #include "LinkTest.h"
-#include "support/Link.h"
 
 namespace quorvel::test {
 namespace {

@@ -1,6 +1,5 @@
 // Repair after the server has gone away.
 #include "LinkTest.h"
-#include "support/Link.h"
 
 namespace quorvel::test {
 namespace {
