@@ -16,8 +16,6 @@ using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;
 using ::testing::Not;
 
-using Words = std::vector<std::string>;
-
 TEST(NetcmCommandLine, a_wrong_command_line_ends_with_status_2) {
     const std::vector<Words> wrong{{},
                                    {"opn"},
@@ -49,9 +47,8 @@ TEST(NetcmCommandLine, shows_its_version) {
 }
 
 // What completion offers after the words.
-Words offered(Words words) {
-    words.insert(words.begin(), "--complete");
-    std::istringstream lines(netcm(words).out);
+Words offered(const Words& words) {
+    std::istringstream lines(netcm(Words{"--complete"} + words).out);
     Words found;
     for (std::string line; std::getline(lines, line);) {
         found.push_back(line);

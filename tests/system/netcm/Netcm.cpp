@@ -7,7 +7,7 @@
 namespace quorvel::test {
 namespace {
 
-std::string out_of_success(std::vector<std::string> arguments) {
+std::string out_of_success(Words arguments) {
     arguments.push_back("--json");
     const Ended ended = netcm(arguments);
     EXPECT_EQ(ended.status, 0) << ended.err;
@@ -17,21 +17,19 @@ std::string out_of_success(std::vector<std::string> arguments) {
 
 }  // namespace
 
-std::vector<std::string> netcm_command(const std::vector<std::string>& arguments) {
-    std::vector<std::string> command{NETCM_PATH};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    return command;
+Words netcm_command(const Words& arguments) {
+    return Words{NETCM_PATH} + arguments;
 }
 
-Ended netcm(const std::vector<std::string>& arguments) {
+Ended netcm(const Words& arguments) {
     return run(netcm_command(arguments));
 }
 
-nlohmann::json netcm_json(std::vector<std::string> arguments) {
+nlohmann::json netcm_json(Words arguments) {
     return nlohmann::json::parse(out_of_success(std::move(arguments)));
 }
 
-std::vector<nlohmann::json> netcm_json_lines(std::vector<std::string> arguments) {
+std::vector<nlohmann::json> netcm_json_lines(Words arguments) {
     return json_lines(out_of_success(std::move(arguments)));
 }
 

@@ -10,14 +10,22 @@
 
 namespace quorvel::test {
 
-std::vector<std::string> netcm_command(const std::vector<std::string>& arguments);
+// Of a command line.
+using Words = std::vector<std::string>;
+
+inline Words operator+(Words words, const Words& more) {
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+}
+
+Words netcm_command(const Words& arguments);
 
 // Runs it to its end.
-Ended netcm(const std::vector<std::string>& arguments);
+Ended netcm(const Words& arguments);
 
 // Runs it with --json, expects success, and reads the document; or one document from every line.
-nlohmann::json netcm_json(std::vector<std::string> arguments);
-std::vector<nlohmann::json> netcm_json_lines(std::vector<std::string> arguments);
+nlohmann::json netcm_json(Words arguments);
+std::vector<nlohmann::json> netcm_json_lines(Words arguments);
 std::vector<nlohmann::json> json_lines(const std::string& text);
 
 }  // namespace quorvel::test

@@ -14,7 +14,6 @@ using nlohmann::json;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
-using Words = std::vector<std::string>;
 
 class NetcmProfile : public ::testing::Test {
   protected:
@@ -98,11 +97,8 @@ TEST_F(NetcmProfile, a_masked_secret_is_never_stored) {
 
 TEST_F(NetcmProfile, no_secret_is_in_what_is_traced) {
     write_file({{"name", "File"}, {"essid", "e"}, {"wep_keys", {"hidden secret"}}});
-    const auto traced = [](Words words) {
-        Words command{"env", "QUORVEL_TRACE=all"};
-        words = netcm_command(words);
-        command.insert(command.end(), words.begin(), words.end());
-        const Ended ended = run(command);
+    const auto traced = [](const Words& words) {
+        const Ended ended = run(Words{"env", "QUORVEL_TRACE=all"} + netcm_command(words));
         EXPECT_EQ(ended.status, 0) << ended.err;
         EXPECT_THAT(ended.err, HasSubstr("PM/src/NetPMReqRsp"));
         EXPECT_THAT(ended.out + ended.err, Not(HasSubstr("hidden")));
@@ -150,9 +146,8 @@ TEST_F(NetcmProfile, edit_takes_the_fields_of_a_file_and_what_options_say_instea
 TEST_F(NetcmProfile, edit_refuses_what_would_be_no_profile_and_changes_nothing) {
     const std::string id = add({"--name", "Home", "--essid", "e", "--psk", "correct horse"});
     const json before = show(id);
-    const auto expect_refused = [&](Words words, const std::string& why) {
-        words.insert(words.begin(), {"profile", "edit", id});
-        expect_failure(words, why);
+    const auto expect_refused = [&](const Words& words, const std::string& why) {
+        expect_failure(Words{"profile", "edit", id} + words, why);
         EXPECT_EQ(show(id), before);
     };
     expect_refused({}, "nothing to change: name fields, or a file with --file");
@@ -258,9 +253,8 @@ TEST(NetcmProfileInput, impossible_options_are_wrong_usage) {
         {"--rate", "fast"},       {"--rate", "2147483648"},  {"--attributes", "-1"},
         {"--wep-key-index", "4"}, {"--static-dns", "maybe"}, {"--proxy", "proxy.example:80"},
         {"--type", "lan"}};
-    for (Words words : wrong) {
-        words.insert(words.begin(), {"profile", "add", "--name", "x"});
-        const Ended ended = netcm(words);
+    for (const Words& words : wrong) {
+        const Ended ended = netcm(Words{"profile", "add", "--name", "x"} + words);
         EXPECT_EQ(ended.status, 2) << ::testing::PrintToString(words);
     }
 }
@@ -274,9 +268,8 @@ TEST(NetcmProfileInput, no_secret_is_in_a_complaint_about_an_option) {
     }
 }
 
-void expect_refused(Words words, const std::string& why) {
-    words.insert(words.begin(), {"profile", "add"});
-    expect_failure(words, why);
+void expect_refused(const Words& words, const std::string& why) {
+    expect_failure(Words{"profile", "add"} + words, why);
 }
 
 TEST(NetcmProfileInput, fields_that_do_not_go_together_are_named) {

@@ -15,8 +15,6 @@ namespace {
 using nlohmann::json;
 using ::testing::HasSubstr;
 
-using Words = std::vector<std::string>;
-
 // One server twice, with two attempts of two seconds each: a name may be held back for 8 seconds.
 constexpr const char* kOverLoopback = R"(
 dns = ["127.0.0.1", "127.0.0.1"]
@@ -70,11 +68,6 @@ Words slow_names(int count) {
         names.push_back("slow" + std::to_string(i) + ".test");
     }
     return names;
-}
-
-Words operator+(Words words, const Words& more) {
-    words.insert(words.end(), more.begin(), more.end());
-    return words;
 }
 
 class NetcmResolveLossSlow : public ::testing::Test {

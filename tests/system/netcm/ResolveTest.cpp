@@ -16,8 +16,6 @@ using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 
-using Words = std::vector<std::string>;
-
 constexpr const char* kOverLoopback = R"(
 dns = ["127.0.0.1"]
 
@@ -91,8 +89,7 @@ TEST_F(NetcmResolve, asks_nobody_for_a_local_name_or_an_address) {
     dnsmasq.send_signal(SIGTERM);
     dnsmasq.wait();
     for (const Words& how : {Words{}, Words{"--async"}, Words{"--server", "127.0.0.1"}}) {
-        Words words{"resolve", "localhost", "LocalHost", "127.0.0.5", "10.1"};
-        words.insert(words.end(), how.begin(), how.end());
+        const Words words = Words{"resolve", "localhost", "LocalHost", "127.0.0.5", "10.1"} + how;
         std::map<std::string, json> addresses;
         for (const json& answer : netcm_json_lines(words)) {
             EXPECT_EQ(answer["source"], "local");
@@ -155,9 +152,7 @@ TEST_F(NetcmResolve, asks_a_server_for_many_names_at_once) {
 TEST_F(NetcmResolve, asks_a_server_over_the_profiles_interface) {
     for (const Words& how :
          {Words{"www.test"}, Words{"www.test", "--async"}, Words{"--reverse", "192.0.2.5"}}) {
-        Words words{"resolve", "--profile", "1", "--server", "127.0.0.1"};
-        words.insert(words.end(), how.begin(), how.end());
-        const auto answer = netcm_json(words);
+        const auto answer = netcm_json(Words{"resolve", "--profile", "1", "--server", "127.0.0.1"} + how);
         EXPECT_EQ(answer["name"], "www.test");
         EXPECT_EQ(answer["source"], "127.0.0.1");
     }
@@ -245,9 +240,7 @@ TEST(NetcmResolveInput, what_cannot_be_meant_is_explained) {
         {"NAME excludes --reverse", {"a.test", "--reverse", "192.0.2.5"}},
     };
     for (const auto& [reason, options] : wrong) {
-        Words words{"resolve"};
-        words.insert(words.end(), options.begin(), options.end());
-        const Ended ended = netcm(words);
+        const Ended ended = netcm(Words{"resolve"} + options);
         EXPECT_EQ(ended.status, 2);
         EXPECT_EQ(ended.err, "netcm: " + reason + "\nTry --help.\n");
     }
