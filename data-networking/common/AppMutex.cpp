@@ -20,19 +20,41 @@ namespace {
 
 constexpr long kSliceNanoseconds = 20'000'000;
 
-std::atomic<bool> lent_to_receiver{false};
-thread_local bool is_receiver = false;
+// Counts the processes that this one descends from by fork.
+uint32_t this_process = 0;
 
 // In front of the mutex: by itself it goes to whoever asks first, which is the thread that has just unlocked
 // it and comes back, again and again.
 TicketGate gate;
-thread_local bool is_through_gate = false;
 
-// The receiver passes by, since it must not stand behind a thread that waits for it. So does whoever has the
-// mutex: nested in the library, or locked by the application itself, for which the one in the gate may wait.
+// The lock as its holder lends it. Whoever borrows holds `borrower`.
+std::atomic<bool> lent{false};
+Mutex borrower;
+
+struct OfThread {
+    bool is_receiver;
+    bool is_through_gate;
+    int borrowed;  // how many guards deep
+};
+thread_local OfThread self = {};
+
+bool is_lent() {
+    return lent.load();
+}
+
+// Whoever has the mutex passes the gate by: nested in the library, or locked by the application itself, for
+// which the one in the gate may wait.
 bool passes_gate(int32_t thread_id) {
-    return !is_receiver && !is_through_gate &&
-           __atomic_load_n(&NetCMAppMutex.__data.__owner, __ATOMIC_RELAXED) != thread_id;
+    return self.is_through_gate ||
+           __atomic_load_n(&NetCMAppMutex.__data.__owner, __ATOMIC_RELAXED) == thread_id;
+}
+
+bool borrow() QV_NO_THREAD_SAFETY_ANALYSIS {  // given back by the guard
+    borrower.lock();
+    if (is_lent())
+        return true;
+    borrower.unlock();
+    return false;
 }
 
 int lock_for_a_slice() {
@@ -55,32 +77,14 @@ int lock_for_a_slice() {
 #endif
 }
 
-// The result of the lock; `lent` says that the holder waits for this thread and has lent it the lock.
-int lock_as_receiver(bool& lent) {
-    int result = pthread_mutex_trylock(&NetCMAppMutex);
-    while (result == EBUSY || result == ETIMEDOUT) {
-        if (lent_to_receiver.load(std::memory_order_acquire)) {
-            lent = true;
-            return 0;
-        }
-        result = lock_for_a_slice();
-    }
-    return result;
-}
-
 }  // namespace
 
 AppMutexGuard::AppMutexGuard(Here here) QV_NO_THREAD_SAFETY_ANALYSIS
     : here_(here),
       thread_id_(static_cast<int32_t>(syscall(SYS_gettid))),
-      lent_(false),
-      through_gate_(passes_gate(thread_id_)) {
+      process_(this_process) {
     QV_TRACE_AT(here_, 0, "Thread [%d] trying to lock the Mutex \n", thread_id_);
-    if (through_gate_) {
-        gate.enter();
-        is_through_gate = true;
-    }
-    const int result = is_receiver ? lock_as_receiver(lent_) : pthread_mutex_lock(&NetCMAppMutex);
+    const int result = self.is_receiver ? lock_as_receiver() : lock();
     if (result == 0)
         QV_TRACE_AT(here_, 0, "Mutex locked by thread [%d] \n", thread_id_);
     else if (result == EDEADLK)
@@ -89,10 +93,43 @@ AppMutexGuard::AppMutexGuard(Here here) QV_NO_THREAD_SAFETY_ANALYSIS
         QV_TRACE_AT(here_, 2, "Error locking mutex. Error = %d \n", result);
 }
 
+int AppMutexGuard::lock() {
+    if (!passes_gate(thread_id_)) {
+        gate.enter();
+        self.is_through_gate = through_gate_ = true;
+    }
+    return pthread_mutex_lock(&NetCMAppMutex);
+}
+
+// The receiver cannot simply wait: whoever has the mutex may wait for the receiver, and lend it.
+int AppMutexGuard::lock_as_receiver() {
+    borrowed_ = self.borrowed > 0;
+    while (!borrowed_ && !through_gate_ && !passes_gate(thread_id_)) {
+        through_gate_ = gate.enter_unless(is_lent);
+        borrowed_ = !through_gate_ && borrow();
+    }
+    self.is_through_gate |= through_gate_;
+    int result = borrowed_ ? 0 : pthread_mutex_trylock(&NetCMAppMutex);
+    while (result == EBUSY || result == ETIMEDOUT) {
+        borrowed_ = is_lent() && borrow();
+        result = borrowed_ ? 0 : lock_for_a_slice();
+    }
+    if (borrowed_)
+        ++self.borrowed;
+    return result;
+}
+
 AppMutexGuard::~AppMutexGuard() QV_NO_THREAD_SAFETY_ANALYSIS {
-    const int result = lent_ ? 0 : pthread_mutex_unlock(&NetCMAppMutex);
+    // A child of a fork, which began inside this guard, has no lock of ours.
+    if (process_ != this_process)
+        return;
+    int result = 0;
+    if (!borrowed_)
+        result = pthread_mutex_unlock(&NetCMAppMutex);
+    else if (--self.borrowed == 0)
+        borrower.unlock();
     if (through_gate_) {
-        is_through_gate = false;
+        self.is_through_gate = false;
         gate.leave();
     }
     if (result == 0)
@@ -102,14 +139,31 @@ AppMutexGuard::~AppMutexGuard() QV_NO_THREAD_SAFETY_ANALYSIS {
 }
 
 ReceiverScope::ReceiverScope() {
-    is_receiver = true;
+    self.is_receiver = true;
 }
 ReceiverScope::~ReceiverScope() {
-    is_receiver = false;
+    self.is_receiver = false;
 }
 
-void lend_to_receiver(bool lending) {
-    lent_to_receiver.store(lending, std::memory_order_release);
+LentToReceiver::LentToReceiver() {
+    lent.store(true);
+    gate.look_again();
+}
+
+LentToReceiver::~LentToReceiver() {
+    lent.store(false);
+    const Lock back(borrower);
+}
+
+void app_mutex_in_child() {
+    ++this_process;
+    constexpr pthread_mutex_t free_mutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+    NetCMAppMutex = free_mutex;
+    table_lock.reset();
+    borrower.reset();
+    lent.store(false);
+    gate.reset();
+    self = {};
 }
 
 }  // namespace quorvel

@@ -97,6 +97,11 @@ struct PmResponseBlock {
 };
 static_assert(sizeof(PmResponseBlock) == 24 && offsetof(PmResponseBlock, ExtDataLength) == 16);
 
+// 16 MiB, thousands of times the largest answer there is. A length beyond it is a stream out of step: the
+// server decides how much an answer brings, not how much of its memory, nor of its time with reading, an
+// application loses.
+inline constexpr uint32_t kLargestExtData = 16U << 20;
+
 // A profile as it travels, in a request to add or change one and behind the answer that reads one.
 struct PmProfileSlot {
     NetPMProfile Profile;

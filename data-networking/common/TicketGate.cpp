@@ -5,27 +5,78 @@
 namespace quorvel {
 
 void TicketGate::enter() {
+    static_cast<void>(enter_unless(never));
+}
+
+bool TicketGate::enter_unless(bool (*wants_to_give_up)()) {
     const uint32_t ticket = next_.fetch_add(1);
     if (serving_.load() == ticket)
-        return;
-    std::atomic<uint32_t>& calls = calls_[ticket % kPlaces];
+        return true;
+    const bool undecided = wants_to_give_up != never;
+    if (undecided)
+        undecided_.fetch_add(1);
+    std::atomic<uint32_t>& calls = place_of(ticket).calls;
+    bool through = false;
     for (;;) {
         const uint32_t seen = calls.load();
-        if (serving_.load() == ticket)
+        through = serving_.load() == ticket;
+        if (through || (undecided && wants_to_give_up() && give_up(ticket)))
             break;
         wait_while(calls, seen);
     }
+    if (undecided)
+        undecided_.fetch_sub(1);
+    return through;
+}
+
+// False when its turn has come at this very moment, or when the place is taken by another that has given up.
+bool TicketGate::give_up(uint32_t ticket) {
+    Place& place = place_of(ticket);
+    if (place.is_given_up.load())
+        return false;
+    place.given_up.store(ticket);
+    place.is_given_up.store(true);
+    // Either we see that it is our turn, and take the mark back, or whoever leaves sees the mark.
+    return serving_.load() != ticket || !is_passed_over(ticket);
+}
+
+// Takes the mark of a ticket; whoever has taken it decides.
+bool TicketGate::is_passed_over(uint32_t ticket) {
+    Place& place = place_of(ticket);
+    if (!place.is_given_up.load() || place.given_up.load() != ticket)
+        return false;
+    return place.is_given_up.exchange(false);
 }
 
 void TicketGate::leave() {
-    const uint32_t ticket = serving_.load(std::memory_order_relaxed) + 1;
-    serving_.store(ticket);
-    // Whoever takes this ticket from now on sees that it is served.
-    if (next_.load() == ticket)
-        return;
-    std::atomic<uint32_t>& calls = calls_[ticket % kPlaces];
+    uint32_t ticket = serving_.load(std::memory_order_relaxed);
+    do {
+        ++ticket;
+        serving_.store(ticket);
+        // Whoever takes this ticket from now on sees that it is served.
+        if (next_.load() == ticket)
+            return;
+    } while (is_passed_over(ticket));
+    std::atomic<uint32_t>& calls = place_of(ticket).calls;
     calls.fetch_add(1);
     wake_all(calls);
+}
+
+void TicketGate::look_again() {
+    if (undecided_.load() == 0)
+        return;
+    for (Place& place : places_) {
+        place.calls.fetch_add(1);
+        wake_all(place.calls);
+    }
+}
+
+void TicketGate::reset() {
+    next_.store(0);
+    serving_.store(0);
+    undecided_.store(0);
+    for (Place& place : places_)
+        place.is_given_up.store(false);
 }
 
 }  // namespace quorvel

@@ -13,14 +13,34 @@ class TicketGate {
     void enter();
     void leave();
 
+    // Like enter(), unless `give_up` says so while the thread waits: then it is not through, false is
+    // returned, and its place is passed over. `give_up` is asked again after each call of look_again().
+    bool enter_unless(bool (*give_up)());
+    void look_again();
+
+    // As new: for the only thread of a forked process.
+    void reset();
+
   private:
     // Threads that wait, each at the place of its ticket; two that share a place look again when it is
     // called.
     static constexpr uint32_t kPlaces = 64;
+    struct Place {
+        std::atomic<uint32_t> calls{0};
+        // The ticket that will not be used, while marked.
+        std::atomic<uint32_t> given_up{0};
+        std::atomic<bool> is_given_up{false};
+    };
+
+    static bool never() { return false; }
+    Place& place_of(uint32_t ticket) { return places_[ticket % kPlaces]; }
+    bool give_up(uint32_t ticket);
+    bool is_passed_over(uint32_t ticket);
 
     std::atomic<uint32_t> next_{0};
     std::atomic<uint32_t> serving_{0};
-    std::atomic<uint32_t> calls_[kPlaces] = {};
+    std::atomic<uint32_t> undecided_{0};  // threads that may give up
+    Place places_[kPlaces] = {};
 };
 
 }  // namespace quorvel

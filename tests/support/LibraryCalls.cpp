@@ -12,6 +12,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -276,17 +277,34 @@ QV_WRAPPER int select(int count, fd_set* readable, fd_set* writable, fd_set* exc
                : QV_REAL(select)(count, readable, writable, exceptional, timeout);
 }
 
+namespace {
+
+// Whether a test has the answer ready that a call from there is to get.
+bool answers_poll(const void* caller, pollfd* waiting, int& result) {
+    if (!quorvel::test::calls::is_library_code(caller))
+        return false;
+    const int events = quorvel::test::next_poll_events.exchange(-1);
+    if (events < 0)
+        return false;
+    waiting->revents = static_cast<short>(events);
+    result = events != 0 ? 1 : 0;
+    return true;
+}
+
+}  // namespace
+
 QV_WRAPPER int poll(pollfd* waiting, nfds_t count, int timeout) {
-    if (fails(Call::Poll, QV_CALLER, EINVAL))
-        return -1;
-    if (quorvel::test::calls::is_library_code(QV_CALLER)) {
-        const int events = quorvel::test::next_poll_events.exchange(-1);
-        if (events >= 0) {
-            waiting->revents = static_cast<short>(events);
-            return events != 0 ? 1 : 0;
-        }
-    }
+    int result = -1;
+    if (fails(Call::Poll, QV_CALLER, EINVAL) || answers_poll(QV_CALLER, waiting, result))
+        return result;
     return QV_REAL(poll)(waiting, count, timeout);
+}
+
+QV_WRAPPER int ppoll(pollfd* waiting, nfds_t count, const timespec* timeout, const sigset_t* mask) {
+    int result = -1;
+    if (fails(Call::Poll, QV_CALLER, EINVAL) || answers_poll(QV_CALLER, waiting, result))
+        return result;
+    return QV_REAL(ppoll)(waiting, count, timeout, mask);
 }
 
 QV_WRAPPER ssize_t read(int fd, void* buffer, size_t length) {

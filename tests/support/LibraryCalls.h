@@ -52,8 +52,8 @@ bool has_failed(Call call);
 // Runs on the calling thread right before the nth call from now on, which is then made.
 void before(Call call, std::function<void()> hook, size_t nth = 1);
 
-// Answers the library's next call of poll without asking the kernel: with these events, or with a time-out
-// when there are none.
+// Answers the library's next call of poll or ppoll without asking the kernel: with these events, or with a
+// time-out when there are none.
 void answer_next_poll(short events);
 
 // Stops the library's clock of whole seconds, time(), at this moment.

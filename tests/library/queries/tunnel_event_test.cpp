@@ -244,7 +244,7 @@ TEST_P(TunnelFailure, a_server_that_closes_in_the_middle) {
     server.close_async();
     ASSERT_TRUE(wait_until_link_is_broken());
     EXPECT_EQ(events::count(), 0u);
-    EXPECT_FALSE(is_free_place(0));
+    EXPECT_TRUE(is_free_place(0)) << "the lost server takes its requests along";
 }
 
 INSTANTIATE_TEST_SUITE_P(Tunnel, TunnelFailure, ::testing::Values(kResponse, kIndication),

@@ -21,12 +21,12 @@ static_assert(sizeof(NetCMStartRspInfo) == 16);
 extern "C" {
 
 // Transport: one request out, one record in.
-uint32_t NetCMSendRequest(int fd, const void* buf, uint32_t len);
+uint32_t NetCMSendRequest(int fd, const void* buf, uint32_t len) QV_REQUIRES(quorvel::app_mutex);
 int32_t NetCMReadSocket(int fd, void* buf, uint32_t len) QV_REQUIRES(quorvel::app_mutex);
-int32_t NetCMReadSocketEx(int fd, void* buf, int len);
+int32_t NetCMReadSocketEx(int fd, void* buf, int len) QV_REQUIRES(quorvel::app_mutex);
 uint32_t NetCMReadResponse(int fd, uint32_t expectedCode, uint32_t rsp[10]) QV_REQUIRES(quorvel::app_mutex);
-uint32_t NetCMClientReadMoreData(int fd, void* dst, uint32_t len);
-uint32_t NetCMWriteSocket(int fd, const void* buf, uint32_t len);
+uint32_t NetCMClientReadMoreData(int fd, void* dst, uint32_t len) QV_REQUIRES(quorvel::app_mutex);
+uint32_t NetCMWriteSocket(int fd, const void* buf, uint32_t len) QV_REQUIRES(quorvel::app_mutex);
 
 // Link: connect, register, repair, take down.
 int32_t NetCMClientLibInit(void) QV_REQUIRES(quorvel::app_mutex);

@@ -1,8 +1,9 @@
 // Requests to the profile manager and its answers, on the sync socket of the server link.
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
+#include "client/CM/src/NetCMClientInternal/Link.h"
+#include "client/CM/src/NetCMClientInternal/Stream.h"
 #include "client/CM/src/NetCMIntf/Request.h"
 #include "client/CM/src/NetCMPrivate.h"
 #include "client/PM/src/NetPMPrivate.h"
@@ -12,26 +13,19 @@ using namespace quorvel;
 
 namespace {
 
-// 16 MiB, thousands of times the largest answer there is. A length beyond it is a stream out of step, and is
-// answered as though the memory could not be had: the server decides how much an answer brings, not how much
-// of its memory, nor of its time with reading, an application loses.
-constexpr uint32_t kLargestExtData = 16U << 20;
-
 wire::RequestHeader header_for(uint32_t cmd) {
     wire::RequestHeader header = request_header(static_cast<wire::Command>(cmd));
     header.Arg3 = header.Arg4 = static_cast<uint32_t>(-1);
     return header;
 }
 
-// Data that there is no memory for go the way of the answer: the next record would be looked for inside them.
-void drop_ext_data(uint32_t length) QV_REQUIRES(app_mutex) {
-    char part[512];
-    while (length > 0) {
-        const uint32_t now = std::min<uint32_t>(length, sizeof part);
-        if (NetCMClientReadMoreSyncData(part, static_cast<int32_t>(now)) != NETCM_SUCCESS)
-            return;
-        length -= now;
-    }
+// The stream goes by what cannot be taken, before the next request; a length that no answer has is none to
+// wait for.
+void leave_ext_data(uint32_t length) QV_REQUIRES(app_mutex) {
+    if (length > wire::kLargestExtData)
+        lose_link();
+    else
+        sync_stream.owes_block(length, Deadline::in(kSyncLimitMs));
 }
 
 }  // namespace
@@ -91,11 +85,10 @@ uint32_t NetPMSendReceiveSync(const void* request, uint32_t length, PmRspContext
     if (ext_length == 0)
         return NETCM_SUCCESS;
     ctx->ExtLength = ext_length;
-    ctx->pExtRspData = ext_length <= kLargestExtData ? calloc(1, ext_length) : nullptr;
+    ctx->pExtRspData = ext_length <= wire::kLargestExtData ? calloc(1, ext_length) : nullptr;
     if (ctx->pExtRspData == nullptr) {
         QV_TRACE(4, "Memory allocation failed \n");
-        if (ext_length <= kLargestExtData)
-            drop_ext_data(ext_length);
+        leave_ext_data(ext_length);
         return NETCM_ERR_FAILURE;
     }
     QV_TRACE(2, "NetPMReadSyncRsp ::: pRspData->pExtRspData   = %u\n", narrow(ctx->pExtRspData));

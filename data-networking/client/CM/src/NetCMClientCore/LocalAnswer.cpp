@@ -1,7 +1,7 @@
 #include "client/CM/src/NetCMClientCore/LocalAnswer.h"
 
-#include <atomic>
 #include <cstdlib>
+#include <utility>
 
 #include "client/CM/src/NetCMClientCore/ConnectionRecord.h"
 #include "client/CM/src/NetCMClientCore/Delivery.h"
@@ -11,101 +11,150 @@ using namespace quorvel;
 
 namespace {
 
-// Threads on their way to the mutex, and the calls that they answer for. A call may end before they have it,
-// and begin anew with the same user and profile: what they come for is over then. Atomic, since the end of
-// the link ends calls without the mutex. Where there is no place left, a thread goes untracked.
-struct Underway {
-    std::atomic<pthread_t> thread{};
-    std::atomic<int32_t> call_index{kNoCall};
+// A request, and the connection that it is about: that of the slot as it is now, when nobody has said which.
+struct Asked {
+    const NetCMStartRspInfo& block;
+    const uint32_t* generation;
 
-    static constexpr int32_t kNoCall = -1;
-    static constexpr int32_t kOvertaken = -2;
-};
-Underway underway[64];
-
-void track(pthread_t thread, int32_t call_index) {
-    for (Underway& place : underway) {
-        if (place.call_index != Underway::kNoCall)
-            continue;
-        place.thread = thread;
-        place.call_index = call_index;
-        return;
+    int32_t thread_index() const { return static_cast<int32_t>(block.ThreadIndex); }
+    int32_t profile() const { return static_cast<int32_t>(block.ProfileId); }
+    CallKey key() const QV_REQUIRES(table_lock) {
+        if (generation != nullptr)
+            return {static_cast<int32_t>(block.CallIndex), *generation};
+        return block.CallIndex < NETCM_MAX_CALLS ? key_of(slot(static_cast<int32_t>(block.CallIndex)))
+                                                 : CallKey{-1, 0};
     }
+};
+
+// What the table says of the use that is asked about.
+struct AskedUse {
+    int32_t entry = -1;  // -1: the call has ended, or the thread does not use it any more
+    CallKey key = {-1, 0};
+    Opening opening = Opening::Awaited;
+    NetCMEventCallback callback = nullptr;
+    NetCMCallConnInfo details = {};
+};
+
+// Looked up once: from then on the open counts as answered.
+AskedUse take_use(const Asked& asked) {
+    const Lock lock(table_lock);
+    AskedUse found;
+    found.key = asked.key();
+    const Call call = find(found.key);
+    if (!call)
+        return found;
+    found.entry = entry_holding(*call.record, asked.thread_index(), asked.profile());
+    if (found.entry < 0)
+        return found;
+    found.opening = std::exchange(use_of(call, found.entry, asked.profile())->opening, Opening::Answered);
+    found.callback = callback_of(asked.thread_index());
+    found.details = call.record->ConnInfo;
+    return found;
 }
 
-// Whether the call of this thread has ended since the thread was started. Asked once.
-bool is_overtaken() {
-    for (Underway& place : underway)
-        if (place.call_index != Underway::kNoCall && pthread_equal(place.thread, pthread_self()) != 0)
-            return place.call_index.exchange(Underway::kNoCall) == Underway::kOvertaken;
-    return false;
+void tell_open(const AskedUse& use, int32_t profile) QV_REQUIRES(app_mutex) {
+    NetCMConnInfo info = deliverable(use.details, profile);
+    tell(use.callback, {NETCM_EVENT_OPEN_RSP, profile, 0, &info});
 }
 
-// The entry of the block's thread that holds its profile, or null.
-NetCMThreadProf* asking_entry(const NetCMStartRspInfo& request) QV_REQUIRES(app_mutex) {
-    if (is_overtaken() || request.CallIndex >= NETCM_MAX_CALLS)
-        return nullptr;
-    NetCMCallInfo& call = table().CallInfo[request.CallIndex];
-    const int32_t entry = entry_of(call, static_cast<int32_t>(request.ThreadIndex));
-    if (entry < 0 || !holds(call.ThreadProf[entry], static_cast<int32_t>(request.ProfileId)))
-        return nullptr;
-    return &call.ThreadProf[entry];
-}
-
-void answer_open(const NetCMStartRspInfo& request) QV_REQUIRES(app_mutex) {
-    const NetCMThreadProf* entry = asking_entry(request);
-    if (entry == nullptr)
+void answer_open(const Asked& asked) QV_REQUIRES(app_mutex) {
+    const AskedUse use = take_use(asked);
+    // The server's own answer, or a close, may have come first.
+    if (use.entry < 0 || (asked.generation != nullptr && use.opening == Opening::Answered))
         return;
-    QV_TRACE(0, "Found thread-profile entry in thread index [%d] \n", entry->ThreadIndex);
-    const auto profile = static_cast<int32_t>(request.ProfileId);
-    NetCMConnInfo info = deliverable(table().CallInfo[request.CallIndex].ConnInfo, profile);
-    deliver(entry->ThreadIndex, {NETCM_EVENT_OPEN_RSP, profile, 0, &info});
+    QV_TRACE(0, "Found thread-profile entry in thread index [%d] \n", asked.thread_index());
+    tell_open(use, asked.profile());
     QV_TRACE(0, "Response sent to the application \n");
 }
 
-void answer_close(const NetCMStartRspInfo& request) QV_REQUIRES(app_mutex) {
-    NetCMThreadProf* entry = asking_entry(request);
-    if (entry == nullptr) {
+// Takes the profile out of its entry. Whether the entry is empty then.
+bool give_up(const Asked& asked, CallKey key) QV_REQUIRES(app_mutex) {
+    int32_t entry = -1;
+    bool is_empty = false;
+    {
+        const Lock lock(table_lock);
+        const Call call = find(key);
+        entry = call ? entry_holding(*call.record, asked.thread_index(), asked.profile()) : -1;
+        if (entry < 0)
+            return false;
+        is_empty = take_profile(call, entry, asked.profile());
+    }
+    trace_deleted(asked.profile(), entry);
+    if (!is_empty)
+        QV_TRACE(0, "Thread has an active call with other profile\n");
+    return is_empty;
+}
+
+void answer_close(const Asked& asked) QV_REQUIRES(app_mutex) {
+    const AskedUse use = take_use(asked);
+    if (use.entry < 0) {
         QV_TRACE(2, "Thread index not found... never come here\n");
         return;
     }
-    NetCMCallInfo& call = table().CallInfo[request.CallIndex];
-    const auto profile = static_cast<int32_t>(request.ProfileId);
-    deliver(entry->ThreadIndex, {NETCM_EVENT_CLOSE_RSP, profile, 0, nullptr});
+    // Nobody hears of the end before he has heard of the beginning.
+    if (use.opening == Opening::Due)
+        tell_open(use, asked.profile());
+    tell(use.callback, {NETCM_EVENT_CLOSE_RSP, asked.profile(), 0, nullptr});
     QV_TRACE(0, "Response sent to the client \n");
-    remove_profile(call, *entry, profile);
-    if (!holds_nothing(*entry)) {
-        QV_TRACE(0, "Thread has an active call with other profile\n");
+    if (!give_up(asked, use.key))
         return;
-    }
     QV_TRACE(0, "Thread has no other active calls. Clear the thread index from call list\n");
-    release(*entry);
-    stop_if_left(call, profile);
+    stop_if_left(use.key, asked.profile());
+}
+
+void post_start(void* block, const uint32_t* generation) {
+    const auto* request = static_cast<const NetCMStartRspInfo*>(block);
+    QV_TRACE(0, "In __start_conn_thread to send local start response to call id = %d \n res = %u ",
+             static_cast<int>(request->CallIndex), narrow(block));
+    const AppMutexGuard guard(QV_HERE);
+    answer_open({*request, generation});
+    free(block);
+    QV_TRACE(0, "ThreadPostStartEvent.. Close the thread \n");
+}
+
+void post_stop(void* block, const uint32_t* generation) {
+    const auto* request = static_cast<const NetCMStartRspInfo*>(block);
+    QV_TRACE(0, "In __stop_conn_thread to send local stop response to tid [%d] \n",
+             static_cast<int>(request->ThreadId));
+    const AppMutexGuard guard(QV_HERE);
+    answer_close({*request, generation});
+    free(block);
+    QV_TRACE(0, "__stop_conn_thread.. Close the thread \n");
+}
+
+void* run_start(void* request) {
+    const CancelHold hold;
+    post_start(request, &static_cast<LocalRequest*>(request)->generation);
+    return nullptr;
+}
+
+void* run_stop(void* request) {
+    const CancelHold hold;
+    post_stop(request, &static_cast<LocalRequest*>(request)->generation);
+    return nullptr;
 }
 
 }  // namespace
 
 namespace quorvel {
 
-int start_local_thread(void* (*entry)(void*), NetCMStartRspInfo* block, pthread_t& thread) {
+LocalRequest* make_local_request(const NetCMStartRspInfo& block, uint32_t generation) {
+    auto* request = static_cast<LocalRequest*>(malloc(sizeof(LocalRequest)));
+    if (request != nullptr)
+        *request = {block, generation};
+    return request;
+}
+
+int start_local_thread(LocalAnswerKind kind, LocalRequest* request, pthread_t& thread) {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    const auto call_index = static_cast<int32_t>(block->CallIndex);
-    const int error = pthread_create(&thread, &attributes, entry, block);
+    const int error =
+        pthread_create(&thread, &attributes, kind == LocalAnswerKind::Open ? run_start : run_stop, request);
     pthread_attr_destroy(&attributes);
     if (error != 0)
-        free(block);
-    else
-        track(thread, call_index);
+        free(request);
     return error;
-}
-
-void overtake_local_answers(int32_t call_index) {
-    for (Underway& place : underway) {
-        int32_t of_call = call_index;
-        place.call_index.compare_exchange_strong(of_call, Underway::kOvertaken);
-    }
 }
 
 }  // namespace quorvel
@@ -113,28 +162,14 @@ void overtake_local_answers(int32_t call_index) {
 extern "C" {
 
 void* ThreadPostStartEvent(void* block) {
-    if (block == nullptr)
-        return nullptr;
-    auto* request = static_cast<NetCMStartRspInfo*>(block);
-    QV_TRACE(0, "In __start_conn_thread to send local start response to call id = %d \n res = %u ",
-             static_cast<int>(request->CallIndex), narrow(block));
-    const AppMutexGuard guard(QV_HERE);
-    answer_open(*request);
-    free(block);
-    QV_TRACE(0, "ThreadPostStartEvent.. Close the thread \n");
+    if (block != nullptr)
+        post_start(block, nullptr);
     return nullptr;
 }
 
 void* ThreadPostStopEvent(void* block) {
-    if (block == nullptr)
-        return nullptr;
-    auto* request = static_cast<NetCMStartRspInfo*>(block);
-    QV_TRACE(0, "In __stop_conn_thread to send local stop response to tid [%d] \n",
-             static_cast<int>(request->ThreadId));
-    const AppMutexGuard guard(QV_HERE);
-    answer_close(*request);
-    free(block);
-    QV_TRACE(0, "__stop_conn_thread.. Close the thread \n");
+    if (block != nullptr)
+        post_stop(block, nullptr);
     return nullptr;
 }
 

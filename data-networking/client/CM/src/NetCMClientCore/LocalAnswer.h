@@ -7,11 +7,19 @@
 
 namespace quorvel {
 
-// Runs `entry` with the block on a detached thread, which frees it. Returns 0 or the error number; then the
-// block is freed already.
-int start_local_thread(void* (*entry)(void*), NetCMStartRspInfo* block, pthread_t& thread);
+// The block of a request, which its thread frees, and the connection that it is about. The block comes first:
+// what is traced of it is its address.
+struct LocalRequest {
+    NetCMStartRspInfo block;
+    uint32_t generation;
+};
 
-// A call has ended: threads that are still on their way to answer for it have nothing to say any more.
-void overtake_local_answers(int32_t call_index);
+// Null when there is no memory.
+LocalRequest* make_local_request(const NetCMStartRspInfo& block, uint32_t generation);
+
+// Runs ThreadPostStartEvent or ThreadPostStopEvent for the request's connection on a detached thread. Returns
+// 0 or the error number; then the request is freed already.
+enum class LocalAnswerKind { Open, Close };
+int start_local_thread(LocalAnswerKind kind, LocalRequest* request, pthread_t& thread);
 
 }  // namespace quorvel

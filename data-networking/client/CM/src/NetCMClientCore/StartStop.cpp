@@ -1,7 +1,8 @@
 // Start and stop responses of the server.
+#include <algorithm>
+
 #include "client/CM/src/NetCMClientCore/ConnectionRecord.h"
 #include "client/CM/src/NetCMClientCore/Delivery.h"
-#include "client/CM/src/NetCMClientCore/DroppedBlock.h"
 #include "client/CM/src/NetCMPrivate.h"
 #include "common/CallTimes.h"
 
@@ -9,52 +10,100 @@ using namespace quorvel;
 
 namespace {
 
-// Tells every thread that opened the profile on this call, not only the first. `then` is done with each entry
-// after its callback.
-template <class Then>
-void tell_users(NetCMCallInfo& call, int32_t profile, const NetCMEvent& event, Then then)
-    QV_REQUIRES(app_mutex) {
-    for (NetCMThreadProf& entry : call.ThreadProf) {
-        if (!in_use(entry) || !holds(entry, profile))
-            continue;
-        deliver_response(entry.ThreadIndex, event);
-        then(entry);
-    }
+// The use has been answered, and belongs to the connection from here on. False when it was answered before,
+// by the library itself.
+bool take_opening(CallKey key, const Recipient& user, Position at) {
+    const Lock lock(table_lock);
+    const Call call = find(key);
+    Use* const use = call ? use_of(call, user.entry, user.profile) : nullptr;
+    if (use == nullptr || use->opening == Opening::Answered)
+        return false;
+    use->opening = Opening::Answered;
+    use->began = std::min(use->began, at);
+    return true;
 }
 
-uint32_t start_succeeded(NetCMCallInfo& call, const wire::Record& response) QV_REQUIRES(app_mutex) {
+// Tells every thread that opened the profile on this call, not only the first.
+uint32_t start_succeeded(CallKey key, const wire::Record& response) QV_REQUIRES(app_mutex) {
     QV_TRACE(0, "PDP Activation is successful \n");
     wire::ConnectionBlock block;
     if (!read_connection_block(block))
         return NETCM_ERR_FAILURE;
-    store_connection(call.ConnInfo, block, EmptyName::Stored);
-    call.IsActive = 1;
     const auto profile = static_cast<int32_t>(response.Word2);
-    NetCMConnInfo info = deliverable(call.ConnInfo, profile);
-    tell_users(call, profile, {NETCM_EVENT_OPEN_RSP, profile, static_cast<int32_t>(response.Status), &info},
-               [](NetCMThreadProf&) {});
+    const Position at = event_position();
+    NetCMConnInfo info = {};
+    {
+        const Lock lock(table_lock);
+        const Call call = find(key);
+        // The end of the server may have come between.
+        if (!call)
+            return NETCM_SUCCESS;
+        store_connection(call.record->ConnInfo, block, EmptyName::Stored);
+        call.record->IsActive = 1;
+        info = deliverable(call.record->ConnInfo, profile);
+    }
+    Users users(key, profile, kEverything);
+    Recipient user;
+    while (users.next(user))
+        if (take_opening(key, user, at))
+            tell_response(user.thread_index, user.callback,
+                          {NETCM_EVENT_OPEN_RSP, profile, static_cast<int32_t>(response.Status), &info});
     return NETCM_SUCCESS;
 }
 
-// A refused start frees the call with everything that was hung on it, other profiles included.
-void start_failed(NetCMCallInfo& call, wire::Record response) QV_REQUIRES(app_mutex) {
+// A refused start frees the call with everything that was hung on it, other profiles included. Should the
+// server refuse those too, each by itself, their users are still told.
+void start_failed(CallKey key, wire::Record response) QV_REQUIRES(app_mutex) {
     QV_TRACE(2, "Reason Code  = %d \n", static_cast<int>(response.Word5));
     const auto profile = static_cast<int32_t>(response.Word2);
     const NetCMEvent event = {NETCM_EVENT_OPEN_RSP, profile, static_cast<int32_t>(response.Status),
                               reason_of(response.Status, &response.Word5)};
-    tell_users(call, profile, event, [&](NetCMThreadProf& entry) QV_REQUIRES(app_mutex) {
-        remove_profile(call, entry, profile);
-        release(entry);
-    });
-    NetCMClientCleanCallInfo(index_of(call));
+    Departure departure;
+    {
+        const Lock lock(table_lock);
+        if (const Call call = find(key))
+            begin_telling(call, kEverything);
+    }
+    Users users(key, profile, kEverything);
+    Recipient user;
+    while (users.next(user)) {
+        tell_response(user.thread_index, user.callback, event);
+        take_told(key, user);
+    }
+    const Lock lock(table_lock);
+    const Call call = find(key);
+    if (!call)
+        return;
+    if (count_users(*call.record) == 0 || !departure.possible())
+        return clean(call);
+    call.life->ending = Ending::Refused;
+    if (key.index >= 0)
+        departure.leave(call, kEverything);
 }
 
-void sweep(NetCMCallInfo& call) QV_REQUIRES(app_mutex) {
-    for (NetCMThreadProf& entry : call.ThreadProf)
+void sweep(CallKey key) {
+    const Lock lock(table_lock);
+    const Call call = find(key);
+    if (!call)
+        return;
+    for (NetCMThreadProf& entry : call.record->ThreadProf)
         if (in_use(entry) && holds_nothing(entry))
             release(entry);
-    if (count_users(call) == 0)
-        NetCMClientCleanCallInfo(index_of(call));
+    if (count_users(*call.record) == 0)
+        clean(call);
+}
+
+// What a user is told who is stopped before the library's own answer to his open has reached him.
+void tell_open_before(CallKey key, const Recipient& user) QV_REQUIRES(app_mutex) {
+    if (user.opening != Opening::Due || !take_opening(key, user, kEverything))
+        return;
+    NetCMConnInfo info = {};
+    {
+        const Lock lock(table_lock);
+        if (const Call call = find(key))
+            info = deliverable(call.record->ConnInfo, user.profile);
+    }
+    tell(user.callback, {NETCM_EVENT_OPEN_RSP, user.profile, 0, &info});
 }
 
 }  // namespace
@@ -69,15 +118,18 @@ uint32_t NetCMClientProcesStartRsp(const uint32_t* record) {
              static_cast<int>(response.Word2));
     QV_TRACE(2, "PS Connection Open Rsp time = %f\n", call_answered(ps_call_act_time));
     QV_TRACE(2, "Total PS Call setup time = %f\n", duration(ps_call_act_time));
-    NetCMCallInfo* call = named_call(response);
-    if (call == nullptr) {
+    CallKey key = {-1, 0};
+    if (!find_call(key, [&](Position at) QV_REQUIRES(table_lock) {
+            return started_call(response.CallId, static_cast<int32_t>(response.Word2), response.Status, at);
+        })) {
+        trace_not_active(response);
         if (response.Status == 0)
-            expect_dropped_block();
+            async_stream.skip_block_that_may_follow();
         return NETCM_ERR_INVALID_PARAM;
     }
     if (response.Status == 0)
-        return start_succeeded(*call, response);
-    start_failed(*call, response);
+        return start_succeeded(key, response);
+    start_failed(key, response);
     return NETCM_SUCCESS;
 }
 
@@ -87,18 +139,24 @@ uint32_t NetCMClientProcesStopRsp(const uint32_t* record) {
     wire::Record response = as_record(record);
     QV_TRACE(2, "PS Connection Close Rsp time = %f\n", call_answered(ps_call_deact_time));
     QV_TRACE(2, "Total PS Call Teardown time = %f\n", duration(ps_call_deact_time));
-    NetCMCallInfo* call = named_call(response);
-    if (call == nullptr)
-        return NETCM_ERR_INVALID_PARAM;
-    QV_TRACE(0, "Call exists for the callid [%d] \n", static_cast<int>(response.CallId));
     const auto profile = static_cast<int32_t>(response.Word2);
-    // Only the first: the close that reached the server came from the call's last user.
-    if (NetCMThreadProf* user = next_user(*call, profile)) {
-        deliver(user->ThreadIndex, {NETCM_EVENT_CLOSE_RSP, profile, static_cast<int32_t>(response.Status),
-                                    reason_of(response.Status, &response.Word5)});
-        remove_profile(*call, *user, profile);
+    CallKey key = {-1, 0};
+    if (!find_call(key, [&](Position at)
+                            QV_REQUIRES(table_lock) { return stopped_call(response.CallId, profile, at); })) {
+        trace_not_active(response);
+        return NETCM_ERR_INVALID_PARAM;
     }
-    sweep(*call);
+    QV_TRACE(0, "Call exists for the callid [%d] \n", static_cast<int>(response.CallId));
+    // Only the first: the close that reached the server came from the call's last user.
+    Users users(key, profile, event_position());
+    Recipient user;
+    if (users.next(user)) {
+        tell_open_before(key, user);
+        tell(user.callback, {NETCM_EVENT_CLOSE_RSP, profile, static_cast<int32_t>(response.Status),
+                             reason_of(response.Status, &response.Word5)});
+        take_told(key, user);
+    }
+    sweep(key);
     return NETCM_SUCCESS;
 }
 

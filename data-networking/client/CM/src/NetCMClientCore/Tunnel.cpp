@@ -25,6 +25,8 @@ class TunnelPayload {
     TunnelPayload& operator=(const TunnelPayload&) = delete;
 
     bool allocated() const { return data_ != nullptr; }
+    // What there is no memory for goes by, whenever it comes: it is no record.
+    void skip() const QV_REQUIRES(app_mutex) { async_stream.skip(length_); }
     // The bytes read, 0 when the server has closed, -1 on an error. No data cost no look at the socket.
     int32_t read() QV_REQUIRES(app_mutex) {
         if (length_ == 0)
@@ -38,12 +40,23 @@ class TunnelPayload {
     void* data_ = nullptr;
 };
 
-// The first pending request of that id, or null. A free entry is none, whatever id the server names.
-NetCMTunnelReq* pending_request(uint32_t id) QV_REQUIRES(app_mutex) {
-    for (NetCMTunnelReq& request : table().TunnelReq)
+// Who waits for the answer of that id, or -1. A free entry waits for none, whatever id the server names.
+int32_t requester_of(uint32_t id) {
+    const Lock lock(table_lock);
+    for (const NetCMTunnelReq& request : g_NetCMClientAppInfo.TunnelReq)
         if (request.ThreadId != -1 && static_cast<uint32_t>(request.RequestId) == id)
-            return &request;
-    return nullptr;
+            return request.ThreadId;
+    return -1;
+}
+
+void free_request(int32_t thread_id, uint32_t id) {
+    const Lock lock(table_lock);
+    for (NetCMTunnelReq& request : g_NetCMClientAppInfo.TunnelReq) {
+        if (request.ThreadId != thread_id || static_cast<uint32_t>(request.RequestId) != id)
+            continue;
+        request = {-1, -1};
+        return;
+    }
 }
 
 }  // namespace
@@ -56,6 +69,7 @@ uint32_t NetCMClientProcesTunnelRsp(const uint32_t* event) {
     const wire::Record response = as_record(event);
     TunnelPayload payload(response.Word2);
     if (!payload.allocated()) {
+        payload.skip();
         QV_TRACE(4, "Memory can't be allocated for data.Data\n");
         return NETCM_ERR_FAILURE;
     }
@@ -68,13 +82,13 @@ uint32_t NetCMClientProcesTunnelRsp(const uint32_t* event) {
     if (received <= 0)
         return NETCM_ERR_FAILURE;
     QV_TRACE(0, "Received tunnel data. Tunnel data length = %d\n", static_cast<int>(response.Word2));
-    NetCMTunnelReq* request = pending_request(response.CallId);
-    if (request == nullptr)
+    const int32_t requester = requester_of(response.CallId);
+    if (requester == -1)
         return NETCM_SUCCESS;
     QV_TRACE(0, "Getting calling thread index.\n");
     NetCMTunnelData data = payload.record(response.CallId);
-    deliver_to_requester(request->ThreadId, {NETCM_EVENT_TUNNEL_RSP, -1, 0, &data});
-    *request = {-1, -1};
+    tell_requester(requester, {NETCM_EVENT_TUNNEL_RSP, -1, 0, &data});
+    free_request(requester, response.CallId);
     return NETCM_SUCCESS;
 }
 
@@ -84,6 +98,7 @@ uint32_t NetCMClientProcesTunnelInd(const uint32_t* event) {
     const wire::Record indication = as_record(event);
     TunnelPayload payload(indication.Word2);
     if (!payload.allocated()) {
+        payload.skip();
         QV_TRACE(4, "Memory can't be allocated for data.Data\n");
         return NETCM_ERR_FAILURE;
     }
@@ -95,7 +110,7 @@ uint32_t NetCMClientProcesTunnelInd(const uint32_t* event) {
         return NETCM_ERR_FAILURE;
     QV_TRACE(0, "Received tunnel indication data. Data length = %d\n", static_cast<int>(indication.Word2));
     NetCMTunnelData data = payload.record(indication.CallId);
-    deliver_to_registered({NETCM_EVENT_TUNNEL_IND, -1, 0, &data}, [](int32_t thread_id) {
+    tell_registered({NETCM_EVENT_TUNNEL_IND, -1, 0, &data}, [](int32_t thread_id) {
         QV_TRACE(0, "Sent tunnel indication to thread [%d]\n", thread_id);
     });
     return NETCM_SUCCESS;

@@ -1,6 +1,7 @@
 #include "client/CM/src/NetCMClientInternal/Connect.h"
 
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <cstring>
 
 #include "client/CM/src/NetCMPrivate.h"
+#include "common/Clock.h"
 #include "common/Descriptor.h"
 #include "common/Pause.h"
 #include "common/Wire.h"
@@ -37,6 +39,14 @@ bool publish_loss() {
     return true;
 }
 
+// A server that accepts nobody lets a connect hang when its backlog is full.
+constexpr int32_t kConnectLimitMs = 10'000;
+
+void limit_connect(int fd, int32_t milliseconds) {
+    const timeval limit = {milliseconds / 1000, milliseconds % 1000 * 1000};
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+}
+
 }  // namespace
 
 int create_socket() {
@@ -48,7 +58,13 @@ bool connect_to_server(int fd) {
     strcpy(address.sun_path, wire::kServerPath);
     // The length leaves the path's terminating zero out.
     constexpr socklen_t length = offsetof(sockaddr_un, sun_path) + sizeof wire::kServerPath - 1;
-    return connect(fd, reinterpret_cast<const sockaddr*>(&address), length) == 0;
+    const Deadline deadline = Deadline::in(kConnectLimitMs);
+    int result = -1;
+    do {
+        limit_connect(fd, deadline.left_ms());
+        result = connect(fd, reinterpret_cast<const sockaddr*>(&address), length);
+    } while (result != 0 && errno == EINTR && deadline.left_ms() > 0);
+    return result == 0;
 }
 
 void give_up_connecting(int fd) {

@@ -2,12 +2,14 @@
 
 #include <algorithm>
 
-#include "client/CM/src/NetCMClientInternal/WriteOnce.h"
+#include "client/CM/src/NetCMClientInternal/Reading.h"
 #include "client/CM/src/NetCMIntf/Table.h"
 #include "client/CM/src/NetCMPrivate.h"
 #include "common/Descriptor.h"
+#include "common/KeepErrno.h"
 
 extern "C" {
+// Shows the pipe; nothing here reads it.
 int pipe_fds[2] = {quorvel::kNoDescriptor, quorvel::kNoDescriptor};
 }
 
@@ -15,6 +17,14 @@ namespace quorvel {
 namespace {
 
 constexpr uint32_t kStopWord = 1;
+constexpr PipeEnds kNoPipe = {kNoDescriptor, kNoDescriptor};
+
+PipeEnds pipe_ends QV_GUARDED_BY(app_mutex) = kNoPipe;
+
+void show_pipe() QV_REQUIRES(app_mutex) {
+    store(pipe_fds[0], pipe_ends.read);
+    store(pipe_fds[1], pipe_ends.write);
+}
 
 int highest_socket() QV_REQUIRES(app_mutex) {
     return std::max(table().SyncSockFd, table().AsyncSockFd);
@@ -26,19 +36,33 @@ bool make_control_pipe() {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
         return false;
-    pipe_fds[0] = at_least(highest_socket() + 1, ends[0]);
-    pipe_fds[1] = at_least(kLowestDescriptor, ends[1]);
-    if (pipe_fds[0] >= 0 && pipe_fds[1] >= 0)
-        return true;
-    close_control_pipe();
-    return false;
+    pipe_ends.read = at_least(highest_socket() + 1, ends[0]);
+    pipe_ends.write = at_least(kLowestDescriptor, ends[1]);
+    if (pipe_ends.read < 0 || pipe_ends.write < 0) {
+        const KeepErrno keep;
+        close_control_pipe();
+        return false;
+    }
+    show_pipe();
+    return true;
 }
 
 bool have_control_pipe() {
-    if (pipe_fds[0] > highest_socket())
+    if (pipe_ends.read > highest_socket())
         return true;
     close_control_pipe();
     return make_control_pipe();
+}
+
+int control_pipe_to_read() {
+    return pipe_ends.read;
+}
+
+PipeEnds give_control_pipe_away() {
+    const PipeEnds given = pipe_ends;
+    pipe_ends = kNoPipe;
+    show_pipe();
+    return given;
 }
 
 void close_descriptor(int& fd) {
@@ -48,13 +72,14 @@ void close_descriptor(int& fd) {
 }
 
 void close_control_pipe() {
-    close_descriptor(pipe_fds[0]);
-    close_descriptor(pipe_fds[1]);
+    close_descriptor(pipe_ends.read);
+    close_descriptor(pipe_ends.write);
+    show_pipe();
 }
 
 void tell_receiver_to_stop() {
     // A receiver that is gone does not need to be told.
-    static_cast<void>(write_once(pipe_fds[1], &kStopWord, sizeof kStopWord));
+    static_cast<void>(write_whole(pipe_ends.write, &kStopWord, sizeof kStopWord));
 }
 
 bool receiver_is_told_to_stop(int control_fd) {

@@ -8,6 +8,8 @@
 
 #include "client/CM/src/NetCMClientInternal/Connect.h"
 #include "client/CM/src/NetCMClientInternal/ControlPipe.h"
+#include "client/CM/src/NetCMClientInternal/Receiver.h"
+#include "client/CM/src/NetCMClientInternal/Stream.h"
 #include "client/CM/src/NetCMIntf/Table.h"
 #include "client/CM/src/NetCMPrivate.h"
 #include "common/Wire.h"
@@ -36,7 +38,8 @@ bool register_sync_socket(int fd, int32_t* client_id) QV_REQUIRES(app_mutex) {
         QV_TRACE(3, "Invalid Response received from CM Server. cmd = %d \n", static_cast<int>(response.Code));
         return false;
     }
-    if (response.Status != 0) {
+    // Nobody can be known as "none".
+    if (response.Status != 0 || static_cast<int32_t>(response.Word1) == -1) {
         QV_TRACE(3, "Client not Registered Error = %d\n", static_cast<int>(response.Status));
         return false;
     }
@@ -82,6 +85,7 @@ namespace quorvel {
 int start_receiver(int async_fd) {
     if (!have_control_pipe())
         return errno;
+    hand_to_receiver(async_fd, control_pipe_to_read());
     // The handle goes straight into the table: a receiver that ends at once must find it there to clear it.
     const int error = pthread_create(&table().RecvThreadId, nullptr, NetCMClientThread,
                                      reinterpret_cast<void*>(static_cast<intptr_t>(async_fd)));
@@ -118,6 +122,7 @@ int NetCMClientInit(int32_t* clientIdOut) {
     // The table keeps these also when a later step fails; the caller resets it.
     table().AppId = app_id;
     table().SyncSockFd = fd;
+    sync_stream.begins();
     if (!register_sync_socket(fd, clientIdOut) || !have_async_socket(*clientIdOut)) {
         close(fd);
         return -1;
@@ -153,6 +158,7 @@ int NetCMClientAsyncEventInit(uint32_t clientId) {
         return -1;
     }
     QV_TRACE(0, "Connected socket [%d] to CM server to receive async events\n", fd);
+    async_stream.begins(fd);
     store(table().AsyncSockFd, fd);
     return fd;
 }

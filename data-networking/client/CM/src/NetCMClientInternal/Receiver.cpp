@@ -7,20 +7,16 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "client/CM/src/NetCMClientCore/DroppedBlock.h"
-#include "client/CM/src/NetCMClientInternal/ControlPipe.h"
+#include "client/CM/src/NetCMClientInternal/Receiver.h"
+
 #include "client/CM/src/NetCMClientInternal/DescriptorSet.h"
-#include "client/CM/src/NetCMClientInternal/ReceiverHandle.h"
-#include "client/CM/src/NetCMIntf/Table.h"
+#include "client/CM/src/NetCMClientInternal/Stream.h"
 #include "client/CM/src/NetCMPrivate.h"
 #include "common/Wire.h"
 
 using namespace quorvel;
 
 namespace {
-
-// What the stop indications say that the library makes itself when the server has gone.
-constexpr uint32_t kServerGone = 2;
 
 void dispatch(const uint32_t* record) QV_REQUIRES(app_mutex) {
     switch (record[0]) {
@@ -77,38 +73,32 @@ void dispatch(const uint32_t* record) QV_REQUIRES(app_mutex) {
 // The record in hand, which everybody can see while it is handled.
 class PendingRecord {
   public:
-    PendingRecord() : record_(static_cast<uint32_t*>(malloc(sizeof(wire::Record)))) {
+    PendingRecord() : record_(static_cast<wire::Record*>(malloc(sizeof(wire::Record)))) {
         if (record_ != nullptr)
-            memset(record_, 0, sizeof(wire::Record));
-        PendingEventRecord = record_;
+            *record_ = {};
+        show(words());
     }
     ~PendingRecord() {
-        free(record_);
         // A callback may have taken the link down and set it up anew: the new receiver has its own record in
         // hand.
-        if (PendingEventRecord == record_)
-            PendingEventRecord = nullptr;
+        if (shown() == words())
+            show(nullptr);
+        free(record_);
     }
     PendingRecord(const PendingRecord&) = delete;
     PendingRecord& operator=(const PendingRecord&) = delete;
-    uint32_t* get() const { return record_; }
+    wire::Record* get() const { return record_; }
+    const uint32_t* words() const { return reinterpret_cast<const uint32_t*>(record_); }
+    static const uint32_t* shown() { return load(PendingEventRecord); }
 
   private:
-    uint32_t* record_;
+    static void show(const uint32_t* words) { store(PendingEventRecord, const_cast<uint32_t*>(words)); }
+
+    wire::Record* record_;
 };
 
-// Tells the users of every call that it has ended. Deliberately without the application mutex: a thread that
-// holds it may be waiting for the server that has gone.
-void stop_every_call() QV_NO_THREAD_SAFETY_ANALYSIS {
-    for (NetCMCallInfo& call : table().CallInfo) {
-        if (load(call.InUse) != 1)
-            continue;
-        wire::Record indication = {};
-        indication.Code = wire::NETCM_CLIENT_STOP_IND;
-        indication.CallId = static_cast<uint32_t>(load(call.CallId));
-        indication.Status = kServerGone;
-        NetCMClientProcesStopInd(&indication.Code);
-    }
+ssize_t read_record(int fd, wire::Record& record) {
+    return async_stream.is(fd) ? async_stream.read_record(record) : read(fd, &record, sizeof record);
 }
 
 enum class Pass { Again, Stop, Reset };
@@ -135,18 +125,18 @@ Pass receive(DescriptorSet& readable, int async_fd, int control_fd) {
     return Pass::Again;
 }
 
-Pass receive_until_the_end(int async_fd) {
-    // Our own copy: a callback may set up a new link, with a new pipe, before this receiver has left.
-    const int control_fd = pipe_fds[0];
+Pass receive_until_the_end(const Receiver& self) {
+    const int async_fd = self.async_fd();
+    const int control_fd = self.control_fd();
     DescriptorSet readable(std::max(async_fd, control_fd));
     if (!readable.valid()) {
         QV_TRACE(4, "PANIC!!! Memory not allocated\n");
         return Pass::Reset;
     }
     Pass pass = Pass::Again;
-    while (pass == Pass::Again)
+    while (pass == Pass::Again && !self.has_left())
         pass = receive(readable, async_fd, control_fd);
-    return pass;
+    return self.has_left() ? Pass::Stop : pass;
 }
 
 }  // namespace
@@ -155,8 +145,9 @@ extern "C" {
 
 void* NetCMClientThread(void* asyncFd) {
     const int async_fd = static_cast<int>(reinterpret_cast<intptr_t>(asyncFd));
-    ReceiverLife life;
+    Receiver self(async_fd);
     const ReceiverScope scope;
+    const CancelHold hold;
     QV_TRACE(2, "In Quorvel Thread, pid = %d, ppid = %d, tid = %d\n", getpid(), getppid(),
              NetCMGetCurrentTid());
     QV_TRACE(0, "Client socket received = %d \n", async_fd);
@@ -165,18 +156,20 @@ void* NetCMClientThread(void* asyncFd) {
         store(g_NetCMClientAppInfo.RecvThreadId, kNoThread);
         return nullptr;
     }
-    if (receive_until_the_end(async_fd) == Pass::Stop)
+    if (receive_until_the_end(self) == Pass::Stop)
         return nullptr;
     QV_TRACE(2, "Quorvel connection got reset, close the thread \n");
-    stop_every_call();
     // The async socket stays open; the re-registration closes it.
-    life.end_on_reset();
+    self.end_link();
     return nullptr;
 }
 
 int32_t NetCMClientLibCbk(int asyncFd) {
-    if (discard_dropped_block(asyncFd))
-        return sizeof(wire::ConnectionBlock);
+    if (async_stream.is(asyncFd)) {
+        const int32_t dropped = async_stream.drop_skipped();
+        if (dropped > 0)
+            return dropped;
+    }
     const PendingRecord record;
     if (record.get() == nullptr) {
         QV_TRACE(4, "PANIC!!! Memory not allocated\n");
@@ -187,7 +180,7 @@ int32_t NetCMClientLibCbk(int asyncFd) {
         return -1;
     }
     errno = 0;
-    const ssize_t received = read(asyncFd, record.get(), sizeof(wire::Record));
+    const ssize_t received = read_record(asyncFd, *record.get());
     if (received < 1) {
         QV_TRACE(5, "Error reading sock, connection closed. Error = [%s]\n", strerror(errno));
         return static_cast<int32_t>(received);
@@ -196,10 +189,11 @@ int32_t NetCMClientLibCbk(int asyncFd) {
     QV_TRACE(2, "Received data from CM %d.. struct size = %d\n", static_cast<int>(received),
              static_cast<int>(sizeof(wire::Record)));
     const AppMutexGuard guard(QV_HERE);
-    if (PendingEventRecord == nullptr)
+    const HandlingRecord handling(async_stream.is(asyncFd) ? async_stream.record_at() : kEverything);
+    if (PendingRecord::shown() == nullptr)
         QV_TRACE(3, "Error!! Received Null pointer \n");
     else
-        dispatch(record.get());
+        dispatch(record.words());
     return static_cast<int32_t>(received);
 }
 

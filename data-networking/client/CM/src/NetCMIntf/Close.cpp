@@ -1,6 +1,4 @@
 // Closing a connection: a thread gives up its own use of a profile.
-#include <cstdlib>
-
 #include "client/CM/src/NetCMClientCore/LocalAnswer.h"
 #include "client/CM/src/NetCMIntf/Request.h"
 #include "client/CM/src/NetCMIntf/StopRequest.h"
@@ -10,6 +8,20 @@
 using namespace quorvel;
 
 namespace {
+
+// What a thread has of a call.
+struct UseOfCall {
+    int32_t call_id = -1;
+    int32_t thread_index = -1;
+};
+
+// Looked up in one step with its traces behind it: the end of the server may end the call at any moment.
+UseOfCall find_use(int32_t tid, int32_t call_index, int32_t profile) {
+    const Lock lock(table_lock);
+    const NetCMCallInfo& call = *slot(call_index).record;
+    const int32_t entry = entry_of_thread(call, tid, profile);
+    return entry < 0 ? UseOfCall{} : UseOfCall{load(call.CallId), load(call.ThreadProf[entry].ThreadIndex)};
+}
 
 uint32_t close_profile(int32_t tid, int32_t profile) QV_REQUIRES(app_mutex) {
     int32_t caller_index = 0;
@@ -22,60 +34,98 @@ uint32_t close_profile(int32_t tid, int32_t profile) QV_REQUIRES(app_mutex) {
         QV_TRACE(2, "Connection referred by profile [%d] is not active\n", profile);
         return NETCM_ERR_NOT_ACTIVE;
     }
-    const NetCMThreadProf* entry = entry_of_thread(table().CallInfo[call_index], tid, profile);
-    if (entry == nullptr) {
+    const UseOfCall use = find_use(tid, call_index, profile);
+    if (use.thread_index == -1) {
         QV_TRACE(2, "Thread info not found in call list\n");
         QV_TRACE(2, "Thread [%d] is not using this call\n", tid);
         return NETCM_ERR_NOT_ACTIVE;
     }
     QV_TRACE(0, "Thread is using this call\n");
     QV_TRACE(0, "call exist for thread [%d] with profile [%d]\n", tid, profile);
-    const int32_t thread_index = entry->ThreadIndex;
-    const uint32_t result = NetCMClientRemoveCall(table().ClientId, tid, call_id, profile, thread_index);
+    const uint32_t result =
+        NetCMClientRemoveCall(table().ClientId, tid, use.call_id, profile, use.thread_index);
     if (result != NETCM_SUCCESS)
-        table().ThreadInfo[thread_index].LastSyncError = -1;
+        table().ThreadInfo[use.thread_index].LastSyncError = -1;
     return result;
 }
 
 // How the start of a local answer went.
 enum class LocalAnswer { Started, NoMemory, NoThread };
 
-LocalAnswer answer_close_locally(const NetCMStartRspInfo& request, int& error) {
-    auto* block = static_cast<NetCMStartRspInfo*>(malloc(sizeof(NetCMStartRspInfo)));
+LocalAnswer answer_close_locally(const NetCMStartRspInfo& request, uint32_t generation, int& error) {
+    LocalRequest* const block = make_local_request(request, generation);
     if (block == nullptr) {
         QV_TRACE(4, "Memory can't be allocated for rsp_info\n");
         return LocalAnswer::NoMemory;
     }
-    *block = request;
     pthread_t thread{};
-    error = start_local_thread(ThreadPostStopEvent, block, thread);
+    error = start_local_thread(LocalAnswerKind::Close, block, thread);
     if (error != 0)
         return LocalAnswer::NoThread;
     QV_TRACE(0, "Local thread to send close response created, ID = %d \n", static_cast<int>(thread));
     return LocalAnswer::Started;
 }
 
+// How a use of a call is given up.
+struct Leaving {
+    uint32_t generation = 0;
+    int users = 0;
+    int32_t entry = -1;
+    int32_t profiles = 0;  // of the thread, when it is the only user
+    bool is_last() const { return users == 1 && profiles < 2; }
+};
+
+// Counts, and begins the stop of a call whose last user leaves, in one step.
+Leaving look_at(int32_t call_index, int32_t thread_index) {
+    const Lock lock(table_lock);
+    const Call call = slot(call_index);
+    Leaving leaving = {.generation = call.life->generation, .users = count_users(*call.record)};
+    if (leaving.users != 1)
+        return leaving;
+    leaving.entry = entry_of(*call.record, thread_index);
+    if (leaving.entry >= 0)
+        leaving.profiles = count_profiles(call.record->ThreadProf[leaving.entry]);
+    if (leaving.is_last())
+        begin_stop(call);
+    return leaving;
+}
+
 }  // namespace
 
 namespace quorvel {
 
-uint32_t send_stop_request(NetCMCallInfo& call, int32_t client_id, int32_t profile) {
-    call.CallState = kStopSent;
-    QV_TRACE(0, "Sending stop request to PS server for call id %d\n", call.CallId);
+int32_t begin_stop(const Call& call) {
+    call.record->CallState = kStopSent;
+    if (call.life->ending == Ending::None)
+        call.life->ending = Ending::Stop;
+    return load(call.record->CallId);
+}
+
+uint32_t send_stop_request(int32_t call_id, int32_t client_id, int32_t profile) {
+    QV_TRACE(0, "Sending stop request to PS server for call id %d\n", call_id);
     wire::RequestHeader request = request_header(wire::NETCM_CLIENT_STOP_REQ);
     request.ClientId = static_cast<uint32_t>(client_id);
-    request.Arg3 = static_cast<uint32_t>(call.CallId);
+    request.Arg3 = static_cast<uint32_t>(call_id);
     request.Arg4 = static_cast<uint32_t>(profile);
     return send_header(request);
 }
 
-void stop_if_left(NetCMCallInfo& call, int32_t profile) {
-    // A kill is on its way: its response ends the call.
-    if (count_users(call) != 0 || call.CallState == kKillSent)
+void stop_if_left(CallKey key, int32_t profile) {
+    int32_t call_id = -1;
+    {
+        const Lock lock(table_lock);
+        const Call call = find(key);
+        // Where a kill is on its way, its response ends the call.
+        if (!call || count_users(*call.record) != 0 || is_being_killed(call))
+            return;
+        call_id = begin_stop(call);
+    }
+    if (send_stop_request(call_id, table().ClientId, profile) == NETCM_SUCCESS)
         return;
     // A server that cannot be asked any more will not answer either: nothing would clean the record.
-    if (send_stop_request(call, table().ClientId, profile) != NETCM_SUCCESS)
-        NetCMClientCleanCallInfo(index_of(call));
+    const Lock lock(table_lock);
+    if (const Call call = find(key))
+        clean(call);
 }
 
 }  // namespace quorvel
@@ -96,26 +146,27 @@ uint32_t NetCMConnectionClose(int32_t profile) {
 
 uint32_t NetCMClientRemoveCall(int32_t clientId, int32_t tid, int32_t callId, int32_t profile,
                                int32_t threadIndex) {
-    NetCMCallInfo& call = table().CallInfo[callId];
+    if (static_cast<uint32_t>(callId) >= NETCM_MAX_CALLS)
+        return NETCM_ERR_INVALID_PARAM;
     const NetCMStartRspInfo request = {static_cast<uint32_t>(tid), static_cast<uint32_t>(callId),
                                        static_cast<uint32_t>(threadIndex), static_cast<uint32_t>(profile)};
+    const Leaving leaving = look_at(callId, threadIndex);
     int error = 0;
-    const int users = count_users(call);
-    if (users == 0)
+    if (leaving.users == 0)
         return NETCM_ERR_INVALID_PARAM;
-    if (users > 1) {
-        QV_TRACE(0, "More than one thread uses this call: count = %d \n", users);
-        return answer_close_locally(request, error) == LocalAnswer::Started ? NETCM_SUCCESS
-                                                                            : NETCM_ERR_FAILURE;
+    if (leaving.users > 1) {
+        QV_TRACE(0, "More than one thread uses this call: count = %d \n", leaving.users);
+        return answer_close_locally(request, leaving.generation, error) == LocalAnswer::Started
+                   ? NETCM_SUCCESS
+                   : NETCM_ERR_FAILURE;
     }
-    const int32_t entry = entry_of(call, threadIndex);
     int32_t profiles = 0;
-    if (entry >= 0)
-        NetCMClientThreadProfGetProfileCount(callId, entry, &profiles);
-    if (profiles < 2)
-        return send_stop_request(call, clientId, profile);
-    QV_TRACE(0, "More than one profile uses this call. Profile count = [%d]\n", profiles);
-    const LocalAnswer answer = answer_close_locally(request, error);
+    if (leaving.entry >= 0)
+        NetCMClientThreadProfGetProfileCount(callId, leaving.entry, &profiles);
+    if (leaving.is_last())
+        return send_stop_request(callId, clientId, profile);
+    QV_TRACE(0, "More than one profile uses this call. Profile count = [%d]\n", leaving.profiles);
+    const LocalAnswer answer = answer_close_locally(request, leaving.generation, error);
     if (answer == LocalAnswer::NoThread)
         QV_TRACE(4, "Local thread creation failed. Error = [%d]\n", error);
     return answer == LocalAnswer::Started ? NETCM_SUCCESS : NETCM_ERR_FAILURE;

@@ -1,26 +1,45 @@
 // The details of a connection, from the client table alone.
 #include <cstring>
 
-#include "client/CM/src/NetCMIntf/Table.h"
+#include "client/CM/src/NetCMIntf/Calls.h"
 #include "client/CM/src/NetCMPrivate.h"
 
 using namespace quorvel;
 
 namespace {
 
-bool is_used_with(int32_t call, int32_t profile) QV_REQUIRES(app_mutex) {
-    for (int32_t entry = 0; entry < NETCM_MAX_THREADS; ++entry)
-        if (NetCMClientThreadProfCheckProfile(call, entry, profile) == 1)
-            return true;
-    return false;
+// Which entry of the call holds the profile, and what was stored for the call.
+struct Found {
+    int entries = 0;  // looked at
+    bool holds = false;
+    bool is_active = false;
+    NetCMCallConnInfo stored = {};
+};
+
+Found look_at(int32_t index, int32_t profile) {
+    const Lock lock(table_lock);
+    const NetCMCallInfo& call = *slot(index).record;
+    Found found;
+    found.is_active = load(call.InUse) != 0 && call.IsActive == 1;
+    while (found.is_active && !found.holds && found.entries < NETCM_MAX_THREADS)
+        found.holds = holds(call.ThreadProf[found.entries++], profile);
+    found.is_active &= load(call.CallId) != -1;
+    found.stored = call.ConnInfo;
+    return found;
 }
 
-// The stored record of the active call that holds the profile, or null.
-const NetCMCallConnInfo* active_connection(int32_t profile) QV_REQUIRES(app_mutex) {
-    for (const NetCMCallInfo& call : table().CallInfo)
-        if (call.InUse != 0 && call.IsActive == 1 && is_used_with(index_of(call), profile))
-            return call.CallId != -1 ? &table().CallInfo[call.CallId].ConnInfo : nullptr;
-    return nullptr;
+// Looks for the active call that holds the profile, with a trace for each entry on the way.
+bool find_active(int32_t profile, NetCMCallConnInfo& stored) {
+    for (int32_t index = 0; index < NETCM_MAX_CALLS; ++index) {
+        const Found found = look_at(index, profile);
+        for (int i = 1; i <= found.entries; ++i)
+            trace_looked_for(profile, found.holds && i == found.entries);
+        if (!found.holds)
+            continue;
+        stored = found.stored;
+        return found.is_active;
+    }
+    return false;
 }
 
 // Whatever its stored type, an address is handed out as IPv4; the bytes behind the first four stay the
@@ -68,10 +87,10 @@ uint32_t NetCMDeviceGetInfo(int32_t profileId, NetCMConnInfo* devinfo) {
         QV_TRACE(2, "Cleint is not yet registered with CM\n");
         return NETCM_ERR_NOT_REGISTERED;
     }
-    const NetCMCallConnInfo* stored = active_connection(profileId);
-    if (stored == nullptr)
+    NetCMCallConnInfo stored;
+    if (!find_active(profileId, stored))
         return NETCM_ERR_NOT_ACTIVE;
-    fill(*devinfo, profileId, *stored);
+    fill(*devinfo, profileId, stored);
     QV_TRACE(0, "Profile [%d] is Active\n", profileId);
     return NETCM_SUCCESS;
 }

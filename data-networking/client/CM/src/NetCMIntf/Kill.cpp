@@ -1,20 +1,11 @@
 // Killing a connection: the server tears it down, whatever other users it has.
-#include "client/CM/src/NetCMIntf/KilledProfile.h"
+#include "client/CM/src/NetCMIntf/Calls.h"
 #include "client/CM/src/NetCMIntf/Request.h"
 #include "client/CM/src/NetCMPrivate.h"
 
 using namespace quorvel;
 
 namespace {
-
-constexpr int32_t kNoProfile = 0;
-
-// By call.
-int32_t killed_profiles[NETCM_MAX_CALLS] = {};
-
-bool was_left_by_its_killer(const NetCMCallInfo& call) QV_REQUIRES(app_mutex) {
-    return call.InUse == 1 && call.CallState == kKillSent;
-}
 
 // What the pending kills say about one more.
 struct PendingKills {
@@ -23,9 +14,10 @@ struct PendingKills {
     bool asked_by_another = false;
 };
 
-PendingKills scan(int32_t tid, int32_t profile) QV_REQUIRES(app_mutex) {
+PendingKills scan(int32_t tid, int32_t profile) {
+    const Lock lock(table_lock);
     PendingKills pending;
-    for (NetCMKillReq& request : table().KillReq) {
+    for (NetCMKillReq& request : g_NetCMClientAppInfo.KillReq) {
         if (request.ThreadId == -1) {
             if (pending.free == nullptr)
                 pending.free = &request;
@@ -34,6 +26,11 @@ PendingKills scan(int32_t tid, int32_t profile) QV_REQUIRES(app_mutex) {
         }
     }
     return pending;
+}
+
+void take(NetCMKillReq& pending, int32_t tid, int32_t profile) {
+    const Lock lock(table_lock);
+    pending = {tid, profile};
 }
 
 uint32_t send_kill_request(int32_t profile, int32_t thread_index) QV_REQUIRES(app_mutex) {
@@ -45,24 +42,40 @@ uint32_t send_kill_request(int32_t profile, int32_t thread_index) QV_REQUIRES(ap
     return status;
 }
 
-// The killer's own use ends at once; the other users keep theirs until the response.
-void give_up(NetCMCallInfo& call, int32_t thread_index, int32_t profile) QV_REQUIRES(app_mutex) {
-    call.CallState = kKillSent;
-    const int32_t entry = entry_of(call, thread_index);
-    if (entry >= 0) {
-        NetCMClientThreadProfDeleteProfileEntry(index_of(call), entry, profile);
-        if (holds_nothing(call.ThreadProf[entry]))
-            release(call.ThreadProf[entry]);
-    }
-    remember_killed_profile(call, profile);
-}
+// What a kill finds to kill.
+struct Target {
+    bool exists = false;
+    bool is_being_stopped = false;
+    CallKey key = {-1, 0};
+};
 
-NetCMCallInfo* call_of(int32_t profile) QV_REQUIRES(app_mutex) {
+Target target_of(int32_t profile) QV_REQUIRES(app_mutex) {
     int32_t call_id = -1;
     int32_t index = -1;
-    if (NetCMGetCallIdFromProfileId(profile, &call_id, &index) != NETCM_SUCCESS)
-        return nullptr;
-    return &table().CallInfo[index];
+    const bool found = NetCMGetCallIdFromProfileId(profile, &call_id, &index) == NETCM_SUCCESS;
+    const Lock lock(table_lock);
+    // Looked up once more: the end of the server may have come between.
+    const Call call = found ? call_with(profile, InUse::Any) : Call{};
+    return call ? Target{true, is_being_stopped(call), key_of(call)}
+                : Target{false, is_closing_elsewhere(profile), {-1, 0}};
+}
+
+// The killer's own use ends at once; the other users keep theirs until the response. Gives back the entry
+// that the profile has been taken out of, or -1.
+int32_t give_up(CallKey key, int32_t thread_index, int32_t profile) {
+    const Lock lock(table_lock);
+    const Call call = find(key);
+    if (!call)
+        return -1;
+    call.record->CallState = kKillSent;
+    call.life->ending = Ending::Kill;
+    call.life->killed_profile = profile;
+    const int32_t entry = entry_of(*call.record, thread_index);
+    if (entry < 0)
+        return -1;
+    const bool held = holds(call.record->ThreadProf[entry], profile);
+    take_profile(call, entry, profile);
+    return held ? entry : -1;
 }
 
 uint32_t kill_profile(int32_t tid, int32_t profile) QV_REQUIRES(app_mutex) {
@@ -77,50 +90,33 @@ uint32_t kill_profile(int32_t tid, int32_t profile) QV_REQUIRES(app_mutex) {
         return NETCM_ERR_NO_FREE_KILL_ENTRY;
     if (pending.asked_by_another) {
         // One request is enough; its response is delivered to both.
-        *pending.free = {tid, profile};
+        take(*pending.free, tid, profile);
         return NETCM_SUCCESS;
     }
-    NetCMCallInfo* call = call_of(profile);
-    if (call == nullptr) {
-        QV_TRACE(2, "Profile [%d] is not associated with any call\n", profile);
-    } else if (call->CallState == kStopSent) {
+    const Target target = target_of(profile);
+    if (target.is_being_stopped) {
         QV_TRACE(2, "Connection is already getting closed\n");
         return NETCM_ERR_CALL_CLOSING;
     }
+    if (!target.exists)
+        QV_TRACE(2, "Profile [%d] is not associated with any call\n", profile);
     status = send_kill_request(profile, thread_index);
     if (status != NETCM_SUCCESS)
         return status;
-    *pending.free = {tid, profile};
-    if (call != nullptr)
-        give_up(*call, thread_index, profile);
+    {
+        const Lock lock(table_lock);
+        *pending.free = {tid, profile};
+        note_kill(profile, target.key);
+    }
+    if (target.exists) {
+        const int32_t entry = give_up(target.key, thread_index, profile);
+        if (entry >= 0)
+            trace_deleted(profile, entry);
+    }
     return NETCM_SUCCESS;
 }
 
 }  // namespace
-
-namespace quorvel {
-
-void remember_killed_profile(const NetCMCallInfo& call, int32_t profile) {
-    killed_profiles[index_of(call)] = profile;
-}
-
-void forget_killed_profile(int32_t index) {
-    killed_profiles[index] = kNoProfile;
-}
-
-NetCMCallInfo* call_left_by_its_killer(int32_t profile) {
-    for (NetCMCallInfo& call : table().CallInfo)
-        if (was_left_by_its_killer(call) && killed_profiles[index_of(call)] == profile)
-            return &call;
-    // One without users that nobody has a name for is the next best: no other response would clean it.
-    for (NetCMCallInfo& call : table().CallInfo)
-        if (was_left_by_its_killer(call) && killed_profiles[index_of(call)] == kNoProfile &&
-            count_users(call) == 0)
-            return &call;
-    return nullptr;
-}
-
-}  // namespace quorvel
 
 extern "C" {
 

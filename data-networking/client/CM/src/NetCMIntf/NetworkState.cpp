@@ -1,4 +1,5 @@
 // State of the interfaces and of packet data.
+#include "client/CM/src/NetCMIntf/Calls.h"
 #include "client/CM/src/NetCMIntf/Query.h"
 #include "client/CM/src/NetCMPrivate.h"
 
@@ -10,38 +11,51 @@ bool is_interface(uint32_t net_iface) {
     return net_iface == NETCM_IFACE_PDP || net_iface == NETCM_IFACE_WIFI;
 }
 
-const NetCMCallInfo* first_call_in_use() QV_REQUIRES(app_mutex) {
-    for (const NetCMCallInfo& call : table().CallInfo)
-        if (call.InUse == 1)
-            return &call;
-    return nullptr;
+// The process's first call in use, and the first profile of its first user.
+struct FirstCall {
+    int32_t index = -1;
+    int32_t entry = -1;
+    int32_t profile = 0;
+};
+
+// The place of an entry's first profile, or -1.
+int32_t first_profile(const NetCMThreadProf& entry) QV_REQUIRES(table_lock) {
+    for (int32_t place = 0; place < NETCM_MAX_PROFILES; ++place)
+        if (load(entry.ProfileId[place]) != -1)
+            return place;
+    return -1;
 }
 
-// The first profile of the first user of a call; 0 when it has none.
-int32_t first_profile(const NetCMCallInfo& call) {
-    for (int32_t i = 0; i < NETCM_MAX_THREADS; ++i) {
-        const NetCMThreadProf& entry = call.ThreadProf[i];
-        if (!in_use(entry))
+FirstCall first_call() {
+    const Lock lock(table_lock);
+    FirstCall first;
+    for (int32_t index = 0; index < NETCM_MAX_CALLS && first.index < 0; ++index)
+        if (load(slot(index).record->InUse) == 1)
+            first.index = index;
+    if (first.index < 0)
+        return first;
+    const NetCMCallInfo& call = *slot(first.index).record;
+    for (int32_t i = 0; i < NETCM_MAX_THREADS && first.entry < 0; ++i) {
+        const int32_t place = in_use(call.ThreadProf[i]) ? first_profile(call.ThreadProf[i]) : -1;
+        if (place < 0)
             continue;
-        for (const int32_t profile : entry.ProfileId) {
-            if (profile == -1)
-                continue;
-            QV_TRACE(0, "Found profile [%d]. Thread-profile index [%d]\n", profile, i);
-            return profile;
-        }
+        first.entry = i;
+        first.profile = load(call.ThreadProf[i].ProfileId[place]);
     }
-    return 0;
+    return first;
 }
 
 // Packet data is read and switched for the process's first call, whose profile goes into the request.
 uint32_t add_profile(Here here, wire::RequestHeader& request) QV_REQUIRES(app_mutex) {
-    const NetCMCallInfo* call = first_call_in_use();
-    if (call == nullptr) {
+    const FirstCall call = first_call();
+    if (call.index < 0) {
         QV_TRACE_AT(here, 0, "Could not find active call for client \n");
         return NETCM_ERR_NOT_REGISTERED;
     }
-    QV_TRACE_AT(here, 0, "Client associated with active call. Call instance = [%d]\n", index_of(*call));
-    request.Arg4 = static_cast<uint32_t>(first_profile(*call));
+    QV_TRACE_AT(here, 0, "Client associated with active call. Call instance = [%d]\n", call.index);
+    if (call.entry >= 0)
+        QV_TRACE(0, "Found profile [%d]. Thread-profile index [%d]\n", call.profile, call.entry);
+    request.Arg4 = static_cast<uint32_t>(call.profile);
     return NETCM_SUCCESS;
 }
 

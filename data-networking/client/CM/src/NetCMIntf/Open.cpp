@@ -1,8 +1,11 @@
 // Opening a connection.
+#include <algorithm>
 #include <cstdlib>
 
 #include "client/CM/src/NetCMClientCore/LocalAnswer.h"
 #include "client/CM/src/NetCMClientInternal/Link.h"
+#include "client/CM/src/NetCMClientInternal/Stream.h"
+#include "client/CM/src/NetCMIntf/Calls.h"
 #include "client/CM/src/NetCMIntf/Request.h"
 #include "client/CM/src/NetCMPrivate.h"
 #include "common/CallTimes.h"
@@ -47,7 +50,8 @@ uint32_t ask_default_profile(int32_t& profile) QV_REQUIRES(app_mutex) {
         return answer.Status;
     }
     profile = static_cast<int32_t>(answer.Word2);
-    return NETCM_SUCCESS;
+    // A server that has none says so by its status; this one would give a call that nobody can close.
+    return profile < 1 ? NETCM_ERR_INVALID_PROFILE : NETCM_SUCCESS;
 }
 
 // A profile id of 0 stands for the server's default profile.
@@ -183,6 +187,81 @@ uint32_t open_profile(int32_t profile, Opener opener) QV_REQUIRES(app_mutex) {
     return status;
 }
 
+// Where a use has been put.
+struct Joined {
+    int32_t entry = -1;
+    bool had_entry = false;  // of the thread
+    bool is_new = false;     // the call
+    bool is_active = false;
+    uint32_t generation = 0;
+};
+
+// The callers have checked that there is room; where there is none, the first place is overwritten.
+Joined put_use(const Call& call, int32_t profile, int32_t thread_index, Position began)
+    QV_REQUIRES(table_lock) {
+    Joined joined = {.entry = entry_of(*call.record, thread_index),
+                     .is_active = call.record->IsActive == 1,
+                     .generation = call.life->generation};
+    int32_t place = 0;
+    joined.had_entry = joined.entry >= 0;
+    if (joined.had_entry)
+        place = std::max(slot_of(call.record->ThreadProf[joined.entry], -1), 0);
+    else
+        joined.entry = std::max(entry_of(*call.record, -1), 0);
+    add_use(call, joined.entry, place, thread_index, profile, began);
+    return joined;
+}
+
+// Adds to a call that is there what belongs to the same connection. Not when the call has ended.
+Joined join_slot(int32_t index, int32_t profile, int32_t thread_index) {
+    const Lock lock(table_lock);
+    const Call call = slot(index);
+    if (load(call.record->InUse) != 1)
+        return {};
+    const Joined joined = put_use(call, profile, thread_index, began_with(call, profile));
+    if (joined.is_active)
+        use_of(call, joined.entry, profile)->opening = Opening::Due;
+    return joined;
+}
+
+// Puts what the server has accepted under the call's id.
+Joined enter_slot(int32_t call_id, int32_t profile, int32_t thread_index, Position began) {
+    const Lock lock(table_lock);
+    const Call call = slot(call_id);
+    forget_refused(call_id, thread_index, profile);
+    const bool is_new = load(call.record->InUse) != 1 || load(call.record->CallId) != call_id;
+    if (is_new) {
+        begin_anew(*call.life);
+        store(call.record->CallId, call_id);
+        call.record->ConnInfo = {};
+        store(call.record->InUse, 1);
+    }
+    Joined joined = is_new ? Joined{.entry = 0} : put_use(call, profile, thread_index, began);
+    if (is_new)
+        add_use(call, 0, 0, thread_index, profile, began);
+    joined.is_new = is_new;
+    return joined;
+}
+
+bool is_closing_in_slot(int32_t index) {
+    const Lock lock(table_lock);
+    return load(slot(index).record->InUse) == 1 && is_closing(slot(index));
+}
+
+// A server that gives the id of a call which is still to be closed has closed it: what is to be told of that
+// call is kept beside the slot. False when there is no memory for it.
+bool vacate(int32_t index, Position until) {
+    if (!is_closing_in_slot(index))
+        return true;
+    Departure departure;
+    if (!departure.possible())
+        return false;
+    const Lock lock(table_lock);
+    if (load(slot(index).record->InUse) == 1)
+        departure.leave(slot(index), until);
+    return true;
+}
+
 }  // namespace
 
 extern "C" {
@@ -201,37 +280,55 @@ uint32_t NetCMConnectionOpen(const int32_t* profileIds, int32_t profileCount) {
 
 uint32_t NetCMClientAddThreadToCallinfo(int32_t tid, int32_t callIndex, int32_t profile,
                                         int32_t threadIndex) {
-    auto* block = static_cast<NetCMStartRspInfo*>(malloc(sizeof(NetCMStartRspInfo)));
-    if (block == nullptr)
+    const NetCMStartRspInfo block = {static_cast<uint32_t>(tid), static_cast<uint32_t>(callIndex),
+                                     static_cast<uint32_t>(threadIndex), static_cast<uint32_t>(profile)};
+    LocalRequest* const request = make_local_request(block, 0);
+    if (request == nullptr)
         return NETCM_ERR_FAILURE;
-    NetCMCallInfo& call = table().CallInfo[callIndex];
-    int32_t entry = 0;
-    int32_t slot = 0;
-    if (NetCMClientThreadProfCheckThreadEntry(callIndex, threadIndex, &entry) == 1) {
-        QV_TRACE(0, "Thread instance = [%d]\n", entry);
-        NetCMClientThreadProfGetFreeProfileEntry(callIndex, entry, &slot);
-    } else {
-        NetCMClientThreadProfGetFreeThreadEntry(callIndex, &entry);
-        QV_TRACE(0, "Found free thread-profile index = [%d]\n", entry);
+    const Joined joined = join_slot(callIndex, profile, threadIndex);
+    if (joined.entry < 0) {
+        // The end of the server has come between.
+        free(request);
+        return NETCM_ERR_FAILURE;
     }
-    store(call.ThreadProf[entry].ProfileId[slot], profile);
-    store(call.ThreadProf[entry].ThreadIndex, threadIndex);
-    if (call.IsActive != 1) {
+    trace_entry(joined.entry, joined.had_entry);
+    if (joined.had_entry)
+        QV_TRACE(0, "Thread instance = [%d]\n", joined.entry);
+    else
+        QV_TRACE(0, "Found free thread-profile index = [%d]\n", joined.entry);
+    if (!joined.is_active) {
         // The start response will tell this thread together with the others.
-        free(block);
+        free(request);
         return NETCM_SUCCESS;
     }
     QV_TRACE(0, "Call is already active, send response to thread \n");
-    *block = {static_cast<uint32_t>(tid), static_cast<uint32_t>(callIndex),
-              static_cast<uint32_t>(threadIndex), static_cast<uint32_t>(profile)};
-    QV_TRACE(0, "Rsp pointer = %u \n", narrow(block));
+    request->generation = joined.generation;
+    QV_TRACE(0, "Rsp pointer = %u \n", narrow(request));
     pthread_t thread{};
-    const int error = start_local_thread(ThreadPostStartEvent, block, thread);
+    const int error = start_local_thread(LocalAnswerKind::Open, request, thread);
     if (error != 0) {
         QV_TRACE(4, "Local thread creation failed. Error = [%d]\n", error);
         return NETCM_ERR_FAILURE;
     }
     QV_TRACE(0, "Local thread to send open response created, ID = %d \n", static_cast<int>(thread));
+    return NETCM_SUCCESS;
+}
+
+uint32_t NetCMClientAddCall(int32_t callId, int32_t threadIndex, int32_t profile) {
+    if (static_cast<uint32_t>(callId) >= NETCM_MAX_CALLS) {
+        QV_TRACE(3, "Invalid call ID [%d]\n", callId);
+        return NETCM_ERR_INVALID_PARAM;
+    }
+    const Position began = async_stream.end_of_arrived();
+    if (!vacate(callId, began))
+        return NETCM_ERR_FAILURE;
+    const Joined joined = enter_slot(callId, profile, threadIndex, began);
+    if (joined.is_new) {
+        QV_TRACE(0, "Call Info stored at index [%d]\n", callId);
+    } else {
+        QV_TRACE(0, "Call already exists for this APN\n");
+        trace_entry(joined.entry, joined.had_entry);
+    }
     return NETCM_SUCCESS;
 }
 

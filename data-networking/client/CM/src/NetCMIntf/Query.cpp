@@ -22,6 +22,9 @@ void trace_read_failure(Here here, ReadFailure wording) {
 }  // namespace
 
 uint32_t exchange(Here here, Query query, wire::Record& answer) {
+    // The last thread may have left since the check before the lock.
+    if (!registered(here))
+        return NETCM_ERR_NOT_REGISTERED;
     uint32_t status = repair_link(here);
     if (status == NETCM_SUCCESS && query.complete != nullptr)
         status = query.complete(here, query.request);

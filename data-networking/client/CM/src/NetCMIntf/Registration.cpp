@@ -1,5 +1,6 @@
 // Threads come and go; the first brings the server link up, the last takes it down.
 #include "client/CM/src/NetCMClientInternal/Link.h"
+#include "client/CM/src/NetCMIntf/Calls.h"
 #include "client/CM/src/NetCMIntf/Request.h"
 #include "client/CM/src/NetCMPrivate.h"
 
@@ -23,6 +24,7 @@ uint32_t add_thread(int32_t tid, NetCMEventCallback callback, int32_t& index) QV
         QV_TRACE(2, "Client max. limit reached\n");
         return NETCM_ERR_NO_FREE_ENTRY;
     }
+    const Lock lock(table_lock);
     table().ThreadInfo[index].EventCbk = callback;
     store(table().ThreadInfo[index].ThreadId, tid);
     return NETCM_SUCCESS;
@@ -81,25 +83,28 @@ uint32_t register_first_thread(int32_t tid, NetCMEventCallback callback) QV_REQU
     return NETCM_SUCCESS;
 }
 
-bool uses_a_call(int32_t tid) QV_REQUIRES(app_mutex) {
-    for (const NetCMCallInfo& call : table().CallInfo) {
-        if (call.InUse != 1)
-            continue;
-        for (const NetCMThreadProf& entry : call.ThreadProf) {
-            if (!in_use(entry) || table().ThreadInfo[entry.ThreadIndex].ThreadId != tid)
-                continue;
-            QV_TRACE(2, "Thread [%d] is associated with a active call, Thread index = %d \n", tid,
-                     entry.ThreadIndex);
-            return true;
-        }
+bool has_a_call(int32_t tid) {
+    int32_t thread_index = -1;
+    {
+        const Lock lock(table_lock);
+        if (!uses_a_call(tid, thread_index))
+            return false;
     }
-    return false;
+    QV_TRACE(2, "Thread [%d] is associated with a active call, Thread index = %d \n", tid, thread_index);
+    return true;
 }
 
 // LastSyncError stays: it is the record's, until the record is given to another thread's first error.
 void remove_thread(int32_t index) QV_REQUIRES(app_mutex) {
+    const Lock lock(table_lock);
     table().ThreadInfo[index].EventCbk = nullptr;
     store(table().ThreadInfo[index].ThreadId, -1);
+    forget_refused(index);
+}
+
+void forget_pending() {
+    const Lock lock(table_lock);
+    forget_pending_requests();
 }
 
 void log_removed(int32_t tid, int32_t index) {
@@ -116,6 +121,7 @@ void deregister_last_thread(int32_t tid, int32_t index) QV_REQUIRES(app_mutex) {
     store(info.AsyncSockFd, kNoDescriptor);
     info.RegCount = 0;
     store(info.IsRegistered, 0);
+    forget_pending();
     log_removed(tid, index);
     NetCMClientLibInit();
 }
@@ -146,7 +152,9 @@ uint32_t NetCMClientDeRegister(void) {
         return NETCM_ERR_NOT_REGISTERED;
     }
     QV_TRACE(0, "Registration count = %d \n", table().RegCount);
-    if (uses_a_call(tid))
+    // Whoever the end of the server has still to be told to is not gone yet.
+    wait_for_farewells();
+    if (has_a_call(tid))
         return NETCM_ERR_ALREADY_EXISTS;
     if (table().RegCount > 1) {
         remove_thread(index);

@@ -3,7 +3,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "client/CM/src/NetCMClientInternal/WriteOnce.h"
+#include "client/CM/src/NetCMClientInternal/Link.h"
+#include "client/CM/src/NetCMClientInternal/Reading.h"
 #include "client/CM/src/NetCMPrivate.h"
 
 using namespace quorvel;
@@ -32,6 +33,8 @@ uint32_t check_caller(Here here, int32_t tid, UnknownThread wording, int32_t& in
 }
 
 uint32_t repair_link(Here here) {
+    if (load(table().RecvThreadId) != kNoThread && !settle_link())
+        return NETCM_ERR_FAILURE;
     if (load(table().RecvThreadId) != kNoThread)
         return NETCM_SUCCESS;
     QV_TRACE_AT(here, 2, "CM server connection is broken, Re-Register with CM\n");
@@ -66,11 +69,11 @@ extern "C" {
 uint32_t NetCMWriteSocket(int fd, const void* buf, uint32_t len) {
     if (fd < 1)
         errno = EBADF;
-    if (fd < 1 || write_once(fd, buf, len) < 1) {
-        QV_TRACE(3, "Error writing to the socket. Error = %s \n", strerror(errno));
-        return NETCM_ERR_FAILURE;
-    }
-    return NETCM_SUCCESS;
+    const int64_t written = fd < 1 ? -1 : write_request(fd, buf, len);
+    if (written > 0 && written == len)
+        return NETCM_SUCCESS;
+    QV_TRACE(3, "Error writing to the socket. Error = %s \n", strerror(errno));
+    return NETCM_ERR_FAILURE;
 }
 
 }  // extern "C"

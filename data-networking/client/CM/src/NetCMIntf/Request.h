@@ -16,8 +16,10 @@ enum class UnknownThread { IsNotPresent, IsNotFound };
 // NETCM_ERR_NOT_REGISTERED. The traces name the caller's place.
 uint32_t check_caller(Here here, int32_t tid, UnknownThread wording, int32_t& index) QV_REQUIRES(app_mutex);
 
-// Repairs the link when the receiver has found it broken. Returns 0, or NETCM_ERR_REREGISTER_FAILED. The
-// traces name the caller's place.
+// Makes the link ready for a request: drops what earlier ones have left, and repairs the link when the
+// receiver has found it broken. Returns 0, NETCM_ERR_REREGISTER_FAILED, or NETCM_ERR_FAILURE when a signal
+// has come between. Only for who is registered: whoever comes behind the last deregistration never brings the
+// link up again. The traces name the caller's place.
 uint32_t repair_link(Here here) QV_REQUIRES(app_mutex);
 
 // Both together: what every request of a registered thread begins with.

@@ -4,8 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "client/CM/src/NetCMClientCore/LocalAnswer.h"
-#include "client/CM/src/NetCMIntf/KilledProfile.h"
+#include "client/CM/src/NetCMIntf/Calls.h"
 #include "client/CM/src/NetCMPrivate.h"
 
 using namespace quorvel;
@@ -60,17 +59,6 @@ bool client_is_registered() {
     return load(g_NetCMClientAppInfo.ClientId) != -1 && load(g_NetCMClientAppInfo.IsRegistered) != 0;
 }
 
-NetCMCallInfo* find_call(uint32_t call_id) {
-    for (NetCMCallInfo& call : table().CallInfo)
-        if (call.InUse == 1 && static_cast<uint32_t>(call.CallId) == call_id)
-            return &call;
-    return nullptr;
-}
-
-int32_t index_of(const NetCMCallInfo& call) {
-    return static_cast<int32_t>(&call - g_NetCMClientAppInfo.CallInfo);
-}
-
 int32_t slot_of(const NetCMThreadProf& entry, int32_t profile) {
     for (int32_t slot = 0; slot < NETCM_MAX_PROFILES; ++slot)
         if (load(entry.ProfileId[slot]) == profile)
@@ -85,9 +73,15 @@ int32_t entry_of(const NetCMCallInfo& call, int32_t thread_index) {
     return -1;
 }
 
+int count_profiles(const NetCMThreadProf& entry) {
+    int count = 0;
+    for (const int32_t& profile : entry.ProfileId)
+        count += load(profile) != -1;
+    return count;
+}
+
 bool holds_nothing(const NetCMThreadProf& entry) {
-    return std::all_of(std::begin(entry.ProfileId), std::end(entry.ProfileId),
-                       [](int32_t id) { return id == -1; });
+    return count_profiles(entry) == 0;
 }
 
 void release(NetCMThreadProf& entry) {
@@ -95,7 +89,32 @@ void release(NetCMThreadProf& entry) {
 }
 
 int count_users(const NetCMCallInfo& call) {
-    return static_cast<int>(std::count_if(std::begin(call.ThreadProf), std::end(call.ThreadProf), in_use));
+    int count = 0;
+    for (const NetCMThreadProf& entry : call.ThreadProf)
+        count += in_use(entry);
+    return count;
+}
+
+NetCMEventCallback callback_of(int32_t thread_index) {
+    return g_NetCMClientAppInfo.ThreadInfo[thread_index].EventCbk;
+}
+
+void trace_deleted(int32_t profile, int32_t entry) {
+    QV_TRACE(0, "Deleted Profile [%d] from the call list. Thread-profile index [%d]\n", profile, entry);
+}
+
+void trace_entry(int32_t entry, bool found) {
+    if (found)
+        QV_TRACE(0, "Thread exist in call list. Thread-profile index [%d]\n", entry);
+    else
+        QV_TRACE(0, "Thread does not exist in call list.\n");
+}
+
+void trace_looked_for(int32_t profile, bool found) {
+    if (found)
+        QV_TRACE(0, "Profile [%d] found in the call list\n", profile);
+    else
+        QV_TRACE(0, "Profile [%d] not found in the call list\n", profile);
 }
 
 }  // namespace quorvel
@@ -103,14 +122,16 @@ int count_users(const NetCMCallInfo& call) {
 extern "C" {
 
 int32_t NetCMClientThreadProfGetProfileCount(int32_t call, int32_t threadProf, int32_t* count) {
-    for (const int32_t profile : table().CallInfo[call].ThreadProf[threadProf].ProfileId)
-        if (profile != -1)
-            ++*count;
+    {
+        const Lock lock(table_lock);
+        *count += count_profiles(table().CallInfo[call].ThreadProf[threadProf]);
+    }
     QV_TRACE(0, "Porfile count = [%d]\n", *count);
     return 0;
 }
 
 int32_t NetCMClientThreadProfGetFreeProfileEntry(int32_t call, int32_t threadProf, int32_t* slot) {
+    const Lock lock(table_lock);
     const int32_t found = slot_of(table().CallInfo[call].ThreadProf[threadProf], -1);
     if (found < 0)
         return 1;
@@ -119,6 +140,7 @@ int32_t NetCMClientThreadProfGetFreeProfileEntry(int32_t call, int32_t threadPro
 }
 
 int32_t NetCMClientThreadProfGetFreeThreadEntry(int32_t call, int32_t* threadProf) {
+    const Lock lock(table_lock);
     const int32_t found = entry_of(table().CallInfo[call], -1);
     if (found < 0)
         return 1;
@@ -127,74 +149,68 @@ int32_t NetCMClientThreadProfGetFreeThreadEntry(int32_t call, int32_t* threadPro
 }
 
 int32_t NetCMClientThreadProfCheckFreeProfileEntry(int32_t call, int32_t threadProf) {
-    if (slot_of(table().CallInfo[call].ThreadProf[threadProf], -1) < 0)
+    int32_t slot = 0;
+    if (NetCMClientThreadProfGetFreeProfileEntry(call, threadProf, &slot) != 0)
         return 0;
     QV_TRACE(0, "Free profile entries are present. Thread-profile index [%d]\n", threadProf);
     return 1;
 }
 
 int32_t NetCMClientThreadProfCheckFreeThreadEntry(int32_t call) {
-    if (entry_of(table().CallInfo[call], -1) < 0)
+    int32_t entry = 0;
+    if (NetCMClientThreadProfGetFreeThreadEntry(call, &entry) != 0)
         return 0;
     QV_TRACE(0, "Free thread entries are present. Call index [%d]\n", call);
     return 1;
 }
 
 int32_t NetCMClientThreadProfCheckThreadEntry(int32_t call, int32_t thread, int32_t* threadProf) {
-    const int32_t found = entry_of(table().CallInfo[call], thread);
-    if (found < 0) {
-        QV_TRACE(0, "Thread does not exist in call list.\n");
-        return 0;
+    int32_t found = -1;
+    {
+        const Lock lock(table_lock);
+        found = entry_of(table().CallInfo[call], thread);
     }
+    trace_entry(found, found >= 0);
+    if (found < 0)
+        return 0;
     *threadProf = found;
-    QV_TRACE(0, "Thread exist in call list. Thread-profile index [%d]\n", found);
     return 1;
 }
 
 int32_t NetCMClientThreadProfGetProfileIndex(int32_t call, int32_t threadProf, int32_t profile) {
+    const Lock lock(table_lock);
     return slot_of(table().CallInfo[call].ThreadProf[threadProf], profile);
 }
 
 // Gives 1 whether or not the profile was there: its callers only want it gone.
 int32_t NetCMClientThreadProfDeleteProfileEntry(int32_t call, int32_t threadProf, int32_t profile) {
-    NetCMThreadProf& entry = table().CallInfo[call].ThreadProf[threadProf];
-    const int32_t slot = slot_of(entry, profile);
-    if (slot >= 0) {
-        store(entry.ProfileId[slot], -1);
-        QV_TRACE(0, "Deleted Profile [%d] from the call list. Thread-profile index [%d]\n", profile,
-                 threadProf);
+    bool deleted = false;
+    {
+        const Lock lock(table_lock);
+        NetCMThreadProf& entry = table().CallInfo[call].ThreadProf[threadProf];
+        const int32_t slot = slot_of(entry, profile);
+        deleted = slot >= 0;
+        if (deleted)
+            store(entry.ProfileId[slot], -1);
     }
+    if (deleted)
+        trace_deleted(profile, threadProf);
     return 1;
 }
 
 int32_t NetCMClientThreadProfCheckProfile(int32_t call, int32_t threadProf, int32_t profile) {
-    if (slot_of(table().CallInfo[call].ThreadProf[threadProf], profile) < 0) {
-        QV_TRACE(0, "Profile [%d] not found in the call list\n", profile);
-        return 0;
-    }
-    QV_TRACE(0, "Profile [%d] found in the call list\n", profile);
-    return 1;
+    const bool found = NetCMClientThreadProfGetProfileIndex(call, threadProf, profile) >= 0;
+    trace_looked_for(profile, found);
+    return found ? 1 : 0;
 }
 
 uint32_t NetCMClientCleanCallInfo(int32_t callIndex) {
-    NetCMCallInfo& call = table().CallInfo[callIndex];
-    store(call.CallId, -1);
-    call.CallState = 0;
-    store(call.InUse, 0);
-    call.IsActive = 0;
-    call.ConnInfo = {};
-    forget_killed_profile(callIndex);
-    overtake_local_answers(callIndex);
-    for (NetCMThreadProf& entry : call.ThreadProf) {
-        release(entry);
-        for (int32_t& profile : entry.ProfileId)
-            store(profile, -1);
-    }
+    const Lock lock(table_lock);
+    clean(slot(callIndex));
     return 0;
 }
 
-// IsRegistered and the pending proper-profile requests are left alone: the caller decides about the first,
-// and an answer to the second may still be on its way.
+// IsRegistered and the pending proper-profile requests are left alone: the caller decides about them.
 int32_t NetCMClientLibInit(void) {
     NetCMClientAppInfo& info = table();
     store(info.ClientId, -1);
@@ -202,15 +218,16 @@ int32_t NetCMClientLibInit(void) {
     store(info.RecvThreadId, kNoThread);
     info.SyncSockFd = kNoDescriptor;
     store(info.AsyncSockFd, kNoDescriptor);
+    const Lock lock(table_lock);
     for (int32_t call = 0; call < NETCM_MAX_CALLS; ++call)
-        NetCMClientCleanCallInfo(call);
+        clean(slot(call));
+    forget_departed();
     for (NetCMThreadInfo& thread : info.ThreadInfo) {
         store(thread.ThreadId, -1);
         thread.EventCbk = nullptr;
         thread.LastSyncError = -1;
     }
-    std::fill(std::begin(info.KillReq), std::end(info.KillReq), NetCMKillReq{-1, -1});
-    std::fill(std::begin(info.TunnelReq), std::end(info.TunnelReq), NetCMTunnelReq{-1, -1});
+    forget_kills_and_tunnels();
     return 1;
 }
 

@@ -2,38 +2,41 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "client/CM/src/NetCMIntf/Table.h"
+#include "client/CM/src/NetCMClientInternal/Stream.h"
+#include "client/CM/src/NetCMIntf/Calls.h"
 #include "client/CM/src/NetCMPrivate.h"
 
 using namespace quorvel;
 
 namespace {
 
-// The entry in use of a call that holds the profile, or null.
-const NetCMThreadProf* user_of(const NetCMCallInfo& call, int32_t profile) {
-    for (const NetCMThreadProf& entry : call.ThreadProf)
-        if (in_use(entry) && holds(entry, profile))
-            return &entry;
-    return nullptr;
-}
+// What a look-up by profile gives back: the call may be gone when its lock is.
+struct Found {
+    int32_t index = -1;
+    int32_t call_id = -1;
+    bool is_closing = false;
+};
 
-// Reads only what can be read without the mutex.
-const NetCMCallInfo* call_with(int32_t profile) {
-    for (const NetCMCallInfo& call : g_NetCMClientAppInfo.CallInfo)
-        if (load(call.InUse) != 0 && user_of(call, profile) != nullptr)
-            return &call;
-    return nullptr;
+Found find_by_profile(int32_t profile, InUse in_use) {
+    const Lock lock(table_lock);
+    const Call call = call_with(profile, in_use);
+    if (!call)
+        return {-1, -1, is_closing_elsewhere(profile)};
+    return {key_of(call).index, load(call.record->CallId), is_closing(call)};
 }
 
 }  // namespace
 
 namespace quorvel {
 
-const NetCMThreadProf* entry_of_thread(const NetCMCallInfo& call, int32_t tid, int32_t profile) {
-    for (const NetCMThreadProf& entry : call.ThreadProf)
-        if (in_use(entry) && table().ThreadInfo[entry.ThreadIndex].ThreadId == tid && holds(entry, profile))
-            return &entry;
-    return nullptr;
+int32_t entry_of_thread(const NetCMCallInfo& call, int32_t tid, int32_t profile) {
+    for (int32_t i = 0; i < NETCM_MAX_THREADS; ++i) {
+        const NetCMThreadProf& entry = call.ThreadProf[i];
+        if (in_use(entry) && load(g_NetCMClientAppInfo.ThreadInfo[entry.ThreadIndex].ThreadId) == tid &&
+            holds(entry, profile))
+            return i;
+    }
+    return -1;
 }
 
 uint32_t find_free_thread(int32_t& index) {
@@ -75,29 +78,27 @@ int32_t NetCMGetThreadIndex(int32_t tid, int32_t* index) {
 }
 
 uint32_t NetCMGetCallIdFromProfileId(int32_t profile, int32_t* callId, int32_t* callIndex) {
-    const NetCMCallInfo* call = call_with(profile);
-    if (call == nullptr) {
-        *callId = -1;
+    const Found call = find_by_profile(profile, InUse::Any);
+    *callId = call.call_id;
+    if (call.index < 0)
         return NETCM_ERR_INVALID_PROFILE;
-    }
-    *callId = call->CallId;
-    *callIndex = index_of(*call);
-    QV_TRACE(0, "Call ID = [%d]\n", call->CallId);
+    *callIndex = call.index;
+    QV_TRACE(0, "Call ID = [%d]\n", call.call_id);
     return NETCM_SUCCESS;
 }
 
 // NETCM_ERR_ALREADY_EXISTS lets the caller join the call; it is no failure.
 uint32_t NetCMClientValidateConnection(int32_t profile, int32_t* callIndex) {
-    const NetCMCallInfo* call = call_with(profile);
-    if (call == nullptr) {
-        QV_TRACE(0, "No Call exists with profile [%d] \n", profile);
-        return NETCM_SUCCESS;
-    }
-    if (call->CallState > kSuspended) {
+    const Found call = find_by_profile(profile, InUse::One);
+    if (call.is_closing) {
         QV_TRACE(2, "A call is closing with profile [%d] \n", profile);
         return NETCM_ERR_CALL_CLOSING;
     }
-    *callIndex = index_of(*call);
+    if (call.index < 0) {
+        QV_TRACE(0, "No Call exists with profile [%d] \n", profile);
+        return NETCM_SUCCESS;
+    }
+    *callIndex = call.index;
     QV_TRACE(0, "A call already exist with profile [%d] \n", profile);
     return NETCM_ERR_ALREADY_EXISTS;
 }
@@ -105,12 +106,19 @@ uint32_t NetCMClientValidateConnection(int32_t profile, int32_t* callIndex) {
 // A thread that already uses a full call cannot add a profile to it, although its own entry would have room:
 // callers count on the limit being the call's.
 uint32_t NetCMClientValidateAppThread(int32_t tid, int32_t callIndex, int32_t profile) {
-    const NetCMCallInfo& call = table().CallInfo[callIndex];
-    if (entry_of_thread(call, tid, profile) != nullptr) {
+    bool has_it = false;
+    bool has_room = false;
+    {
+        const Lock lock(table_lock);
+        const NetCMCallInfo& call = *slot(callIndex).record;
+        has_it = entry_of_thread(call, tid, profile) >= 0;
+        has_room = entry_of(call, -1) >= 0;
+    }
+    if (has_it) {
         QV_TRACE(2, "A call already exist for thread [%d] with profile [%d] \n", tid, profile);
         return NETCM_ERR_ALREADY_EXISTS;
     }
-    return entry_of(call, -1) >= 0 ? NETCM_SUCCESS : NETCM_ERR_MAX_LIMIT;
+    return has_room ? NETCM_SUCCESS : NETCM_ERR_MAX_LIMIT;
 }
 
 // Called by name resolution on threads that do not hold the mutex.
@@ -119,38 +127,10 @@ uint32_t NetCMCheckValidProfileId(int32_t profile) {
         QV_TRACE(3, "Invalid Profile ID [%d] \n", profile);
         return NETCM_ERR_INVALID_PROFILE;
     }
-    const NetCMCallInfo* call = call_with(profile);
-    if (call == nullptr)
+    const Found call = find_by_profile(profile, InUse::Any);
+    if (call.index < 0)
         return NETCM_ERR_INVALID_PROFILE;
-    QV_TRACE(0, "Profile[%d] exist for the callinstance %d \n", profile, index_of(*call));
-    return NETCM_SUCCESS;
-}
-
-uint32_t NetCMClientAddCall(int32_t callId, int32_t threadIndex, int32_t profile) {
-    if (static_cast<uint32_t>(callId) >= NETCM_MAX_CALLS) {
-        QV_TRACE(3, "Invalid call ID [%d]\n", callId);
-        return NETCM_ERR_INVALID_PARAM;
-    }
-    NetCMCallInfo& call = table().CallInfo[callId];
-    int32_t thread_prof = 0;
-    int32_t slot = 0;
-    if (call.InUse == 1 && call.CallId == callId) {
-        QV_TRACE(0, "Call already exists for this APN\n");
-        // The callers have checked that there is room; where there is none, the first place is overwritten.
-        if (NetCMClientThreadProfCheckThreadEntry(callId, threadIndex, &thread_prof) == 1) {
-            NetCMClientThreadProfGetFreeProfileEntry(callId, thread_prof, &slot);
-            store(call.ThreadProf[thread_prof].ProfileId[slot], profile);
-            return NETCM_SUCCESS;
-        }
-        NetCMClientThreadProfGetFreeThreadEntry(callId, &thread_prof);
-    } else {
-        store(call.CallId, callId);
-        call.ConnInfo = {};
-        store(call.InUse, 1);
-        QV_TRACE(0, "Call Info stored at index [%d]\n", callId);
-    }
-    store(call.ThreadProf[thread_prof].ProfileId[0], profile);
-    store(call.ThreadProf[thread_prof].ThreadIndex, threadIndex);
+    QV_TRACE(0, "Profile[%d] exist for the callinstance %d \n", profile, call.index);
     return NETCM_SUCCESS;
 }
 

@@ -11,10 +11,17 @@ namespace {
 
 // The first free entry, or -1.
 int32_t free_entry() QV_REQUIRES(app_mutex) {
+    const Lock lock(table_lock);
     for (int32_t i = 0; i < NETCM_MAX_TUNNELS; ++i)
         if (table().TunnelReq[i].ThreadId == -1 && table().TunnelReq[i].RequestId == -1)
             return i;
     return -1;
+}
+
+void note_request(int32_t index, int32_t request_id) QV_REQUIRES(app_mutex) {
+    const int32_t tid = NetCMGetCurrentTid();
+    const Lock lock(table_lock);
+    table().TunnelReq[index] = {tid, request_id};
 }
 
 // Header and data in one write. A length that cannot be had fails like an allocation.
@@ -129,7 +136,7 @@ uint32_t NetCMClientTunnelRequest(NetCMTunnelData* record, int32_t index) {
     if (answer.Status != 0)
         return tunnel_refused(answer);
     record->RequestId = answer.CallId;
-    table().TunnelReq[index] = {NetCMGetCurrentTid(), static_cast<int32_t>(answer.CallId)};
+    note_request(index, static_cast<int32_t>(answer.CallId));
     QV_TRACE(0, "Inserted tunnel reference in free index :%d, request id :%d\n", index,
              static_cast<int>(answer.CallId));
     return NETCM_SUCCESS;

@@ -1,0 +1,118 @@
+#include "client/CM/src/NetCMIntf/Departed.h"
+
+#include <cstdlib>
+#include <utility>
+
+namespace quorvel {
+namespace {
+
+// Kills that the server has not answered yet.
+struct AskedKill {
+    int32_t profile;
+    CallKey call;
+};
+constexpr int32_t kNoProfile = 0;
+AskedKill asked_kills[NETCM_MAX_KILLS] = {};
+
+void take_profiles_of(const Call& call, int32_t thread_index) QV_REQUIRES(table_lock) {
+    for (NetCMThreadProf& entry : call.record->ThreadProf)
+        if (load(entry.ThreadIndex) == thread_index)
+            release(entry);
+}
+
+}  // namespace
+
+Call departed_with(uint32_t generation) {
+    return departed_named([=](const Call& call) { return call.life->generation == generation; });
+}
+
+void keep_departed(Departed* one) {
+    Departed** end = &all_departed;
+    while (*end != nullptr)
+        end = &(*end)->next;
+    one->next = nullptr;
+    *end = one;
+}
+
+void free_departed(const Call& call) {
+    for (Departed** link = &all_departed; *link != nullptr; link = &(*link)->next) {
+        if (&(*link)->record != call.record)
+            continue;
+        free(std::exchange(*link, (*link)->next));
+        return;
+    }
+}
+
+Departed* take_departed() {
+    return std::exchange(all_departed, nullptr);
+}
+
+void forget_departed() {
+    for (Departed* one = take_departed(); one != nullptr;)
+        free(std::exchange(one, one->next));
+}
+
+void forget_refused(int32_t thread_index) {
+    for (Departed* one = all_departed; one != nullptr; one = one->next)
+        if (one->life.ending == Ending::Refused)
+            take_profiles_of({&one->record, &one->life}, thread_index);
+}
+
+// A refusal of what was asked for before would have come by now.
+void forget_refused(int32_t call_id, int32_t thread_index, int32_t profile) {
+    for (Departed* one = all_departed; one != nullptr;) {
+        const Call call = {&one->record, &one->life};
+        one = one->next;
+        if (call.life->ending != Ending::Refused)
+            continue;
+        const int32_t entry = entry_holding(*call.record, thread_index, profile);
+        if (entry >= 0)
+            take_profile(call, entry, profile);
+        if (load(call.record->CallId) == call_id || count_users(*call.record) == 0)
+            free_departed(call);
+    }
+}
+
+Departure::Departure() : place_(static_cast<Departed*>(malloc(sizeof(Departed)))) {}
+
+Departure::~Departure() {
+    free(place_);
+}
+
+void note_kill(int32_t profile, CallKey call) {
+    for (AskedKill& kill : asked_kills) {
+        if (kill.profile != kNoProfile)
+            continue;
+        kill = {profile, call};
+        return;
+    }
+}
+
+bool take_kill(int32_t profile, CallKey& call) {
+    for (AskedKill& kill : asked_kills) {
+        if (kill.profile != profile)
+            continue;
+        call = kill.call;
+        kill = {kNoProfile, {}};
+        return true;
+    }
+    return false;
+}
+
+void forget_kills_and_tunnels() {
+    NetCMClientAppInfo& info = g_NetCMClientAppInfo;
+    for (NetCMKillReq& request : info.KillReq)
+        request = {-1, -1};
+    for (NetCMTunnelReq& request : info.TunnelReq)
+        request = {-1, -1};
+    for (AskedKill& kill : asked_kills)
+        kill = {kNoProfile, {}};
+}
+
+void forget_pending_requests() {
+    forget_kills_and_tunnels();
+    for (NetCMProperProfReq& request : g_NetCMClientAppInfo.ProperProfReq)
+        request = {0, -1, -1};
+}
+
+}  // namespace quorvel
