@@ -6,6 +6,7 @@
 
 #include "common/Lock.h"
 #include "common/Trace.h"
+#include "dns/src/InChild.h"
 #include "dns/src/NetDNSPrivate.h"
 
 using namespace quorvel;
@@ -113,6 +114,14 @@ void store(Value* out, Value value) {
 
 }  // namespace
 
+// The lock may be another thread's, which is not in this process.
+void quorvel::forget_queries_in_child() QV_NO_THREAD_SAFETY_ANALYSIS {
+    query_lock.unlock();
+    head = nullptr;
+    for (Slot& slot : slots)
+        slot.in_use.store(0, std::memory_order_relaxed);
+}
+
 extern "C" {
 
 int UpdateQueryList(const char* hostname, unsigned int* dnsid, unsigned short* in_progress,
@@ -147,8 +156,10 @@ int UpdateQueryList(const char* hostname, unsigned int* dnsid, unsigned short* i
 void send_query_result(const char* hostname, struct hostent* result) {
     if (hostname == nullptr)
         return;
+    const uint32_t forks = forks_behind();
     for (const uint32_t id : take_waiting(hostname)) {
-        if (id == 0)
+        // In the child of a fork that a callback has made nobody waits any more.
+        if (id == 0 || forks != forks_behind())
             break;
         QV_TRACE(2, "Sending callback event Successfully for resolved host [%s] for dns id = %d\n", hostname,
                  static_cast<int>(id));
@@ -156,7 +167,8 @@ void send_query_result(const char* hostname, struct hostent* result) {
             callback(result, id);
         QV_TRACE(2, "Sent callback event  Successfully for resolved host [%s] for dns id = %d\n", hostname,
                  static_cast<int>(id));
-        free_slot(id);
+        if (forks == forks_behind())
+            free_slot(id);
     }
 }
 

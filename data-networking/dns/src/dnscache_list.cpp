@@ -8,6 +8,7 @@
 #include "common/Lock.h"
 #include "common/Trace.h"
 #include "dns/src/HostBuilder.h"
+#include "dns/src/InChild.h"
 #include "quorvel/NetDNS.h"
 
 using namespace quorvel;
@@ -205,6 +206,12 @@ void add(const char* hostname, const hostent* host, int size, time_t expiry) QV_
 }
 
 }  // namespace
+
+// The lock may be another thread's, which is not in this process, and the list half changed.
+void quorvel::forget_cache_in_child() QV_NO_THREAD_SAFETY_ANALYSIS {
+    cache_lock.unlock();
+    head = nullptr;
+}
 
 extern "C" {
 

@@ -7,6 +7,7 @@
 #include "common/Lock.h"
 #include "common/Trace.h"
 #include "dns/src/HostBuilder.h"
+#include "dns/src/InChild.h"
 #include "dns/src/dns/Lookup.h"
 
 using namespace quorvel;
@@ -62,6 +63,12 @@ int resolve_into_shared(const Route& route, const char* hostname, int size, host
 }
 
 }  // namespace
+
+// The lock may be another thread's, which is not in this process.
+void quorvel::forget_result_in_child() QV_NO_THREAD_SAFETY_ANALYSIS {
+    lookup_lock.unlock();
+    shared = {};
+}
 
 // The lock is not yet held while the connection manager is asked: a callback of the application, which holds
 // the connection manager's mutex, may call this function too, and the two would wait for each other.

@@ -5,6 +5,7 @@
 
 #include "common/Lock.h"
 #include "common/Trace.h"
+#include "dns/src/InChild.h"
 #include "dns/src/dns/Lookup.h"
 #include "dns/src/dns/Worker.h"
 
@@ -59,9 +60,16 @@ int start_worker(QueryRecord* record) QV_REQUIRES(worker_lock) {
 
 }  // namespace
 
-void quorvel::worker_has_ended() {
+void quorvel::worker_has_ended(uint32_t forks) {
     const Lock lock(worker_lock);
-    --workers;
+    if (forks == forks_behind())
+        --workers;
+}
+
+// The lock may be another thread's, which is not in this process.
+void quorvel::forget_workers_in_child() QV_NO_THREAD_SAFETY_ANALYSIS {
+    worker_lock.unlock();
+    workers = 0;
 }
 
 extern "C" int NetDNSGetHostByNameAsync(int profile_id, const char* hostname, DnsCallback callback,

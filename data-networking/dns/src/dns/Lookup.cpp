@@ -7,6 +7,7 @@
 #include <cerrno>
 
 #include "common/Trace.h"
+#include "dns/src/InChild.h"
 
 namespace quorvel {
 namespace {
@@ -67,6 +68,10 @@ int ask_servers(const Route& route, const char* hostname, hostent** result, Buff
 }
 
 }  // namespace
+
+void forget_server_in_child() {
+    last_server.store(0, std::memory_order_relaxed);
+}
 
 int resolve(const Route& route, const char* hostname, hostent** result, char* buffer, int length) {
     if (route.local)

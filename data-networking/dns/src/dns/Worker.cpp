@@ -6,6 +6,7 @@
 
 #include "common/Trace.h"
 #include "dns/src/HostBuilder.h"
+#include "dns/src/InChild.h"
 #include "dns/src/NetDNSPrivate.h"
 
 namespace quorvel {
@@ -83,12 +84,13 @@ void free_query_record(QueryRecord* record) {
 }
 
 void* resolve_in_background(void* record) {
+    const uint32_t forks = forks_behind();
     if (record != nullptr) {
         auto* query = static_cast<QueryRecord*>(record);
         run(*query);
         free_query_record(query);
     }
-    worker_has_ended();
+    worker_has_ended(forks);
     return nullptr;
 }
 

@@ -1,5 +1,6 @@
 // One query to one server over its interface.
 #include "common/Trace.h"
+#include "dns/src/resolver/OpenSockets.h"
 #include "dns/src/resolver/Resolver.h"
 #include "quorvel/NetDNS.h"
 
@@ -10,15 +11,21 @@ constexpr int kAttempts = 2;
 constexpr int kWaitMs = 2000;
 constexpr int kDnsPort = 53;
 
+void close_socket(int fd) {
+    forget_socket(fd);
+    dns_close(fd);
+}
+
 int open_socket(const Query& query) {
     const int fd = dns_socket(1, query.ifname);
     if (fd < 0) {
         QV_TRACE(4, "dns_socket() failed\n");
         return -1;
     }
+    note_socket(fd);
     if (dns_connect(fd, query.server, kDnsPort) < 0) {
         QV_TRACE(4, "dns_connect() failed\n");
-        dns_close(fd);
+        close_socket(fd);
         return -1;
     }
     return fd;
@@ -40,7 +47,7 @@ int receive_and_close(int fd, MessageBuffer& answer) {
     const int received = dns_recv(fd, answer.data(), static_cast<int>(answer.size()));
     if (received < 0)
         QV_TRACE(4, "dns_recv() failed\n");
-    dns_close(fd);
+    close_socket(fd);
     return received;
 }
 
@@ -61,7 +68,7 @@ int exchange(const Query& query, std::span<const uint8_t> message, MessageBuffer
         fd = -1;
     }
     if (fd >= 0)
-        dns_close(fd);
+        close_socket(fd);
     return -1;
 }
 
