@@ -4,7 +4,14 @@
  *    0x05000100 and a level mask; the first two functions below make these two numbers.
  * 2. The file logger (`NetDebugPrint`, `NetCleanLogfile`, `NetCloseLogfile`) is for applications: the library
  *    never calls it. It writes to standard output and to "/tmp/dnetlog".
- * 3. The file logger has no lock. Threads that share it serialise their calls themselves.
+ * 3. Threads. The functions of the file logger may be called from any thread at any time. Who sets `logfile` does so
+ *    while no other thread uses the file logger.
+ * 4. What blocks. A line waits for standard output and for the log file to take it, as long as they need; while the
+ *    file takes one, other threads that come to it wait.
+ * 5. Fork. Parent and child both go on appending; as with every stream, what has not been flushed before the fork is
+ *    in both.
+ * 6. Cancellation. A thread that is cancelled (pthread_cancel, deferred) while it is in one of these functions is
+ *    cancelled at the first cancellation point after it has returned.
  */
 #ifndef QUORVEL_NETDEBUG_H
 #define QUORVEL_NETDEBUG_H
@@ -35,7 +42,11 @@ uint32_t GenerateMidInfo(uint32_t module, uint32_t level);
 uint32_t GenerateLevelInfo(uint32_t level);
 
 /* The open log file, or null before the first use. `NetCloseLogfile` closes it and leaves the handle as it was:
- * call `NetCleanLogfile` before printing again. */
+ * call `NetCleanLogfile` before printing again; lines until then go to standard output alone.
+ *
+ * An application may put a stream of its own here. It is written to, and closed by `NetCloseLogfile` alone: it is
+ * still open after `NetCleanLogfile` has put the library's file in its place. Whoever replaces the library's file has
+ * closed it before, with `NetCloseLogfile`. */
 extern FILE *logfile;
 
 /* Prints one line, "[base name][Ln:line] message", to standard output, which is flushed, and appends it to the
@@ -46,11 +57,13 @@ extern FILE *logfile;
  *   format   printf format of the message, with its values behind it
  *
  * When no log file is open, "/tmp/dnetlog" is opened for appending and kept open, but this first line goes to
- * standard output alone. When it cannot be opened, "Error opening log file" is printed. A message for which
+ * standard output alone. When it cannot be opened, "Error opening log file" is printed. It is opened only when it is
+ * a regular file: a link or a pipe of that name is neither followed nor waited for. A message for which
  * there is no memory is not printed. */
 void NetDebugPrint(const char *file, int line, const char *format, ...) QUORVEL_PRINTF(3, 4);
 
-/* Empties "/tmp/dnetlog", writes a single byte of value 0 to it and leaves it open for appending.
+/* Empties "/tmp/dnetlog", writes a single byte of value 0 to it and leaves it open for appending. The library's open
+ * file is closed before.
  *
  * Returns the result of the last stdio call: that of the flush (0 on success), or, when the file cannot be
  * opened, that of the `puts` which says "Error opening log file". */
