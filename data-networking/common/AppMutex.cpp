@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <ctime>
 
+#include "common/Process.h"
 #include "common/TicketGate.h"
 #include "quorvel/NetCM.h"
 
@@ -19,9 +20,6 @@ namespace quorvel {
 namespace {
 
 constexpr long kSliceNanoseconds = 20'000'000;
-
-// Counts the processes that this one descends from by fork.
-uint32_t this_process = 0;
 
 // In front of the mutex: by itself it goes to whoever asks first, which is the thread that has just unlocked
 // it and comes back, again and again.
@@ -82,7 +80,7 @@ int lock_for_a_slice() {
 AppMutexGuard::AppMutexGuard(Here here) QV_NO_THREAD_SAFETY_ANALYSIS
     : here_(here),
       thread_id_(static_cast<int32_t>(syscall(SYS_gettid))),
-      process_(this_process) {
+      process_(forks_behind()) {
     QV_TRACE_AT(here_, 0, "Thread [%d] trying to lock the Mutex \n", thread_id_);
     const int result = self.is_receiver ? lock_as_receiver() : lock();
     if (result == 0)
@@ -121,7 +119,7 @@ int AppMutexGuard::lock_as_receiver() {
 
 AppMutexGuard::~AppMutexGuard() QV_NO_THREAD_SAFETY_ANALYSIS {
     // A child of a fork, which began inside this guard, has no lock of ours.
-    if (process_ != this_process)
+    if (process_ != forks_behind())
         return;
     int result = 0;
     if (!borrowed_)
@@ -155,12 +153,12 @@ LentToReceiver::~LentToReceiver() {
     const Lock back(borrower);
 }
 
-void app_mutex_in_child() {
-    ++this_process;
+// Whoever has held them is not in this process.
+void app_mutex_in_child() QV_NO_THREAD_SAFETY_ANALYSIS {
     constexpr pthread_mutex_t free_mutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
     NetCMAppMutex = free_mutex;
-    table_lock.reset();
-    borrower.reset();
+    table_lock.unlock();
+    borrower.unlock();
     lent.store(false);
     gate.reset();
     self = {};

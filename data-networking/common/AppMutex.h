@@ -3,17 +3,13 @@
 
 #include <pthread.h>
 
+#include "common/AppMutexCapability.h"
 #include "common/CancelHold.h"
 #include "common/Lock.h"
 #include "common/ThreadSafety.h"
 #include "common/Trace.h"
 
 namespace quorvel {
-
-// NetCMAppMutex is a plain pthread mutex, because it is exported; this stands for it where the compiler
-// checks locks.
-class QV_CAPABILITY("NetCMAppMutex") AppMutexCapability {};
-inline constexpr AppMutexCapability app_mutex;
 
 // What the client table holds about calls and pending requests changes under this small lock, besides: the
 // application mutex may be held for a minute by a request that waits for its server, and the end of the

@@ -15,7 +15,7 @@ inline int64_t now_ms() {
 // When a wait is over.
 class Deadline {
   public:
-    static Deadline over() { return Deadline(0); }
+    static constexpr Deadline over() { return Deadline(0); }
     static Deadline in(int32_t milliseconds) { return Deadline(now_ms() + milliseconds); }
 
     // 0 when it is over.
@@ -25,7 +25,7 @@ class Deadline {
     }
 
   private:
-    explicit Deadline(int64_t at) : at_(at) {}
+    explicit constexpr Deadline(int64_t at) : at_(at) {}
 
     int64_t at_;
 };

@@ -22,8 +22,6 @@ class QV_CAPABILITY("mutex") Mutex {
         if (state_.exchange(kFree, std::memory_order_release) == kAwaited) [[unlikely]]
             wake();
     }
-    // Free, whoever has held it: for the only thread of a forked process.
-    void reset() { state_.store(kFree, std::memory_order_relaxed); }
 
   private:
     static constexpr uint32_t kFree = 0;

@@ -2,18 +2,12 @@
 // there, and what the others were at is neither finished nor whole.
 #pragma once
 
-#include <cstdint>
-
 namespace quorvel {
 
 // Makes the resolver of this process one that has never been used: its locks are free, whoever held them; the
-// lookups of the parent are forgotten and their sockets closed; the cache is empty. For the child, right
+// lookups of the parent are forgotten; the cache is empty. For the child, right
 // behind the fork. Allocates and frees nothing.
 void resolver_in_child();
-
-// How many forks lie between the first process and this one: whoever finds another number than before has
-// been taken along by a fork, and what he was at is no longer counted anywhere.
-uint32_t forks_behind();
 
 // The pieces of resolver_in_child, each beside what it forgets. Blocks of the parent stay where they are: a
 // fork may have met them half changed.

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "common/Lock.h"
+#include "common/Process.h"
 #include "common/Trace.h"
 #include "dns/src/InChild.h"
 #include "dns/src/NetDNSPrivate.h"

@@ -5,7 +5,8 @@
 #include <cstdint>
 
 #include "appmgr_ids.h"
-#include "common/AppMutex.h"
+#include "common/AppMutexCapability.h"
+#include "common/Trace.h"
 #include "evtsys.h"
 #include "quorvel/NetCM.h"
 

@@ -2,8 +2,9 @@
 // and for diagnosis, not for applications.
 #pragma once
 
-#include "common/AppMutex.h"
+#include "common/AppMutexCapability.h"
 #include "common/PmWire.h"
+#include "common/Trace.h"
 
 // One exchange on the profile path. Zero it before each request.
 struct PmRspContext {

@@ -4,6 +4,7 @@
 #include <cerrno>
 
 #include "common/Lock.h"
+#include "common/Process.h"
 #include "common/Trace.h"
 #include "dns/src/InChild.h"
 #include "dns/src/dns/Lookup.h"

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/Process.h"
 #include "common/Trace.h"
 #include "dns/src/HostBuilder.h"
 #include "dns/src/InChild.h"

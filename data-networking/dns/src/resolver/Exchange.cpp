@@ -1,6 +1,6 @@
 // One query to one server over its interface.
+#include "common/OwnDescriptors.h"
 #include "common/Trace.h"
-#include "dns/src/resolver/OpenSockets.h"
 #include "dns/src/resolver/Resolver.h"
 #include "quorvel/NetDNS.h"
 
@@ -12,7 +12,7 @@ constexpr int kWaitMs = 2000;
 constexpr int kDnsPort = 53;
 
 void close_socket(int fd) {
-    forget_socket(fd);
+    forget_descriptor(fd);
     dns_close(fd);
 }
 
@@ -22,7 +22,7 @@ int open_socket(const Query& query) {
         QV_TRACE(4, "dns_socket() failed\n");
         return -1;
     }
-    note_socket(fd);
+    note_descriptor(fd);
     if (dns_connect(fd, query.server, kDnsPort) < 0) {
         QV_TRACE(4, "dns_connect() failed\n");
         close_socket(fd);

@@ -3,7 +3,6 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstddef>
@@ -12,6 +11,7 @@
 #include "client/CM/src/NetCMPrivate.h"
 #include "common/Clock.h"
 #include "common/Descriptor.h"
+#include "common/OwnDescriptors.h"
 #include "common/Pause.h"
 #include "common/Wire.h"
 
@@ -50,7 +50,9 @@ void limit_connect(int fd, int32_t milliseconds) {
 }  // namespace
 
 int create_socket() {
-    return at_least(kLowestDescriptor, socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const int fd = at_least(kLowestDescriptor, socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    note_descriptor(fd);
+    return fd;
 }
 
 bool connect_to_server(int fd) {
@@ -71,7 +73,7 @@ void give_up_connecting(int fd) {
     // Without a pause, and the socket stays open: integrators look for it in this state.
     if (!publish_loss())
         return;
-    close(fd);
+    close_own(fd);
     pause_for(1);
 }
 

@@ -7,6 +7,7 @@
 #include "client/CM/src/NetCMPrivate.h"
 #include "common/Descriptor.h"
 #include "common/KeepErrno.h"
+#include "common/OwnDescriptors.h"
 
 extern "C" {
 // Shows the pipe; nothing here reads it.
@@ -43,6 +44,8 @@ bool make_control_pipe() {
         close_control_pipe();
         return false;
     }
+    note_descriptor(pipe_ends.read);
+    note_descriptor(pipe_ends.write);
     show_pipe();
     return true;
 }
@@ -67,7 +70,7 @@ PipeEnds give_control_pipe_away() {
 
 void close_descriptor(int& fd) {
     if (fd > 0)
-        close(fd);
+        close_own(fd);
     store(fd, kNoDescriptor);
 }
 

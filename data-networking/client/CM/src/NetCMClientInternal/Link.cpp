@@ -1,8 +1,6 @@
 // Setting the server link up: connect and register both sockets, start the receiver.
 #include "client/CM/src/NetCMClientInternal/Link.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstring>
 
@@ -12,6 +10,7 @@
 #include "client/CM/src/NetCMClientInternal/Stream.h"
 #include "client/CM/src/NetCMIntf/Table.h"
 #include "client/CM/src/NetCMPrivate.h"
+#include "common/OwnDescriptors.h"
 #include "common/Wire.h"
 
 using namespace quorvel;
@@ -124,12 +123,12 @@ int NetCMClientInit(int32_t* clientIdOut) {
     table().SyncSockFd = fd;
     sync_stream.begins();
     if (!register_sync_socket(fd, clientIdOut) || !have_async_socket(*clientIdOut)) {
-        close(fd);
+        close_own(fd);
         return -1;
     }
     if (!have_receiver()) {
-        close(table().AsyncSockFd);
-        close(fd);
+        close_own(table().AsyncSockFd);
+        close_own(fd);
         return -1;
     }
     QV_TRACE(0, "Connected sync socket %d to the CM server socket\n", fd);
@@ -146,7 +145,7 @@ int NetCMClientAsyncEventInit(uint32_t clientId) {
     QV_TRACE(0, "Connecting to server socket to register async socket [%d]\n", fd);
     if (!connect_to_server(fd)) {
         QV_TRACE(3, "Error connecting to server socket. Error = [%s].\n", strerror(errno));
-        close(fd);
+        close_own(fd);
         return -1;
     }
     wire::RequestHeader request = {};
@@ -154,7 +153,7 @@ int NetCMClientAsyncEventInit(uint32_t clientId) {
     request.ClientId = clientId;
     if (NetCMSendRequest(fd, &request, sizeof request) != NETCM_SUCCESS) {
         QV_TRACE(3, "Error writing to socket, errno = %d\n", errno);
-        close(fd);
+        close_own(fd);
         return -1;
     }
     QV_TRACE(0, "Connected socket [%d] to CM server to receive async events\n", fd);

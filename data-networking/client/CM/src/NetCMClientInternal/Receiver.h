@@ -54,8 +54,8 @@ void release_receiver(bool joined) QV_REQUIRES(app_mutex);
 
 // How many receivers are telling the users of a link that has ended, and how many have done so: the word that
 // others sleep on.
-inline std::atomic<uint32_t> farewells_under_way{0};
-inline std::atomic<uint32_t> farewells_told{0};
+inline constinit std::atomic<uint32_t> farewells_under_way{0};
+inline constinit std::atomic<uint32_t> farewells_told{0};
 
 void receivers_in_child();
 

@@ -10,6 +10,7 @@
 #include "client/CM/src/NetCMClientInternal/Receiver.h"
 #include "client/CM/src/NetCMPrivate.h"
 #include "common/Futex.h"
+#include "common/Process.h"
 
 namespace quorvel {
 namespace {
@@ -22,8 +23,6 @@ struct Handed {
 };
 Handed handed QV_GUARDED_BY(table_lock);
 bool being_joined QV_GUARDED_BY(table_lock) = false;
-// Changes where the threads of before are not there any more.
-uint32_t this_process = 0;
 
 // A receiver that somebody has started by hand takes the pipe that everybody can see.
 int take_handed(int async_fd) {
@@ -38,13 +37,13 @@ int take_handed(int async_fd) {
 }  // namespace
 
 Receiver::Receiver(int async_fd)
-    : async_fd_(async_fd), control_fd_(take_handed(async_fd)), process_(this_process) {
+    : async_fd_(async_fd), control_fd_(take_handed(async_fd)), process_(forks_behind()) {
     this_receiver = this;
 }
 
 Receiver::~Receiver() {
     this_receiver = nullptr;
-    if (!left_ || process_ != this_process)
+    if (!left_ || process_ != forks_behind())
         return;
     pthread_detach(pthread_self());
     for (int& fd : inherited_)
@@ -52,7 +51,7 @@ Receiver::~Receiver() {
 }
 
 bool Receiver::has_left() const {
-    return left_ || process_ != this_process;
+    return left_ || process_ != forks_behind();
 }
 
 Receiver* Receiver::self() {
@@ -118,7 +117,6 @@ void release_receiver(bool joined) {
 }
 
 void receivers_in_child() QV_NO_THREAD_SAFETY_ANALYSIS {  // there is no other thread
-    ++this_process;
     handed = {};
     being_joined = false;
     farewells_under_way.store(0);

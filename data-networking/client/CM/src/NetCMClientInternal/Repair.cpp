@@ -1,6 +1,5 @@
 // The server link after its set-up: repair it when the server has gone away, take it down at the end.
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -12,6 +11,7 @@
 #include "client/CM/src/NetCMClientInternal/Stream.h"
 #include "client/CM/src/NetCMPrivate.h"
 #include "common/Futex.h"
+#include "common/OwnDescriptors.h"
 
 using namespace quorvel;
 
@@ -32,6 +32,11 @@ void close_link() QV_REQUIRES(app_mutex) {
     close_descriptor(table().SyncSockFd);
     async_stream.ends();
     is_lost = false;
+}
+
+void forget_what_the_server_took() {
+    const Lock lock(table_lock);
+    forget_pending_requests();
 }
 
 bool is_up() QV_REQUIRES(app_mutex) {
@@ -143,12 +148,28 @@ void wait_for_farewells() {
     }
 }
 
+// What the parent has of a link stays the parent's; its descriptors are closed already.
+void link_in_child() QV_NO_THREAD_SAFETY_ANALYSIS {  // there is no other thread
+    receivers_in_child();
+    Farewell::forget_all();
+    NetCMClientLibInit();
+    store(table().IsRegistered, 0);
+    table().AppId = 0;
+    forget_pending_requests();
+    is_lost = false;
+    static_cast<void>(give_control_pipe_away());
+    sync_stream.begins();
+    async_stream.ends();
+    store(PendingEventRecord, nullptr);
+}
+
 }  // namespace quorvel
 
 extern "C" {
 
 uint32_t NetCMClientReRegister(void) {
     close_link();
+    forget_what_the_server_took();
     for (int attempt = 0; attempt < 3; ++attempt) {
         int32_t client_id = 0;
         const int fd = NetCMClientInit(&client_id);
@@ -178,13 +199,13 @@ int32_t NetCMClientExit(int syncFd) {
     is_lost = false;
     const int async_fd = table().AsyncSockFd;
     if (async_fd != kNoDescriptor) {
-        if (close(async_fd) != 0) {
+        if (close_own(async_fd) != 0) {
             QV_TRACE(5, "Error closing Async socket. Error = [%s] \n", strerror(errno));
             return 1;
         }
         QV_TRACE(2, "Successfully closed the async socket [%d] \n", async_fd);
     }
-    if (close(syncFd) != 0)
+    if (close_own(syncFd) != 0)
         QV_TRACE(5, "Error closing sync socket. Error = [%s] \n", strerror(errno));
     else
         QV_TRACE(2, "Successfully closed the sync socket [%d] \n", syncFd);

@@ -36,7 +36,7 @@ class SyncStream {
     uint64_t block_ = 0;                  // bytes of a block
     Deadline limit_ = Deadline::over();
 };
-inline SyncStream sync_stream QV_GUARDED_BY(app_mutex);
+inline constinit SyncStream sync_stream QV_GUARDED_BY(app_mutex);
 
 // The socket of pushed records. Read by the receiver alone.
 class AsyncStream {
@@ -76,7 +76,7 @@ class AsyncStream {
     Position taken_ QV_GUARDED_BY(table_lock) = 0;
     size_t in_hand_ QV_GUARDED_BY(table_lock) = 0;  // of the read that is being made
 };
-inline AsyncStream async_stream;
+inline constinit AsyncStream async_stream;
 
 // The place in the stream of the event that is being handled: behind everything when it does not come from
 // there.

@@ -151,6 +151,8 @@ class Farewell {
 
     // Whether any farewell has still to be told to the thread with that kernel id; if so, its index.
     static bool waits_for(int32_t tid, int32_t& thread_index) QV_REQUIRES(table_lock);
+    // In the only thread of a forked process nobody is told of what the parent has lost.
+    static void forget_all();
 
   private:
     bool is_to_tell(int32_t tid, int32_t& thread_index) const QV_REQUIRES(table_lock);

@@ -43,12 +43,23 @@ Farewell::~Farewell() {
     {
         const Lock lock(table_lock);
         Farewell** link = &farewells;
-        while (*link != this)
+        while (*link != nullptr && *link != this)
             link = &(*link)->next_farewell_;
-        *link = next_farewell_;
+        if (*link != nullptr)
+            *link = next_farewell_;
     }
     while (told_ != nullptr)
         free(std::exchange(told_, told_->next));
+}
+
+void Farewell::forget_all() {
+    const Lock lock(table_lock);
+    for (Farewell* one = farewells; one != nullptr; one = one->next_farewell_) {
+        one->count_ = one->taken_ = 0;
+        one->departed_ = nullptr;
+        one->cursor_ = kPlaces;
+    }
+    farewells = nullptr;
 }
 
 bool Farewell::take_out() {

@@ -1,6 +1,7 @@
-#include "dns/src/resolver/OpenSockets.h"
+#include "common/OwnDescriptors.h"
 
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -10,7 +11,7 @@
 namespace quorvel {
 namespace {
 
-// A bit for each descriptor, so that any number of lookups finds room without a lock; what is never touched
+// A bit for each descriptor, so that any number of them finds room without a lock; what is never touched
 // of the 8 KB takes no memory. Descriptors beyond are not noted.
 constexpr int kWordBits = 32;
 constexpr int kDescriptors = 1 << 16;
@@ -33,25 +34,36 @@ bool has_option(int fd, int option, int wanted) {
     return getsockopt(fd, SOL_SOCKET, option, &value, &length) == 0 && value == wanted;
 }
 
+bool is_pipe(int fd) {
+    struct stat status = {};
+    return fstat(fd, &status) == 0 && S_ISFIFO(status.st_mode);
+}
+
 // The kernel copies descriptors before it copies memory: between the two, another thread of the parent may
 // have closed a file of the application's and noted its number as its own.
 bool is_like_ours(int fd) {
-    return has_option(fd, SO_DOMAIN, AF_INET) && has_option(fd, SO_TYPE, SOCK_DGRAM);
+    return (has_option(fd, SO_DOMAIN, AF_INET) && has_option(fd, SO_TYPE, SOCK_DGRAM)) ||
+           (has_option(fd, SO_DOMAIN, AF_UNIX) && has_option(fd, SO_TYPE, SOCK_STREAM)) || is_pipe(fd);
 }
 
 }  // namespace
 
-void note_socket(int fd) {
+void note_descriptor(int fd) {
     if (has_place(fd))
         word_of(fd).fetch_or(bit_of(fd), std::memory_order_relaxed);
 }
 
-void forget_socket(int fd) {
+void forget_descriptor(int fd) {
     if (has_place(fd))
         word_of(fd).fetch_and(~bit_of(fd), std::memory_order_relaxed);
 }
 
-void close_sockets_in_child() {
+int close_own(int fd) {
+    forget_descriptor(fd);
+    return close(fd);
+}
+
+void close_descriptors_in_child() {
     for (int first = 0; first < kDescriptors; first += kWordBits) {
         const uint32_t bits = word_of(first).load(std::memory_order_relaxed);
         if (bits == 0)
