@@ -51,34 +51,46 @@ uint32_t start_succeeded(CallKey key, const wire::Record& response) QV_REQUIRES(
     return NETCM_SUCCESS;
 }
 
-// A refused start frees the call with everything that was hung on it, other profiles included. Should the
-// server refuse those too, each by itself, their users are still told.
+// Nobody joins it from now on.
+void begin_refusing(CallKey key, Position at) {
+    const Lock lock(table_lock);
+    const Call call = find(key);
+    if (call && call.life->ending != Ending::Refused)
+        begin_telling(call, at);
+}
+
+// What is left of a refused call. Should the server refuse its other profiles too, each by itself, their users are
+// still told; those of a connection that has been given the id since stay where they are.
+void free_refused(CallKey key, Position at) {
+    Departure departure;
+    const Lock lock(table_lock);
+    const Call call = find(key);
+    if (!call)
+        return;
+    if (key.index >= 0 && departure.possible() && call.life->ending == Ending::Told &&
+        count_users(*call.record) != 0) {
+        call.life->ending = Ending::Refused;
+        return departure.leave(call, kEverything);
+    }
+    if (call.life->ending != Ending::Refused || count_users(*call.record) == 0)
+        end_uses(call, at);
+}
+
+// A refused start frees the call with everything that was hung on it, other profiles included.
 void start_failed(CallKey key, wire::Record response) QV_REQUIRES(app_mutex) {
     QV_TRACE(2, "Reason Code  = %d \n", static_cast<int>(response.Word5));
     const auto profile = static_cast<int32_t>(response.Word2);
     const NetCMEvent event = {NETCM_EVENT_OPEN_RSP, profile, static_cast<int32_t>(response.Status),
                               reason_of(response.Status, &response.Word5)};
-    Departure departure;
-    {
-        const Lock lock(table_lock);
-        if (const Call call = find(key))
-            begin_telling(call, kEverything);
-    }
-    Users users(key, profile, kEverything);
+    const Position at = event_position();
+    begin_refusing(key, at);
+    Users users(key, profile, at);
     Recipient user;
     while (users.next(user)) {
         tell_response(user.thread_index, user.callback, event);
         take_told(key, user);
     }
-    const Lock lock(table_lock);
-    const Call call = find(key);
-    if (!call)
-        return;
-    if (count_users(*call.record) == 0 || !departure.possible())
-        return clean(call);
-    call.life->ending = Ending::Refused;
-    if (key.index >= 0)
-        departure.leave(call, kEverything);
+    free_refused(key, at);
 }
 
 void sweep(CallKey key) {

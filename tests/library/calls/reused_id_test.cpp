@@ -1,0 +1,345 @@
+// A server gives the id of a connection away again as soon as it has freed it, while the end of the old one is
+// still to be told.
+#include <cstdlib>
+#include <map>
+
+#include "CallTest.h"
+
+namespace quorvel::test {
+namespace {
+
+constexpr int32_t kKilled = 22;
+
+wire::ConnectionBlock block_with(uint8_t last) {
+    wire::ConnectionBlock block = connection_block();
+    block.IpAddr = ipv4(10, 1, 2, last);
+    return block;
+}
+
+class ReusedId : public CallTest {
+  protected:
+    // What the server pushes stays in the socket until `release`: the receiver is held where it has read a
+    // first record, and cannot see the rest.
+    void hold_receiver() {
+        pthread_mutex_lock(&NetCMAppMutex);
+        ASSERT_TRUE(server.push(indication(wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND, 0)));
+        ASSERT_TRUE(trace::wait_for("Received data from CM 40.. struct size = 40\n"));
+        trace::clear();
+    }
+    static void release_receiver() { pthread_mutex_unlock(&NetCMAppMutex); }
+
+    // User 0 with this profile on call 0, up, with an address that ends in 3.
+    void one_call_up(int32_t profile) {
+        bring_up(registered(0), profile);
+        events::clear();
+        trace::clear();
+    }
+    // The server answers the next start with this id, whatever it thinks is free.
+    void give_id(uint32_t id) {
+        wire::Record answer = answer_record(wire::NETCM_CLIENT_START_REQ);
+        answer.CallId = id;
+        server.once(wire::NETCM_CLIENT_START_REQ, Answer().record(answer));
+    }
+    uint8_t address_of(int32_t profile) {
+        NetCMConnInfo info{};
+        const uint32_t result = user(0).run([&] { return NetCMDeviceGetInfo(profile, &info); });
+        return result == NETCM_SUCCESS ? info.IpAddr.Addr[3] : 0;
+    }
+    std::vector<Told> told_of_calls() {
+        std::vector<Told> result = told();
+        std::erase_if(result, [](const Told& one) { return one.type == NETCM_EVENT_NETWORK_STATUS_IND; });
+        return result;
+    }
+};
+
+TEST_F(ReusedId, a_connection_that_is_opened_behind_a_close_is_not_closing) {
+    one_call_up(1);
+    server.on(wire::NETCM_CLIENT_STOP_REQ, silence());
+    EXPECT_EQ(user(0).close(1), NETCM_SUCCESS);
+    give_id(0);
+    EXPECT_EQ(user(0).open(2), NETCM_SUCCESS);
+    EXPECT_EQ(call(0).CallState, 0u);
+    EXPECT_EQ(call(0).IsActive, 0);
+    EXPECT_EQ(address_of(2), 0) << "it has no address yet";
+    EXPECT_EQ(registered(1).open(2), NETCM_SUCCESS) << "and can be joined";
+    ASSERT_TRUE(push_and_settle(stop_response(0, 1)));
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_CLOSE_RSP, 1, 0}}));
+    events::clear();
+    ASSERT_TRUE(push_and_settle(start_response(0, 2), block_with(9)));
+    EXPECT_EQ(told(),
+              (std::vector<Told>{{0, NETCM_EVENT_OPEN_RSP, 2, 0}, {1, NETCM_EVENT_OPEN_RSP, 2, 0}}));
+    EXPECT_EQ(address_of(2), 9);
+}
+
+TEST_F(ReusedId, many_closes_and_opens_in_a_row_each_hear_their_own) {
+    User& who = registered(0);
+    for (int round = 0; round < 50; ++round) {
+        const int32_t profile = 1 + round % 4;
+        ASSERT_EQ(who.open(profile), NETCM_SUCCESS);
+        ASSERT_TRUE(server.push(start_response(0, profile), connection_block()));
+        ASSERT_TRUE(events::wait_for(static_cast<size_t>(2 * round + 1)));
+        ASSERT_EQ(who.close(profile), NETCM_SUCCESS);
+        if (round % 2 == 0)
+            continue;
+        ASSERT_TRUE(events::wait_for(static_cast<size_t>(2 * round + 2)));
+    }
+    ASSERT_TRUE(settled());
+    const std::vector<Told> all = told();
+    ASSERT_EQ(all.size(), 100u);
+    std::map<std::pair<uint32_t, int32_t>, int> counts;
+    for (const Told& one : all) {
+        EXPECT_EQ(one.result, 0);
+        ++counts[{one.type, one.profile}];
+    }
+    for (int32_t profile = 1; profile <= 4; ++profile)
+        EXPECT_EQ((counts[{NETCM_EVENT_OPEN_RSP, profile}]), (counts[{NETCM_EVENT_CLOSE_RSP, profile}]));
+    EXPECT_TRUE(is_free(0));
+}
+
+TEST_F(ReusedId, the_close_response_may_come_before_the_answer_to_the_start) {
+    one_call_up(1);
+    server.on(wire::NETCM_CLIENT_STOP_REQ, silence());
+    EXPECT_EQ(user(0).close(1), NETCM_SUCCESS);
+    hold_receiver();
+    ASSERT_TRUE(server.push(stop_response(0, 1)));
+    give_id(0);
+    release_receiver();
+    EXPECT_EQ(user(0).open(2), NETCM_SUCCESS);
+    ASSERT_TRUE(settled());
+    EXPECT_EQ(told_of_calls(), (std::vector<Told>{{0, NETCM_EVENT_CLOSE_RSP, 1, 0}}));
+    EXPECT_EQ(call(0).InUse, 1);
+}
+
+TEST_F(ReusedId, a_profile_whose_close_is_still_to_come_is_closing_wherever_its_record_is) {
+    one_call_up(1);
+    server.on(wire::NETCM_CLIENT_STOP_REQ, silence());
+    EXPECT_EQ(user(0).close(1), NETCM_SUCCESS);
+    give_id(0);
+    EXPECT_EQ(user(0).open(2), NETCM_SUCCESS);
+    EXPECT_EQ(user(0).open(1), NETCM_ERR_CALL_CLOSING);
+    EXPECT_EQ(user(0).kill(1), NETCM_ERR_CALL_CLOSING);
+    EXPECT_EQ(user(0).close(1), NETCM_ERR_NOT_ACTIVE);
+    EXPECT_EQ(count_unanswered(wire::NETCM_CLIENT_STOP_REQ), 1u) << "the id is another connection's";
+    ASSERT_TRUE(push_and_settle(stop_response(0, 1)));
+    give_id(1);
+    EXPECT_EQ(user(0).open(1), NETCM_SUCCESS);
+}
+
+TEST_F(ReusedId, nobody_leaves_who_has_still_to_be_told_of_a_close) {
+    one_call_up(1);
+    registered(1);
+    server.on(wire::NETCM_CLIENT_STOP_REQ, silence());
+    EXPECT_EQ(user(0).close(1), NETCM_SUCCESS);
+    give_id(0);
+    EXPECT_EQ(user(1).open(2), NETCM_SUCCESS);
+    EXPECT_EQ(user(0).deregister(), NETCM_ERR_ALREADY_EXISTS);
+    ASSERT_TRUE(push_and_settle(stop_response(0, 1)));
+    EXPECT_EQ(user(0).deregister(), NETCM_SUCCESS);
+}
+
+TEST_F(ReusedId, a_kill_ends_the_connection_that_it_was_meant_for) {
+    one_call_up(1);
+    join(registered(1), 1);
+    events::clear();
+    server.on(wire::NETCM_CLIENT_KILL_REQ, silence());
+    EXPECT_EQ(user(0).kill(1), NETCM_SUCCESS);
+    give_id(0);
+    EXPECT_EQ(user(0).open(2), NETCM_SUCCESS);
+    EXPECT_EQ(call(0).CallState, 0u);
+    ASSERT_TRUE(push_and_settle(kill_response(1)));
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_STOP_IND, 1, kKilled},
+                                         {0, NETCM_EVENT_KILL_RSP, 1, 0}}));
+    events::clear();
+    ASSERT_TRUE(push_and_settle(start_response(0, 2), block_with(9)));
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_OPEN_RSP, 2, 0}}));
+}
+
+TEST_F(ReusedId, the_killed_profile_opened_anew_is_another_connection) {
+    for (const uint32_t id : {0u, 1u}) {
+        registered(0);
+        bring_up(user(0), 1);
+        server.once(wire::NETCM_CLIENT_KILL_REQ, silence());
+        EXPECT_EQ(user(0).kill(1), NETCM_SUCCESS);
+        give_id(id);
+        EXPECT_EQ(user(0).open(1), NETCM_SUCCESS);
+        events::clear();
+        ASSERT_TRUE(push_and_settle(kill_response(1)));
+        EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_KILL_RSP, 1, 0}})) << id;
+        EXPECT_EQ(call(static_cast<int32_t>(id)).InUse, 1) << id;
+        EXPECT_EQ(is_free(1 - static_cast<int32_t>(id)), true) << "the old one does not stay";
+        ASSERT_TRUE(push_and_settle(start_response(static_cast<int32_t>(id), 1), block_with(9)));
+        EXPECT_EQ(told().back(), (Told{0, NETCM_EVENT_OPEN_RSP, 1, 0}));
+        EXPECT_EQ(address_of(1), 9);
+        server.stop();
+        ASSERT_TRUE(wait_until_link_is_broken());
+        server.start();
+        EXPECT_EQ(user(0).deregister(), NETCM_SUCCESS);
+        trace::clear();
+    }
+}
+
+TEST_F(ReusedId, a_kill_of_nothing_ends_nothing_that_came_later) {
+    registered(0);
+    server.on(wire::NETCM_CLIENT_KILL_REQ, silence());
+    EXPECT_EQ(user(0).kill(1), NETCM_SUCCESS);
+    bring_up(user(0), 1);
+    events::clear();
+    ASSERT_TRUE(push_and_settle(kill_response(1)));
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_KILL_RSP, 1, 0}}));
+    EXPECT_EQ(call(0).IsActive, 1);
+}
+
+TEST_F(ReusedId, a_suspend_or_resume_behind_a_kill_leaves_nothing_behind) {
+    for (const bool resumed : {false, true}) {
+        one_call_up(1);
+        server.once(wire::NETCM_CLIENT_KILL_REQ, silence());
+        EXPECT_EQ(user(0).kill(1), NETCM_SUCCESS);
+        ASSERT_TRUE(push_and_settle(indication(wire::NETCM_CLIENT_SUSPEND_IND, 0)));
+        if (resumed) {
+            ASSERT_TRUE(push_and_settle(indication(wire::NETCM_CLIENT_RESUME_IND, 0)));
+        }
+        ASSERT_TRUE(push_and_settle(kill_response(1)));
+        EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_KILL_RSP, 1, 0}}));
+        EXPECT_TRUE(is_free(0));
+        server.stop();
+        ASSERT_TRUE(wait_until_link_is_broken());
+        server.start();
+        EXPECT_EQ(user(0).deregister(), NETCM_SUCCESS);
+    }
+}
+
+TEST_F(ReusedId, the_other_users_of_a_killed_call_hear_of_it_although_it_was_suspended_meanwhile) {
+    one_call_up(1);
+    join(registered(1), 1);
+    server.on(wire::NETCM_CLIENT_KILL_REQ, silence());
+    EXPECT_EQ(user(0).kill(1), NETCM_SUCCESS);
+    ASSERT_TRUE(push_and_settle(indication(wire::NETCM_CLIENT_SUSPEND_IND, 0)));
+    EXPECT_EQ(registered(2).open(1), NETCM_ERR_CALL_CLOSING) << "it is still being killed";
+    events::clear();
+    ASSERT_TRUE(push_and_settle(kill_response(1)));
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_STOP_IND, 1, kKilled},
+                                         {0, NETCM_EVENT_KILL_RSP, 1, 0}}));
+    EXPECT_TRUE(is_free(0));
+}
+
+TEST_F(ReusedId, an_end_that_was_sent_before_the_id_was_given_anew_ends_the_old_connection_alone) {
+    one_call_up(1);
+    registered(1);
+    hold_receiver();
+    ASSERT_TRUE(server.push(indication(wire::NETCM_CLIENT_STOP_IND, 0, 1, 7)));
+    give_id(0);
+    release_receiver();
+    EXPECT_EQ(user(1).open(2), NETCM_SUCCESS);
+    ASSERT_TRUE(settled());
+    EXPECT_EQ(told_of_calls(), (std::vector<Told>{{0, NETCM_EVENT_STOP_IND, 1, 7}}));
+    EXPECT_EQ(call(0).InUse, 1);
+    EXPECT_EQ(call(0).IsActive, 0) << "the address was the old one's";
+    events::clear();
+    ASSERT_TRUE(push_and_settle(start_response(0, 2), block_with(9)));
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 2, 0}}));
+}
+
+// The same while the receiver cannot get at the record: the opening thread has the mutex all the time.
+TEST_F(ReusedId, what_waits_in_the_socket_is_about_whoever_had_the_id_by_then) {
+    one_call_up(1);
+    registered(1);
+    give_id(0);
+    EXPECT_EQ(user(1).run([this] {
+        pthread_mutex_lock(&NetCMAppMutex);
+        EXPECT_TRUE(server.push(indication(wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND, 0)));
+        EXPECT_TRUE(server.push(indication(wire::NETCM_CLIENT_SUSPEND_IND, 0)));
+        EXPECT_TRUE(server.push(indication(wire::NETCM_CLIENT_STOP_IND, 0, 1, 7)));
+        const int32_t profile = 2;
+        const uint32_t result = NetCMConnectionOpen(&profile, 1);
+        pthread_mutex_unlock(&NetCMAppMutex);
+        return result;
+    }),
+              NETCM_SUCCESS);
+    ASSERT_TRUE(settled());
+    EXPECT_EQ(told_of_calls(), (std::vector<Told>{{0, NETCM_EVENT_SUSPEND_IND, 1, 0},
+                                                  {0, NETCM_EVENT_STOP_IND, 1, 7}}));
+    EXPECT_EQ(call(0).InUse, 1);
+    EXPECT_EQ(call(0).CallState, 0u);
+    EXPECT_EQ(call(0).IsActive, 0);
+    EXPECT_EQ(user(0).deregister(), NETCM_SUCCESS);
+}
+
+TEST_F(ReusedId, an_end_behind_the_answer_ends_both_profiles_of_a_shared_call) {
+    one_call_up(1);
+    give_id(0);
+    EXPECT_EQ(registered(1).open(2), NETCM_SUCCESS);
+    ASSERT_TRUE(push_and_settle(indication(wire::NETCM_CLIENT_STOP_IND, 0, 1, 7)));
+    EXPECT_EQ(told(),
+              (std::vector<Told>{{0, NETCM_EVENT_STOP_IND, 1, 7}, {1, NETCM_EVENT_STOP_IND, 2, 7}}));
+    EXPECT_TRUE(is_free(0));
+}
+
+TEST_F(ReusedId, a_refusal_that_waits_in_the_socket_refuses_the_old_connection_alone) {
+    registered(0);
+    registered(1);
+    EXPECT_EQ(user(0).open(1), NETCM_SUCCESS);
+    give_id(0);
+    EXPECT_EQ(user(1).run([this] {
+        pthread_mutex_lock(&NetCMAppMutex);
+        EXPECT_TRUE(server.push(start_response(0, 1, 21, 5)));
+        const int32_t profile = 2;
+        const uint32_t result = NetCMConnectionOpen(&profile, 1);
+        pthread_mutex_unlock(&NetCMAppMutex);
+        return result;
+    }),
+              NETCM_SUCCESS);
+    ASSERT_TRUE(settled());
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_OPEN_RSP, 1, 21}}));
+    EXPECT_EQ(call(0).InUse, 1);
+    events::clear();
+    ASSERT_TRUE(push_and_settle(start_response(0, 2), block_with(9)));
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 2, 0}}));
+}
+
+TEST_F(ReusedId, the_profiles_of_a_refused_call_are_each_told_of_their_own_refusal) {
+    registered(0);
+    registered(1);
+    EXPECT_EQ(user(0).open(1), NETCM_SUCCESS);
+    give_id(0);
+    EXPECT_EQ(user(1).open(2), NETCM_SUCCESS);
+    ASSERT_TRUE(push_and_settle(start_response(0, 1, 21, 5)));
+    EXPECT_TRUE(is_free(0));
+    ASSERT_TRUE(push_and_settle(start_response(0, 2, 21, 5)));
+    EXPECT_EQ(told(),
+              (std::vector<Told>{{0, NETCM_EVENT_OPEN_RSP, 1, 21}, {1, NETCM_EVENT_OPEN_RSP, 2, 21}}));
+    EXPECT_EQ(user(1).deregister(), NETCM_SUCCESS);
+}
+
+TEST_F(ReusedId, an_open_on_a_shared_call_is_answered_once) {
+    one_call_up(1);
+    give_id(0);
+    EXPECT_EQ(user(0).open(2), NETCM_SUCCESS);
+    join(registered(1), 2);
+    ASSERT_TRUE(push_and_settle(start_response(0, 2), connection_block()));
+    EXPECT_EQ(told(),
+              (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 2, 0}, {0, NETCM_EVENT_OPEN_RSP, 2, 0}}));
+}
+
+TEST_F(ReusedId, a_close_response_does_not_overtake_the_librarys_own_answer_to_the_open) {
+    one_call_up(1);
+    registered(1);
+    EXPECT_EQ(user(1).run([] {
+        pthread_mutex_lock(&NetCMAppMutex);
+        const int32_t profile = 1;
+        const uint32_t opened = NetCMConnectionOpen(&profile, 1);
+        // The thread that is to answer stands in the gate behind us; the close is answered first.
+        const NetCMStartRspInfo request = {0, 0, 1, 1};
+        auto* block = static_cast<NetCMStartRspInfo*>(malloc(sizeof request));
+        *block = request;
+        ThreadPostStopEvent(block);
+        pthread_mutex_unlock(&NetCMAppMutex);
+        return opened;
+    }),
+              NETCM_SUCCESS);
+    ASSERT_TRUE(trace::wait_for("ThreadPostStartEvent.. Close the thread \n"));
+    EXPECT_EQ(told(),
+              (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 1, 0}, {1, NETCM_EVENT_CLOSE_RSP, 1, 0}}));
+}
+
+}  // namespace
+}  // namespace quorvel::test
