@@ -1,5 +1,5 @@
-// A server gives the id of a connection away again as soon as it has freed it, while the end of the old one is
-// still to be told.
+// A server gives the id of a connection away again as soon as it has freed it, while the end of the old one
+// is still to be told.
 #include <cstdlib>
 #include <map>
 
@@ -66,8 +66,7 @@ TEST_F(ReusedId, a_connection_that_is_opened_behind_a_close_is_not_closing) {
     EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_CLOSE_RSP, 1, 0}}));
     events::clear();
     ASSERT_TRUE(push_and_settle(start_response(0, 2), block_with(9)));
-    EXPECT_EQ(told(),
-              (std::vector<Told>{{0, NETCM_EVENT_OPEN_RSP, 2, 0}, {1, NETCM_EVENT_OPEN_RSP, 2, 0}}));
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_OPEN_RSP, 2, 0}, {1, NETCM_EVENT_OPEN_RSP, 2, 0}}));
     EXPECT_EQ(address_of(2), 9);
 }
 
@@ -147,8 +146,8 @@ TEST_F(ReusedId, a_kill_ends_the_connection_that_it_was_meant_for) {
     EXPECT_EQ(user(0).open(2), NETCM_SUCCESS);
     EXPECT_EQ(call(0).CallState, 0u);
     ASSERT_TRUE(push_and_settle(kill_response(1)));
-    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_STOP_IND, 1, kKilled},
-                                         {0, NETCM_EVENT_KILL_RSP, 1, 0}}));
+    EXPECT_EQ(told(),
+              (std::vector<Told>{{1, NETCM_EVENT_STOP_IND, 1, kKilled}, {0, NETCM_EVENT_KILL_RSP, 1, 0}}));
     events::clear();
     ASSERT_TRUE(push_and_settle(start_response(0, 2), block_with(9)));
     EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_OPEN_RSP, 2, 0}}));
@@ -217,8 +216,8 @@ TEST_F(ReusedId, the_other_users_of_a_killed_call_hear_of_it_although_it_was_sus
     EXPECT_EQ(registered(2).open(1), NETCM_ERR_CALL_CLOSING) << "it is still being killed";
     events::clear();
     ASSERT_TRUE(push_and_settle(kill_response(1)));
-    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_STOP_IND, 1, kKilled},
-                                         {0, NETCM_EVENT_KILL_RSP, 1, 0}}));
+    EXPECT_EQ(told(),
+              (std::vector<Told>{{1, NETCM_EVENT_STOP_IND, 1, kKilled}, {0, NETCM_EVENT_KILL_RSP, 1, 0}}));
     EXPECT_TRUE(is_free(0));
 }
 
@@ -256,8 +255,8 @@ TEST_F(ReusedId, what_waits_in_the_socket_is_about_whoever_had_the_id_by_then) {
     }),
               NETCM_SUCCESS);
     ASSERT_TRUE(settled());
-    EXPECT_EQ(told_of_calls(), (std::vector<Told>{{0, NETCM_EVENT_SUSPEND_IND, 1, 0},
-                                                  {0, NETCM_EVENT_STOP_IND, 1, 7}}));
+    EXPECT_EQ(told_of_calls(),
+              (std::vector<Told>{{0, NETCM_EVENT_SUSPEND_IND, 1, 0}, {0, NETCM_EVENT_STOP_IND, 1, 7}}));
     EXPECT_EQ(call(0).InUse, 1);
     EXPECT_EQ(call(0).CallState, 0u);
     EXPECT_EQ(call(0).IsActive, 0);
@@ -269,8 +268,7 @@ TEST_F(ReusedId, an_end_behind_the_answer_ends_both_profiles_of_a_shared_call) {
     give_id(0);
     EXPECT_EQ(registered(1).open(2), NETCM_SUCCESS);
     ASSERT_TRUE(push_and_settle(indication(wire::NETCM_CLIENT_STOP_IND, 0, 1, 7)));
-    EXPECT_EQ(told(),
-              (std::vector<Told>{{0, NETCM_EVENT_STOP_IND, 1, 7}, {1, NETCM_EVENT_STOP_IND, 2, 7}}));
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_STOP_IND, 1, 7}, {1, NETCM_EVENT_STOP_IND, 2, 7}}));
     EXPECT_TRUE(is_free(0));
 }
 
@@ -316,8 +314,7 @@ TEST_F(ReusedId, an_open_on_a_shared_call_is_answered_once) {
     EXPECT_EQ(user(0).open(2), NETCM_SUCCESS);
     join(registered(1), 2);
     ASSERT_TRUE(push_and_settle(start_response(0, 2), connection_block()));
-    EXPECT_EQ(told(),
-              (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 2, 0}, {0, NETCM_EVENT_OPEN_RSP, 2, 0}}));
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 2, 0}, {0, NETCM_EVENT_OPEN_RSP, 2, 0}}));
 }
 
 TEST_F(ReusedId, a_close_response_does_not_overtake_the_librarys_own_answer_to_the_open) {
@@ -337,8 +334,7 @@ TEST_F(ReusedId, a_close_response_does_not_overtake_the_librarys_own_answer_to_t
     }),
               NETCM_SUCCESS);
     ASSERT_TRUE(trace::wait_for("ThreadPostStartEvent.. Close the thread \n"));
-    EXPECT_EQ(told(),
-              (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 1, 0}, {1, NETCM_EVENT_CLOSE_RSP, 1, 0}}));
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 1, 0}, {1, NETCM_EVENT_CLOSE_RSP, 1, 0}}));
 }
 
 }  // namespace

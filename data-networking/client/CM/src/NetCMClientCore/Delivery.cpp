@@ -1,5 +1,7 @@
 #include "client/CM/src/NetCMClientCore/Delivery.h"
 
+#include <algorithm>
+
 #include "client/CM/src/NetCMPrivate.h"
 
 namespace quorvel {
@@ -26,9 +28,64 @@ void tell(NetCMEventCallback callback, const NetCMEvent& event) {
     callback(&own);
 }
 
-void tell_response(int32_t thread_index, NetCMEventCallback callback, const NetCMEvent& event) {
-    QV_TRACE(0, "thread index[%d] event_cb [0x%x]\n", thread_index, narrow(callback));
-    tell(callback, event);
+void trace_response(const Recipient& user) {
+    QV_TRACE(0, "thread index[%d] event_cb [0x%x]\n", user.thread_index, narrow(user.callback));
+}
+
+namespace {
+
+// The use of a user who is still there, or null.
+Use* use_still_there(const Recipient& user) QV_REQUIRES(table_lock) {
+    const Call call = find(user.key);
+    const bool same = call && load(call.record->ThreadProf[user.entry].ThreadIndex) == user.thread_index;
+    return same ? use_of(call, user.entry, user.profile) : nullptr;
+}
+
+// From here until his callback returns the end of the server does not overtake what he is told.
+template <class Admit>
+bool begin_to_tell(const Recipient& user, Admit admit) {
+    const Lock lock(table_lock);
+    Use* const use = use_still_there(user);
+    if (use == nullptr || use->opening == Opening::Over || !admit(*use))
+        return false;
+    being_told = user.thread_index;
+    return true;
+}
+
+void end_to_tell() {
+    const Lock lock(table_lock);
+    being_told = -1;
+}
+
+template <class Admit>
+bool tell_if(const Recipient& user, const NetCMEvent& event, Admit admit) {
+    if (!begin_to_tell(user, admit))
+        return false;
+    tell(user.callback, event);
+    end_to_tell();
+    return true;
+}
+
+}  // namespace
+
+bool tell_user(const Recipient& user, const NetCMEvent& event) {
+    return tell_if(user, event, [](const Use&) { return true; });
+}
+
+bool tell_opened(const Recipient& user, const NetCMEvent& event, Position at) {
+    return tell_if(user, event, [=](Use& use) {
+        const bool first = use.opening != Opening::Answered;
+        use.opening = Opening::Answered;
+        use.began = std::min(use.began, at);
+        return first;
+    });
+}
+
+bool tell_ended(const Recipient& user, const NetCMEvent& event) {
+    return tell_if(user, event, [](Use& use) {
+        use.opening = Opening::Over;
+        return true;
+    });
 }
 
 bool Users::is_one(const Call& call, Recipient& user) {
@@ -40,7 +97,8 @@ bool Users::is_one(const Call& call, Recipient& user) {
     if (!in_use(entry) || profile == -1 || use.began > at_ ||
         (profile_ != kAllProfiles && profile != profile_))
         return false;
-    user = {number, load(entry.ThreadIndex), profile, use.opening, callback_of(load(entry.ThreadIndex))};
+    const int32_t thread_index = load(entry.ThreadIndex);
+    user = {key_, number, thread_index, profile, use.opening, callback_of(thread_index)};
     return true;
 }
 
@@ -58,19 +116,19 @@ bool Users::next(Recipient& user) {
     return false;
 }
 
-void tell_everyone(CallKey key, Position at, NetCMEvent event) {
+void tell_everyone(CallKey key, Position at, NetCMEvent event, Tell tell_one) {
     Users users(key, Users::kAllProfiles, at);
     Recipient user;
     while (users.next(user)) {
         event.ProfileId = user.profile;
-        tell(user.callback, event);
+        tell_one(user, event);
     }
 }
 
-void take_told(CallKey key, const Recipient& user) {
+void take_told(const Recipient& user) {
     {
         const Lock lock(table_lock);
-        const Call call = find(key);
+        const Call call = find(user.key);
         if (!call)
             return;
         take_profile(call, user.entry, user.profile);

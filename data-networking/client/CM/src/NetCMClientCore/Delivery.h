@@ -35,11 +35,10 @@ void* reason_of(uint32_t status, void* reason);
 
 // Calls a callback when there is one. Each callback gets an event record of its own.
 void tell(NetCMEventCallback callback, const NetCMEvent& event);
-// The same with the trace of a response.
-void tell_response(int32_t thread_index, NetCMEventCallback callback, const NetCMEvent& event);
 
-// A user of a call, as it is told.
+// A user of a call, as it was looked up.
 struct Recipient {
+    CallKey key;
     int32_t entry;
     int32_t thread_index;
     int32_t profile;
@@ -65,13 +64,22 @@ class Users {
     int32_t place_ = 0;
 };
 
+// Tells a user of his call, unless its end has come since he was looked up. Whether he was told.
+bool tell_user(const Recipient& user, const NetCMEvent& event);
+// The same with the answer to his open, which is given once.
+bool tell_opened(const Recipient& user, const NetCMEvent& event, Position at);
+// The same with the end of his use, behind which nothing comes.
+bool tell_ended(const Recipient& user, const NetCMEvent& event);
+void trace_response(const Recipient& user);
+
 // To every profile of every thread of a call that an event at that place is about: one event each, with
 // ProfileId set to the profile.
-void tell_everyone(CallKey key, Position at, NetCMEvent event);
+using Tell = bool (*)(const Recipient& user, const NetCMEvent& event);
+void tell_everyone(CallKey key, Position at, NetCMEvent event, Tell tell_one = tell_user);
 
 // Takes a profile out of its entry, and the thread out of the call when it has no other, with the trace of
 // it.
-void take_told(CallKey key, const Recipient& user);
+void take_told(const Recipient& user);
 
 // To every registered thread that has a callback; `then` is done with its kernel thread id after each.
 template <class Then>

@@ -1,5 +1,8 @@
 #include "client/CM/src/NetCMClientCore/Farewells.h"
 
+#include <sched.h>
+
+#include "common/Clock.h"
 #include "common/Trace.h"
 
 namespace quorvel {
@@ -13,7 +16,19 @@ int32_t next_call(Farewell& farewell) {
     return farewell.next_call();
 }
 
+// A callback that is just being called for the same thread comes first; one that takes its time is not waited
+// for.
+constexpr int32_t kOvertakingMs = 100;
+
+bool must_wait(const Farewell& farewell) {
+    const Lock lock(table_lock);
+    return farewell.next_is_being_told();
+}
+
 bool next_user(Farewell& farewell, Farewell::Recipient& to) {
+    const Deadline deadline = Deadline::in(kOvertakingMs);
+    while (must_wait(farewell) && deadline.left_ms() > 0)
+        sched_yield();
     const Lock lock(table_lock);
     return farewell.next_user(to);
 }

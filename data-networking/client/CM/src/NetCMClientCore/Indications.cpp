@@ -39,10 +39,10 @@ uint32_t for_indicated_call(const uint32_t* record, Change change, Use use) QV_R
     return use(indicated, changed);
 }
 
-void indicate(const Indicated& indicated, uint32_t type, void* reason) {
+void indicate(const Indicated& indicated, uint32_t type, void* reason, Tell tell_one = tell_user) {
     const uint32_t status = indicated.record.Status;
     tell_everyone(indicated.key, indicated.at,
-                  {type, -1, static_cast<int32_t>(status), reason_of(status, reason)});
+                  {type, -1, static_cast<int32_t>(status), reason_of(status, reason)}, tell_one);
 }
 
 }  // namespace
@@ -104,7 +104,7 @@ uint32_t NetCMClientProcesStopInd(const uint32_t* record) {
             return true;
         },
         [](Indicated& indicated, bool) -> uint32_t {
-            indicate(indicated, NETCM_EVENT_STOP_IND, &indicated.record.Word5);
+            indicate(indicated, NETCM_EVENT_STOP_IND, &indicated.record.Word5, tell_ended);
             const Lock lock(table_lock);
             if (const Call call = find(indicated.key))
                 end_uses(call, indicated.at);
@@ -146,8 +146,10 @@ uint32_t NetCMClientProcesIpChangeInd(const uint32_t* record) {
     }
     Users users(key, profile, event_position());
     Recipient user;
-    if (users.next(user))
-        tell_response(user.thread_index, user.callback, {NETCM_EVENT_IP_CHANGE_IND, profile, 0, &info});
+    if (users.next(user)) {
+        trace_response(user);
+        tell_user(user, {NETCM_EVENT_IP_CHANGE_IND, profile, 0, &info});
+    }
     return NETCM_SUCCESS;
 }
 

@@ -69,7 +69,7 @@ uint32_t NetCMClientProcesKillRsp(const uint32_t* record) {
     QV_TRACE(0, "Kill rsp for profile id : %d \n", profile);
     CallKey key = {-1, 0};
     if (find_killed(profile, key))
-        tell_everyone(key, kEverything, {NETCM_EVENT_STOP_IND, -1, kKilled, nullptr});
+        tell_everyone(key, kEverything, {NETCM_EVENT_STOP_IND, -1, kKilled, nullptr}, tell_ended);
 
     const NetCMEvent event = {NETCM_EVENT_KILL_RSP, profile, static_cast<int32_t>(response.Status),
                               reason_of(response.Status, &response.Word5)};

@@ -1,7 +1,6 @@
 #include "client/CM/src/NetCMClientCore/LocalAnswer.h"
 
 #include <cstdlib>
-#include <utility>
 
 #include "client/CM/src/NetCMClientCore/ConnectionRecord.h"
 #include "client/CM/src/NetCMClientCore/Delivery.h"
@@ -28,43 +27,43 @@ struct Asked {
 
 // What the table says of the use that is asked about.
 struct AskedUse {
-    int32_t entry = -1;  // -1: the call has ended, or the thread does not use it any more
-    CallKey key = {-1, 0};
-    Opening opening = Opening::Awaited;
-    NetCMEventCallback callback = nullptr;
+    bool found = false;  // not when the call has ended, or the thread does not use it any more
+    Recipient user = {};
     NetCMCallConnInfo details = {};
 };
 
-// Looked up once: from then on the open counts as answered.
-AskedUse take_use(const Asked& asked) {
+AskedUse look_up(const Asked& asked) {
     const Lock lock(table_lock);
-    AskedUse found;
-    found.key = asked.key();
-    const Call call = find(found.key);
+    AskedUse use;
+    use.user = {asked.key(), -1, asked.thread_index(), asked.profile(), Opening::Awaited, nullptr};
+    const Call call = find(use.user.key);
     if (!call)
-        return found;
-    found.entry = entry_holding(*call.record, asked.thread_index(), asked.profile());
-    if (found.entry < 0)
-        return found;
-    found.opening = std::exchange(use_of(call, found.entry, asked.profile())->opening, Opening::Answered);
-    found.callback = callback_of(asked.thread_index());
-    found.details = call.record->ConnInfo;
-    return found;
+        return use;
+    use.user.entry = entry_holding(*call.record, asked.thread_index(), asked.profile());
+    use.found = use.user.entry >= 0;
+    if (!use.found)
+        return use;
+    use.user.opening = use_of(call, use.user.entry, asked.profile())->opening;
+    use.user.callback = callback_of(asked.thread_index());
+    use.details = call.record->ConnInfo;
+    return use;
 }
 
-void tell_open(const AskedUse& use, int32_t profile) QV_REQUIRES(app_mutex) {
-    NetCMConnInfo info = deliverable(use.details, profile);
-    tell(use.callback, {NETCM_EVENT_OPEN_RSP, profile, 0, &info});
+bool tell_open(const AskedUse& use, bool once) {
+    NetCMConnInfo info = deliverable(use.details, use.user.profile);
+    const NetCMEvent event = {NETCM_EVENT_OPEN_RSP, use.user.profile, 0, &info};
+    return once ? tell_opened(use.user, event, kEverything) : tell_user(use.user, event);
 }
 
 void answer_open(const Asked& asked) QV_REQUIRES(app_mutex) {
-    const AskedUse use = take_use(asked);
+    const AskedUse use = look_up(asked);
+    const bool once = asked.generation != nullptr;
     // The server's own answer, or a close, may have come first.
-    if (use.entry < 0 || (asked.generation != nullptr && use.opening == Opening::Answered))
+    if (!use.found || (once && use.user.opening == Opening::Answered))
         return;
     QV_TRACE(0, "Found thread-profile entry in thread index [%d] \n", asked.thread_index());
-    tell_open(use, asked.profile());
-    QV_TRACE(0, "Response sent to the application \n");
+    if (tell_open(use, once))
+        QV_TRACE(0, "Response sent to the application \n");
 }
 
 // Takes the profile out of its entry. Whether the entry is empty then.
@@ -86,20 +85,21 @@ bool give_up(const Asked& asked, CallKey key) QV_REQUIRES(app_mutex) {
 }
 
 void answer_close(const Asked& asked) QV_REQUIRES(app_mutex) {
-    const AskedUse use = take_use(asked);
-    if (use.entry < 0) {
+    const AskedUse use = look_up(asked);
+    if (!use.found) {
         QV_TRACE(2, "Thread index not found... never come here\n");
         return;
     }
     // Nobody hears of the end before he has heard of the beginning.
-    if (use.opening == Opening::Due)
-        tell_open(use, asked.profile());
-    tell(use.callback, {NETCM_EVENT_CLOSE_RSP, asked.profile(), 0, nullptr});
+    if (use.user.opening == Opening::Due)
+        tell_open(use, true);
+    if (!tell_ended(use.user, {NETCM_EVENT_CLOSE_RSP, asked.profile(), 0, nullptr}))
+        return;
     QV_TRACE(0, "Response sent to the client \n");
-    if (!give_up(asked, use.key))
+    if (!give_up(asked, use.user.key))
         return;
     QV_TRACE(0, "Thread has no other active calls. Clear the thread index from call list\n");
-    stop_if_left(use.key, asked.profile());
+    stop_if_left(use.user.key, asked.profile());
 }
 
 void post_start(void* block, const uint32_t* generation) {

@@ -10,19 +10,6 @@ using namespace quorvel;
 
 namespace {
 
-// The use has been answered, and belongs to the connection from here on. False when it was answered before,
-// by the library itself.
-bool take_opening(CallKey key, const Recipient& user, Position at) {
-    const Lock lock(table_lock);
-    const Call call = find(key);
-    Use* const use = call ? use_of(call, user.entry, user.profile) : nullptr;
-    if (use == nullptr || use->opening == Opening::Answered)
-        return false;
-    use->opening = Opening::Answered;
-    use->began = std::min(use->began, at);
-    return true;
-}
-
 // Tells every thread that opened the profile on this call, not only the first.
 uint32_t start_succeeded(CallKey key, const wire::Record& response) QV_REQUIRES(app_mutex) {
     QV_TRACE(0, "PDP Activation is successful \n");
@@ -44,10 +31,13 @@ uint32_t start_succeeded(CallKey key, const wire::Record& response) QV_REQUIRES(
     }
     Users users(key, profile, kEverything);
     Recipient user;
-    while (users.next(user))
-        if (take_opening(key, user, at))
-            tell_response(user.thread_index, user.callback,
-                          {NETCM_EVENT_OPEN_RSP, profile, static_cast<int32_t>(response.Status), &info});
+    while (users.next(user)) {
+        // The library may have answered itself.
+        if (user.opening == Opening::Answered)
+            continue;
+        trace_response(user);
+        tell_opened(user, {NETCM_EVENT_OPEN_RSP, profile, static_cast<int32_t>(response.Status), &info}, at);
+    }
     return NETCM_SUCCESS;
 }
 
@@ -59,8 +49,8 @@ void begin_refusing(CallKey key, Position at) {
         begin_telling(call, at);
 }
 
-// What is left of a refused call. Should the server refuse its other profiles too, each by itself, their users are
-// still told; those of a connection that has been given the id since stay where they are.
+// What is left of a refused call. Should the server refuse its other profiles too, each by itself, their
+// users are still told; those of a connection that has been given the id since stay where they are.
 void free_refused(CallKey key, Position at) {
     Departure departure;
     const Lock lock(table_lock);
@@ -87,8 +77,9 @@ void start_failed(CallKey key, wire::Record response) QV_REQUIRES(app_mutex) {
     Users users(key, profile, at);
     Recipient user;
     while (users.next(user)) {
-        tell_response(user.thread_index, user.callback, event);
-        take_told(key, user);
+        trace_response(user);
+        tell_ended(user, event);
+        take_told(user);
     }
     free_refused(key, at);
 }
@@ -106,16 +97,16 @@ void sweep(CallKey key) {
 }
 
 // What a user is told who is stopped before the library's own answer to his open has reached him.
-void tell_open_before(CallKey key, const Recipient& user) QV_REQUIRES(app_mutex) {
-    if (user.opening != Opening::Due || !take_opening(key, user, kEverything))
+void tell_open_before(const Recipient& user) {
+    if (user.opening != Opening::Due)
         return;
     NetCMConnInfo info = {};
     {
         const Lock lock(table_lock);
-        if (const Call call = find(key))
+        if (const Call call = find(user.key))
             info = deliverable(call.record->ConnInfo, user.profile);
     }
-    tell(user.callback, {NETCM_EVENT_OPEN_RSP, user.profile, 0, &info});
+    tell_opened(user, {NETCM_EVENT_OPEN_RSP, user.profile, 0, &info}, kEverything);
 }
 
 }  // namespace
@@ -163,10 +154,10 @@ uint32_t NetCMClientProcesStopRsp(const uint32_t* record) {
     Users users(key, profile, event_position());
     Recipient user;
     if (users.next(user)) {
-        tell_open_before(key, user);
-        tell(user.callback, {NETCM_EVENT_CLOSE_RSP, profile, static_cast<int32_t>(response.Status),
-                             reason_of(response.Status, &response.Word5)});
-        take_told(key, user);
+        tell_open_before(user);
+        tell_ended(user, {NETCM_EVENT_CLOSE_RSP, profile, static_cast<int32_t>(response.Status),
+                          reason_of(response.Status, &response.Word5)});
+        take_told(user);
     }
     sweep(key);
     return NETCM_SUCCESS;

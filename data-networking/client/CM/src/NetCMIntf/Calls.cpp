@@ -209,12 +209,21 @@ int32_t entry_holding(const NetCMCallInfo& call, int32_t thread_index, int32_t p
 bool take_profile(const Call& call, int32_t entry, int32_t profile) {
     NetCMThreadProf& of_thread = call.record->ThreadProf[entry];
     const int32_t place = slot_of(of_thread, profile);
-    if (place >= 0)
+    if (place >= 0) {
         store(of_thread.ProfileId[place], -1);
+        call.life->uses[entry][place] = {};
+    }
     if (!holds_nothing(of_thread))
         return false;
     release(of_thread);
     return true;
+}
+
+void drop_told(NetCMCallInfo& record, const Connection& life) {
+    for (int32_t entry = 0; entry < NETCM_MAX_THREADS; ++entry)
+        for (int32_t place = 0; place < NETCM_MAX_PROFILES; ++place)
+            if (life.uses[entry][place].opening == Opening::Over)
+                record.ThreadProf[entry].ProfileId[place] = -1;
 }
 
 void begin_telling(const Call& call, Position at) {
@@ -225,9 +234,11 @@ void begin_telling(const Call& call, Position at) {
 }
 
 void end_uses(const Call& call, Position at) {
-    for_each_use(call, [&](NetCMThreadProf& entry, int32_t place, const Use& use) QV_REQUIRES(table_lock) {
-        if (use.began <= at)
-            store(entry.ProfileId[place], -1);
+    for_each_use(call, [&](NetCMThreadProf& entry, int32_t place, Use& use) QV_REQUIRES(table_lock) {
+        if (use.began > at)
+            return;
+        store(entry.ProfileId[place], -1);
+        use = {};
     });
     for (NetCMThreadProf& entry : call.record->ThreadProf)
         if (in_use(entry) && holds_nothing(entry))

@@ -25,7 +25,8 @@ enum class Ending : uint8_t {
 };
 
 // The answer to an open: the server's is awaited, the library's own is on its way, or it has been given.
-enum class Opening : uint8_t { Awaited, Due, Answered };
+// Over: the end has been told, too.
+enum class Opening : uint8_t { Awaited, Due, Answered, Over };
 
 // One profile of one thread.
 struct Use {
@@ -98,6 +99,8 @@ bool take_profile(const Call& call, int32_t entry, int32_t profile) QV_REQUIRES(
 
 // The users are being told of the end: nobody joins from now on.
 void begin_telling(const Call& call, Position at) QV_REQUIRES(table_lock);
+// Takes out of a record, which is a copy, whom the end has been told already.
+void drop_told(NetCMCallInfo& record, const Connection& life) QV_REQUIRES(table_lock);
 // Ends the uses that began before; what remains is a new connection. Frees the record when nothing does.
 void end_uses(const Call& call, Position at) QV_REQUIRES(table_lock);
 
@@ -130,6 +133,10 @@ void note_kill(int32_t profile, CallKey call) QV_REQUIRES(table_lock);
 // The connection of a kill that has been answered. False when no kill of the profile was asked for.
 bool take_kill(int32_t profile, CallKey& call) QV_REQUIRES(table_lock);
 
+// The thread, by its index, that is being told something of a call right now, by whoever holds the
+// application mutex; -1: none. The end of the server does not overtake that.
+inline constinit int32_t being_told QV_GUARDED_BY(table_lock) = -1;
+
 // Everything that the end of the server ends, taken out in one step. Told afterwards, without a lock.
 class Farewell {
   public:
@@ -148,6 +155,8 @@ class Farewell {
     };
     // The call's next user, who counts as told from then on.
     bool next_user(Recipient& to) QV_REQUIRES(table_lock);
+    // Whether that one is being told something else right now.
+    bool next_is_being_told() const QV_REQUIRES(table_lock);
 
     // Whether any farewell has still to be told to the thread with that kernel id; if so, its index.
     static bool waits_for(int32_t tid, int32_t& thread_index) QV_REQUIRES(table_lock);

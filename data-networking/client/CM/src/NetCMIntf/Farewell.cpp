@@ -69,10 +69,13 @@ bool Farewell::take_out() {
         const Call call = slot(index);
         if (load(call.record->InUse) != 1)
             continue;
-        calls_[count_++] = *call.record;
+        calls_[count_] = *call.record;
+        drop_told(calls_[count_++], *call.life);
         clean(call);
     }
     departed_ = take_departed();
+    for (Departed* one = departed_; one != nullptr; one = one->next)
+        drop_told(one->record, one->life);
     forget_pending_requests();
     return count_ != 0 || departed_ != nullptr;
 }
@@ -98,6 +101,15 @@ bool Farewell::next_user(Recipient& to) {
         to = {callback_of(index), profile};
         ++cursor_;
         return true;
+    }
+    return false;
+}
+
+bool Farewell::next_is_being_told() const {
+    for (int32_t place = cursor_; being_told != -1 && place < kPlaces; ++place) {
+        const auto [index, profile] = at_place(*call_, place);
+        if (index != -1 && profile != -1)
+            return index == being_told;
     }
     return false;
 }
