@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <stdexcept>
 #include <string>
@@ -63,7 +64,7 @@ Message query_message() {
 
 // The name of the alias makes up for what is missing to the length.
 Message answer_message() {
-    constexpr unsigned kAddresses = 4;
+    constexpr unsigned kAddresses = kHostAddresses;
     constexpr size_t kAddressRecordBytes = 2 + 10 + 4;
     Message message = header_and_question(0x8180, 1 + kAddresses);
     put16(message, 0xc00c);
@@ -92,6 +93,9 @@ Responder::Responder() {
     if (fd < 0 || bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
         throw std::system_error(errno, std::generic_category(), "the name server's socket");
     pid_ = start_helper([fd] {
+        constexpr size_t kIdBytes = 2;
+        constexpr size_t kHeaderBytes = 12;
+        const size_t query_bytes = query_message().size();
         Message answer = answer_message();
         uint8_t query[512];
         for (;;) {
@@ -99,10 +103,11 @@ Responder::Responder() {
             socklen_t length = sizeof peer;
             const ssize_t got =
                 recvfrom(fd, query, sizeof query, 0, reinterpret_cast<sockaddr*>(&peer), &length);
-            if (got < 12)
+            // Of another length, the question would move the names that the records refer to.
+            if (got != static_cast<ssize_t>(query_bytes))
                 continue;
-            answer[0] = query[0];
-            answer[1] = query[1];
+            std::copy_n(query, kIdBytes, answer.begin());
+            std::copy(query + kHeaderBytes, query + query_bytes, answer.begin() + kHeaderBytes);
             sendto(fd, answer.data(), answer.size(), 0, reinterpret_cast<const sockaddr*>(&peer), length);
         }
     });

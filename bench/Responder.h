@@ -1,4 +1,4 @@
-// A name server in a process of its own that gives one answer to whatever is asked.
+// A name server in a process of its own that knows one host, by every name as long as its own.
 #pragma once
 
 #include <sys/types.h>
@@ -10,6 +10,7 @@ namespace quorvel::bench {
 
 inline constexpr char kNameServer[] = "127.0.0.1";
 inline constexpr char kHostName[] = "www.some-service.example.org";
+inline constexpr int kHostAddresses = 4;
 
 using Message = std::vector<uint8_t>;
 
