@@ -22,7 +22,9 @@ bool is_met(const Result& result) {
 int digits(double value) {
     if (value >= 100)
         return 0;
-    return value >= 10 ? 1 : 2;
+    if (value >= 10)
+        return 1;
+    return value >= 0.1 ? 2 : 3;
 }
 
 std::string number(double value) {

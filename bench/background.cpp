@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string>
 
+#include "Ares.h"
 #include "Benchmarks.h"
 #include "Responder.h"
 #include "dns/src/NetDNSPrivate.h"
@@ -20,9 +21,6 @@ constexpr int kRounds = 41;
 constexpr int kTimes = 20;
 constexpr int kAtATime = 10;
 constexpr int32_t kProfile = 1;
-constexpr char kOurs[] = "ten in the background";
-constexpr char kThreads[] = "a new thread for each";
-constexpr char kFreeThreads[] = "the same, past the lookup mutex";
 
 // A semaphore that blocks at once: the standard library's tries for a while, which on one CPU takes the time
 // from what it waits for.
@@ -123,16 +121,33 @@ void look_up_in_new_threads(NthName nth_name, void* (*look_up_one)(void*)) {
     }
 }
 
-// All ways, beside each other in the report.
-void measure(Report& report, const char* title, NthName nth_name) {
+// What an application with an event loop does: no threads, everything in flight on one channel.
+void look_up_in_one_loop(Ares& channel, NthName nth_name, int addresses) {
+    for (int i = 0; i < kAtATime; ++i)
+        channel.ask(nth_name(++lookups).c_str(), addresses);
+    channel.wait();
+}
+
+// All ways, beside each other in the report. Each name has so many addresses.
+void measure(Report& report, const char* title, NthName nth_name, int addresses) {
     const auto in_new_threads = [=](void* (*look_up_one)(void*)) {
         return
             [=](int times) { return time_of(times, [=] { look_up_in_new_threads(nth_name, look_up_one); }); };
     };
+    const auto in_one_loop = [=](Ares& channel) {
+        return [=, &channel](int times) {
+            return time_of(times, [&] { look_up_in_one_loop(channel, nth_name, addresses); });
+        };
+    };
+    Ares ordinary(kHostsFileAndServer);
+    Ares leanest(kServerOnly, ARES_FLAG_STAYOPEN);
     const std::vector<Contestant> contestants{
-        {kOurs, [=](int times) { return time_of(times, [=] { look_up_in_background(nth_name); }); }},
-        {kThreads, in_new_threads(look_up)},
-        {kFreeThreads, in_new_threads(look_up_freely)},
+        {"a new thread for each", in_new_threads(look_up)},
+        {"the same, past the lookup mutex", in_new_threads(look_up_freely)},
+        {"ten in the background",
+         [=](int times) { return time_of(times, [=] { look_up_in_background(nth_name); }); }},
+        {"c-ares, one channel in one event loop", in_one_loop(ordinary)},
+        {"the same, no hosts file, its socket kept", in_one_loop(leanest)},
     };
     const std::vector<Rounds> rounds = interleave(contestants, kRounds, kTimes);
     report.begin(title);
@@ -144,10 +159,10 @@ void measure(Report& report, const char* title, NthName nth_name) {
 void measure_background(Report& report) {
     const Responder responder;
     const Connection connection;
-    measure(report, "Ten lookups at a time in the background, from a server", name_for_the_server);
-    report.set_bar(kThreads, Bar::AtLeast, 1.3);
+    measure(report, "Ten lookups at a time in the background, from a server", name_for_the_server,
+            kHostAddresses);
     measure(report, "Ten lookups at a time in the background, answered without a server",
-            name_of_this_machine);
+            name_of_this_machine, 1);
 }
 
 }  // namespace quorvel::bench
