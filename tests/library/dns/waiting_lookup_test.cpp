@@ -268,6 +268,30 @@ TEST_F(WaitingLookup, a_thread_with_the_application_mutex_does_not_wait_for_one_
     EXPECT_TRUE(other.get());
 }
 
+// Also between its tries nobody comes in: the buffer is one thread's for the whole call.
+TEST_F(WaitingLookup, another_thread_does_not_come_between_the_tries) {
+    open_profile("lo", "127.0.0.1");
+    Responder responder(answer_in_long(1, 10));
+    std::future<bool> other;
+    const auto hook = trace::on_line([&](const TraceLine& line) {
+        if (other.valid() || line.text != "Request to get hostname \n" || trace::count(line.text) != 2)
+            return;
+        std::promise<int32_t> thread;
+        std::future<int32_t> id = thread.get_future();
+        other = std::async(std::launch::async, [thread = std::move(thread)]() mutable {
+            thread.set_value(static_cast<int32_t>(gettid()));
+            return NetDNSGetHostByName(kProfile, "other.example") != nullptr;
+        });
+        EXPECT_TRUE(trace::wait_for(trace::text("Mutex unlocked by thread [%d] \n", id.get())));
+    });
+    EXPECT_NE(NetDNSGetHostByName(kProfile, kLongName.c_str()), nullptr);
+    ASSERT_TRUE(other.valid());
+    EXPECT_TRUE(other.get());
+    EXPECT_TRUE(trace::contains_in_order({"Not enough memory \n",
+                                          "Host [" + kLongName + "] successfully added to the list\n",
+                                          "Finding host[other.example] in cache\n"}));
+}
+
 TEST_F(WaitingLookup, a_life_time_runs_out) {
     open_profile("lo", "127.0.0.1");
     Responder responder(answer_with("192.0.2.1", 2));

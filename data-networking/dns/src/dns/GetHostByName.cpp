@@ -1,9 +1,11 @@
 // A lookup whose caller waits, into one buffer for all threads.
+#include <atomic>
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
+#include "common/CancelHold.h"
 #include "common/Lock.h"
 #include "common/Trace.h"
 #include "dns/src/HostBuilder.h"
@@ -14,10 +16,10 @@ using namespace quorvel;
 
 namespace {
 
-// Kept for the whole process: the last result points into it.
+// Kept for the whole process: the last result points into it. Where it is can be read without the lock.
 struct SharedBuffer {
-    char* bytes = nullptr;
-    int allocated = 0;
+    std::atomic<char*> bytes{nullptr};
+    std::atomic<int> allocated{0};
     int size = 0;  // 0 when it could not be made as large as it had to be
 };
 
@@ -31,7 +33,8 @@ bool resize(int size) QV_REQUIRES(lookup_lock) {
     auto* bytes = static_cast<char*>(realloc(shared.bytes, static_cast<size_t>(size)));
     if (bytes == nullptr)
         return false;
-    shared = {bytes, size, size};
+    shared.bytes = bytes;
+    shared.allocated = shared.size = size;
     return true;
 }
 
@@ -42,24 +45,41 @@ bool clear(int size) QV_REQUIRES(lookup_lock) {
     return true;
 }
 
-bool is_in_buffer(const char* text) QV_REQUIRES(lookup_lock) {
-    const auto begin = reinterpret_cast<uintptr_t>(shared.bytes);
+// Whether the text is a part of the last result. The lock would be waited for as long as another thread's
+// lookup takes, and that thread ends the result anyway.
+bool is_in_buffer(const char* text) QV_NO_THREAD_SAFETY_ANALYSIS {
+    const auto begin = reinterpret_cast<uintptr_t>(shared.bytes.load());
     const auto at = reinterpret_cast<uintptr_t>(text);
-    return at >= begin && at - begin < static_cast<size_t>(shared.allocated);
+    return at >= begin && at - begin < static_cast<size_t>(shared.allocated.load());
 }
 
-// The last result ends here, whatever becomes of this call. A name that was taken from it is empty now, and
-// its memory may have moved.
-bool forget_last_result(const char*& hostname) {
+// Without a buffer nothing is asked and nothing is traced. Once there is one it stays, which needs no lock.
+bool has_buffer() QV_NO_THREAD_SAFETY_ANALYSIS {
+    if (shared.bytes.load() != nullptr)
+        return true;
     const Lock lock(lookup_lock);
-    if (is_in_buffer(hostname))
-        hostname = "";
-    return clear(kFirstHostBuffer);
+    return resize(kFirstHostBuffer);
 }
 
-int resolve_into_shared(const Route& route, const char* hostname, int size, hostent** result) {
-    const Lock lock(lookup_lock);
-    return clear(size) ? resolve(route, hostname, result, shared.bytes, size) : kInvalid;
+int find_route_of(int profile_id, const char* hostname, Route& route) {
+    if (hostname != nullptr)
+        return find_route(profile_id, hostname, route);
+    QV_TRACE(5, "Invalid parameter passed  hostname\n");
+    return kInvalid;
+}
+
+// All tries, each in a buffer of twice the size.
+hostent* resolve_into_shared(const Route& route, const char* hostname) QV_REQUIRES(lookup_lock) {
+    for (int size = kFirstHostBuffer; clear(size); size *= 2) {
+        // The route is that of the first try, but each of them begins with the line of a request.
+        if (size > kFirstHostBuffer && !route.local)
+            QV_TRACE(0, "Request to get hostname \n");
+        hostent* host = nullptr;
+        const int code = resolve(route, hostname, &host, shared.bytes, size);
+        if (code != kBufferTooSmall || size > INT_MAX / 2)
+            return code == kResolved ? host : nullptr;
+    }
+    return nullptr;
 }
 
 }  // namespace
@@ -67,27 +87,25 @@ int resolve_into_shared(const Route& route, const char* hostname, int size, host
 // The lock may be another thread's, which is not in this process.
 void quorvel::forget_result_in_child() QV_NO_THREAD_SAFETY_ANALYSIS {
     lookup_lock.unlock();
-    shared = {};
+    shared.bytes = nullptr;
+    shared.allocated = shared.size = 0;
 }
 
-// The lock is not yet held while the connection manager is asked: a callback of the application, which holds
-// the connection manager's mutex, may call this function too, and the two would wait for each other.
+// The connection manager is asked before the lookup holds its lock: a callback of the application, which
+// holds the connection manager's mutex, may call this function too, and the two would wait for each other.
 extern "C" struct hostent* NetDNSGetHostByName(int profile_id, const char* hostname) {
-    if (!forget_last_result(hostname))
+    const CancelHold hold;
+    if (!has_buffer())
         return nullptr;
-    if (hostname == nullptr) {
-        QV_TRACE(5, "Invalid parameter passed  hostname\n");
-        return nullptr;
-    }
-    for (int size = kFirstHostBuffer;; size *= 2) {
-        Route route;
-        if (find_route(profile_id, hostname, route) != kResolved)
-            return nullptr;
-        hostent* host = nullptr;
-        const int code = resolve_into_shared(route, hostname, size, &host);
-        if (code != kBufferTooSmall)
-            return code == kResolved ? host : nullptr;
-        if (size > INT_MAX / 2)
-            return nullptr;
-    }
+    // The last result ends with this call: a name that was taken from it is empty now, and its memory may
+    // move.
+    if (is_in_buffer(hostname))
+        hostname = "";
+    Route route;
+    const bool found = find_route_of(profile_id, hostname, route) == kResolved;
+    const Lock lock(lookup_lock);
+    if (found)
+        return resolve_into_shared(route, hostname);
+    clear(kFirstHostBuffer);
+    return nullptr;
 }
