@@ -13,11 +13,12 @@
  *  3. Ownership. A buffer that is passed in belongs to the caller. NetDNSGetHostByName alone returns memory of
  *     the library's: do not free it. The hostent of a callback is gone when the callback returns.
  *  4. What blocks. Asking one DNS server takes at most two attempts of 2 seconds each. NetDNSGetHostByName asks
- *     two servers, one after the other, and serves one thread at a time. NetDNSGetHostByNameAsync and the cache
- *     never wait for a server.
+ *     two servers, one after the other; an answer that does not fit into its buffer is asked for again, with twice
+ *     the room. It serves one thread at a time. NetDNSGetHostByNameAsync and the cache never wait for a server. No
+ *     other lock of the resolver is held while it waits for anything, traces a line or calls back.
  *  5. Callbacks run on a thread of the library's own, one per host name, with no lock held: a callback may call
- *     any function of the library, and holds up only the other requests for the same name. The thread has a
- *     stack of 1 MiB.
+ *     any function of the library, and holds up only the other requests for the same name. It must return: ending
+ *     the thread in it (pthread_exit) and jumping out of it are forbidden, as they are in the sink of the traces.
  *  6. Threads. Every function may be called from any thread. Each query seeds the C library's generator with
  *     the time (srand) and draws its id from it (rand).
  *  7. The cache is one per process, for all profiles. It keeps 10 host names, those used last. It is emptied
@@ -25,6 +26,12 @@
  *  8. Every descriptor that the library opens is close-on-exec and above 2, and no SIGPIPE leaves the library.
  *  9. The environment variable QVDNS_DEBUG, a decimal number, is read at every lookup. Above 2, the packets sent
  *     and received are traced byte by byte.
+ * 10. Cancellation. A thread that is cancelled (pthread_cancel, deferred) while it is in one of these functions is
+ *     cancelled at the first cancellation point after it has returned; get_dns_result_fron_cache, which waits for
+ *     nothing, may end in the sink of the traces. A callback's thread cannot be cancelled.
+ * 11. Fork. The child has a resolver that has never been used: no lookup is under way, no request is outstanding,
+ *     and no callback comes for one of the parent's, also where the callback itself has forked; the cache is empty,
+ *     and no result of the parent's is valid.
  */
 #ifndef QUORVEL_NETDNS_H
 #define QUORVEL_NETDNS_H

@@ -3,12 +3,14 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
+#include "common/CancelHold.h"
 #include "common/Lock.h"
 #include "common/Process.h"
 #include "common/Trace.h"
 #include "dns/src/InChild.h"
-#include "dns/src/NetDNSPrivate.h"
+#include "dns/src/Queries.h"
 
 using namespace quorvel;
 
@@ -74,7 +76,7 @@ void join(InProgress& node, uint32_t id) {
         }
 }
 
-InProgress* new_node(const char* hostname, uint32_t id) {
+InProgress* new_node(const char* hostname) {
     auto* node = static_cast<InProgress*>(calloc(1, sizeof(InProgress)));
     char* copy = node != nullptr ? strdup(hostname) : nullptr;
     if (copy == nullptr) {
@@ -82,29 +84,55 @@ InProgress* new_node(const char* hostname, uint32_t id) {
         return nullptr;
     }
     node->hostname = copy;
-    node->ids[0] = id;
     return node;
 }
 
-// Takes the name out of the list: those who wait for it, none when the name is not there.
-Ids unlink_node(const char* hostname) QV_REQUIRES(query_lock) {
+void free_node(InProgress* node) {
+    if (node != nullptr)
+        free(node->hostname);
+    free(node);
+}
+
+// Takes the name out of the list; null when it is not there.
+InProgress* take_out(const char* hostname) QV_REQUIRES(query_lock) {
     InProgress** link = find(hostname);
     InProgress* node = *link;
+    if (node != nullptr)
+        *link = node->next;
+    return node;
+}
+
+// Those who wait for the name, none when it is not in the list; they do not wait any more.
+Ids take_waiting(const char* hostname) {
+    InProgress* node = nullptr;
+    {
+        const Lock lock(query_lock);
+        node = take_out(hostname);
+    }
     if (node == nullptr)
         return {};
     const Ids ids = node->ids;
-    *link = node->next;
-    free(node->hostname);
-    free(node);
+    free_node(node);
     return ids;
 }
 
-Ids take_waiting(const char* hostname) {
-    const Lock lock(query_lock);
-    const Ids ids = unlink_node(hostname);
-    if (ids[0] != 0)
-        QV_TRACE(2, "Delete from query progress list, hostname[%s]\n", hostname);
-    return ids;
+// Takes the node over when the request is the first for its name.
+Entry enter(const char* hostname, InProgress*& node, DnsCallback callback) QV_REQUIRES(query_lock) {
+    const uint32_t id = assign_id(callback);
+    if (id == 0)
+        return {};
+    if (hostname == nullptr)
+        return {Entry::As::Nameless, id};
+    if (InProgress* running = *find(hostname); running != nullptr) {
+        join(*running, id);
+        return {Entry::As::Joined, id};
+    }
+    if (node == nullptr)
+        return {Entry::As::Forgotten, id};
+    node->ids[0] = id;
+    node->next = head;
+    head = std::exchange(node, nullptr);
+    return {Entry::As::First, id};
 }
 
 template <class Value>
@@ -123,42 +151,64 @@ void quorvel::forget_queries_in_child() QV_NO_THREAD_SAFETY_ANALYSIS {
         slot.in_use.store(0, std::memory_order_relaxed);
 }
 
+Entry quorvel::enter_query(const char* hostname, unsigned int* dnsid, DnsCallback callback) {
+    InProgress* node = hostname != nullptr ? new_node(hostname) : nullptr;
+    Entry entry;
+    {
+        const Lock lock(query_lock);
+        entry = enter(hostname, node, callback);
+        if (entry.as != Entry::As::Refused)
+            store(dnsid, entry.id);
+    }
+    free_node(node);
+    return entry;
+}
+
+void quorvel::trace_entry(const char* hostname, const Entry& entry) {
+    if (entry.as == Entry::As::Refused)
+        return;
+    QV_TRACE(2, "assign dnsid= %d\n", static_cast<int>(entry.id));
+    if (entry.as == Entry::As::Joined)
+        QV_TRACE(2, "Query is in progress for the host : %s\n", hostname);
+    else if (entry.as == Entry::As::Forgotten)
+        QV_TRACE(4, "Failed to allocate memory for ptr\n");
+    else if (entry.as == Entry::As::First)
+        QV_TRACE(2, "Add to query progress list hostname[%s], dnsid[%d]\n", hostname,
+                 static_cast<int>(entry.id));
+}
+
+void quorvel::drop_query(const char* hostname) {
+    for (const uint32_t id : take_waiting(hostname))
+        if (id != 0)
+            free_slot(id);
+}
+
+void quorvel::trace_dropped(const char* hostname) {
+    QV_TRACE(4, "Failed to resolve host [%s]  because thread creation failed\n", hostname);
+}
+
 extern "C" {
 
 int UpdateQueryList(const char* hostname, unsigned int* dnsid, unsigned short* in_progress,
                     DnsCallback callback) {
-    const Lock lock(query_lock);
-    const uint32_t id = assign_id(callback);
-    if (id == 0)
+    const CancelHold hold;
+    const Entry entry = enter_query(hostname, dnsid, callback);
+    if (entry.as == Entry::As::Refused)
         return 0;
-    store(dnsid, id);
-    QV_TRACE(2, "assign dnsid= %d\n", static_cast<int>(id));
-    store<unsigned short>(in_progress, 0);
-    if (hostname == nullptr)
-        return 1;
-    if (InProgress* node = *find(hostname); node != nullptr) {
-        QV_TRACE(2, "Query is in progress for the host : %s\n", hostname);
-        join(*node, id);
-        store<unsigned short>(in_progress, 1);
-        return 1;
-    }
-    InProgress* node = new_node(hostname, id);
-    if (node == nullptr) {
-        // The id stays assigned and the query runs for nobody.
-        QV_TRACE(4, "Failed to allocate memory for ptr\n");
-        return 1;
-    }
-    QV_TRACE(2, "Add to query progress list hostname[%s], dnsid[%d]\n", hostname, static_cast<int>(id));
-    node->next = head;
-    head = node;
+    store<unsigned short>(in_progress, entry.as == Entry::As::Joined ? 1 : 0);
+    trace_entry(hostname, entry);
     return 1;
 }
 
 void send_query_result(const char* hostname, struct hostent* result) {
     if (hostname == nullptr)
         return;
+    const CancelHold hold;
     const uint32_t forks = forks_behind();
-    for (const uint32_t id : take_waiting(hostname)) {
+    const Ids ids = take_waiting(hostname);
+    if (ids[0] != 0)
+        QV_TRACE(2, "Delete from query progress list, hostname[%s]\n", hostname);
+    for (const uint32_t id : ids) {
         // In the child of a fork that a callback has made nobody waits any more.
         if (id == 0 || forks != forks_behind())
             break;
@@ -176,11 +226,9 @@ void send_query_result(const char* hostname, struct hostent* result) {
 void AbortDnsQuery(const char* hostname) {
     if (hostname == nullptr)
         return;
-    QV_TRACE(4, "Failed to resolve host [%s]  because thread creation failed\n", hostname);
-    const Lock lock(query_lock);
-    for (const uint32_t id : unlink_node(hostname))
-        if (id != 0)
-            free_slot(id);
+    const CancelHold hold;
+    trace_dropped(hostname);
+    drop_query(hostname);
 }
 
 }  // extern "C"

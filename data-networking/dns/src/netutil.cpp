@@ -14,6 +14,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "common/CancelHold.h"
 #include "common/Descriptor.h"
 #include "common/KeepErrno.h"
 #include "common/Trace.h"
@@ -88,6 +89,7 @@ void dns_getenv(void) {
 }
 
 int dns_socket(int udp, const char* ifname) {
+    const CancelHold hold;
     const int kind = udp != 0 ? SOCK_DGRAM : SOCK_STREAM;
     const int fd = at_least(kLowestDescriptor, socket(AF_INET, kind | SOCK_CLOEXEC, 0));
     if (fd < 0) {
@@ -105,6 +107,7 @@ int dns_socket(int udp, const char* ifname) {
 }
 
 int dns_connect(int fd, const char* server, int port) {
+    const CancelHold hold;
     const in_addr_t address = server != nullptr ? inet_addr(server) : INADDR_NONE;
     if (address == INADDR_NONE) {
         QV_TRACE(4, "inet_addr() failed\n");
@@ -124,6 +127,7 @@ int dns_connect(int fd, const char* server, int port) {
 }
 
 int dns_send(int fd, const void* buf, int len) {
+    const CancelHold hold;
     const ssize_t sent = repeat_when_interrupted([=]() -> ssize_t {
         // To the kernel a negative length would be a very long one.
         if (len < 0) {
@@ -141,6 +145,7 @@ int dns_send(int fd, const void* buf, int len) {
 }
 
 int dns_poll(int fd, int timeout_ms) {
+    const CancelHold hold;
     pollfd waiting{fd, POLLIN | POLLERR, 0};
     const int result = poll_to_the_end(waiting, timeout_ms);
     if (result < 0) {
@@ -156,6 +161,7 @@ int dns_poll(int fd, int timeout_ms) {
 }
 
 int dns_recv(int fd, void* buf, int len) {
+    const CancelHold hold;
     if (fd < 1 || buf == nullptr || len <= 0) {
         QV_TRACE(4, "dns_recv() : Invalid Parameter\n");
         return -1;
@@ -171,6 +177,7 @@ int dns_recv(int fd, void* buf, int len) {
 }
 
 int dns_close(int fd) {
+    const CancelHold hold;
     close(fd);
     return 1;
 }

@@ -1,6 +1,7 @@
 // Lookups in the background, whole.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -233,6 +234,29 @@ TEST_F(Background, a_callback_may_look_up_and_wait) {
     });
     Request("www.example", callbacks::note_and_continue);
     EXPECT_TRUE(found.get_future().get());
+}
+
+TEST_F(Background, a_callback_has_the_stack_of_any_thread) {
+    std::promise<size_t> stack;
+    callbacks::continue_with([&](hostent*, unsigned) {
+        pthread_attr_t attributes;
+        size_t size = 0;
+        int state = -1;
+        pthread_getattr_np(pthread_self(), &attributes);
+        pthread_attr_getstacksize(&attributes, &size);
+        pthread_attr_getdetachstate(&attributes, &state);
+        pthread_attr_destroy(&attributes);
+        EXPECT_EQ(state, PTHREAD_CREATE_DETACHED);
+        stack.set_value(size);
+    });
+    Request("localhost", callbacks::note_and_continue);
+    pthread_attr_t defaults;
+    size_t size = 0;
+    pthread_getattr_default_np(&defaults);
+    pthread_attr_getstacksize(&defaults, &size);
+    pthread_attr_destroy(&defaults);
+    // The C library takes a few pages off for itself.
+    EXPECT_NEAR(static_cast<double>(stack.get_future().get()), static_cast<double>(size), 65536.0);
 }
 
 TEST_F(Background, a_result_of_any_length_is_delivered) {

@@ -3,10 +3,12 @@
 
 #include <cerrno>
 
+#include "common/CancelHold.h"
 #include "common/Lock.h"
 #include "common/Process.h"
 #include "common/Trace.h"
 #include "dns/src/InChild.h"
+#include "dns/src/Queries.h"
 #include "dns/src/dns/Lookup.h"
 #include "dns/src/dns/Worker.h"
 
@@ -15,10 +17,6 @@ using namespace quorvel;
 namespace {
 
 constexpr int kMostWorkers = 10;
-
-// Ten stacks of this size stay in the C library's cache, ten of the default size do not: each worker would
-// then pay for mapping its own anew. It leaves an application's callback room to work in.
-constexpr size_t kWorkerStack = 1024 * 1024;
 
 // Taken before the query manager's lock, and held while a request is set up.
 Mutex worker_lock;
@@ -30,33 +28,82 @@ int start_detached(QueryRecord* record, pthread_t& thread) {
     if (result != 0)
         return result;
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    pthread_attr_setstacksize(&attributes, kWorkerStack);
     result = pthread_create(&thread, &attributes, resolve_in_background, record);
     pthread_attr_destroy(&attributes);
     return result;
 }
 
-int give_up(QueryRecord* record) {
-    AbortDnsQuery(record->hostname);
-    free_query_record(record);
-    return 0;
-}
+// What has become of a request, to be traced when the lock is free again: the sink may take its time, and may
+// ask for a name itself.
+struct Request {
+    const char* hostname;
+    Entry entry;
+    Missing missing = Missing::Nothing;
+    QueryRecord* record = nullptr;
+    enum { NotTried, Running, TooMany, NoThread } thread = NotTried;
+    int number = 0;  // of the thread, of the workers, of the error
+};
 
-int start_worker(QueryRecord* record) QV_REQUIRES(worker_lock) {
+void start_worker(Request& request) QV_REQUIRES(worker_lock) {
     if (workers >= kMostWorkers) {
-        give_up(record);
-        QV_TRACE(4, "Failed to create thread, reached max threads count [%d]\n", workers);
-        return 0;
+        request.thread = Request::TooMany;
+        request.number = workers;
+        drop_query(request.hostname);
+        return;
     }
     pthread_t thread{};
-    const int result = start_detached(record, thread);
-    if (result != 0) {
-        QV_TRACE(4, "Failed to create thread, errno [%d] \n", result);
-        return give_up(record);
+    const int error = start_detached(request.record, thread);
+    if (error != 0) {
+        request.thread = Request::NoThread;
+        request.number = error;
+        drop_query(request.hostname);
+        return;
     }
-    QV_TRACE(2, "Thread created successfully, threadid [%d]\n", static_cast<int>(thread));
+    request.thread = Request::Running;
+    request.number = static_cast<int>(thread);
     ++workers;
-    return 1;
+}
+
+void set_up(Request& request, int profile_id, DnsCallback callback, unsigned int* dnsid) {
+    const Lock lock(worker_lock);
+    request.entry = enter_query(request.hostname, dnsid, callback);
+    if (request.entry.as == Entry::As::Refused || request.entry.as == Entry::As::Joined)
+        return;
+    // Without a record the id and the name just entered stay, and later requests for the name join them.
+    request.record = new_query_record(profile_id, request.hostname, request.missing);
+    if (request.record != nullptr)
+        start_worker(request);
+}
+
+void trace_missing(Missing missing) {
+    if (missing == Missing::Record)
+        QV_TRACE(4, "Failed to allocate memory for query_host\n");
+    else if (missing == Missing::Name)
+        QV_TRACE(4, "Failed to allocate memory for query_host->hostname\n");
+}
+
+// Traces what has become of the request, and lets its worker go. Returns whether it was accepted.
+bool announce(Request& request) {
+    trace_entry(request.hostname, request.entry);
+    switch (request.thread) {
+        case Request::NotTried:
+            trace_missing(request.missing);
+            return request.entry.as == Entry::As::Joined;
+        case Request::Running:
+            let_go(request.record);
+            QV_TRACE(2, "Thread created successfully, threadid [%d]\n", request.number);
+            return true;
+        case Request::TooMany:
+            trace_dropped(request.hostname);
+            QV_TRACE(4, "Failed to create thread, reached max threads count [%d]\n", request.number);
+            break;
+        case Request::NoThread:
+            QV_TRACE(4, "Failed to create thread, errno [%d] \n", request.number);
+            trace_dropped(request.hostname);
+            break;
+    }
+    free_query_record(request.record);
+    return false;
 }
 
 }  // namespace
@@ -75,22 +122,18 @@ void quorvel::forget_workers_in_child() QV_NO_THREAD_SAFETY_ANALYSIS {
 
 extern "C" int NetDNSGetHostByNameAsync(int profile_id, const char* hostname, DnsCallback callback,
                                         unsigned int* dnsid) {
+    const CancelHold hold;
     if (hostname == nullptr || callback == nullptr || dnsid == nullptr || profile_id <= 0) {
         QV_TRACE(5, "Invalid argument passed\n");
         return 0;
     }
     if (!is_acceptable(profile_id, hostname))
         return 0;
-    const Lock lock(worker_lock);
-    unsigned short in_progress = 0;
-    if (UpdateQueryList(hostname, dnsid, &in_progress, callback) == 0) {
+    Request request{.hostname = hostname, .entry = {}};
+    set_up(request, profile_id, callback, dnsid);
+    if (request.entry.as == Entry::As::Refused) {
         QV_TRACE(4, "Failed to update query list\n");
         return 0;
     }
-    if (in_progress != 0)
-        return 1;
-    QueryRecord* record = new_query_record(profile_id, hostname);
-    if (record == nullptr)
-        return 0;  // the id and the name just entered stay, and later requests for the name join them
-    return start_worker(record);
+    return announce(request) ? 1 : 0;
 }

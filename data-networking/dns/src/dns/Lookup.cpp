@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cerrno>
 
+#include "common/CancelHold.h"
 #include "common/Trace.h"
 #include "dns/src/InChild.h"
 
@@ -50,6 +51,7 @@ hostent* ask_server(in_addr_t address, const Route& route, const char* hostname,
 }
 
 int ask_servers(const Route& route, const char* hostname, hostent** result, Buffer buffer) {
+    int error = errno;  // of the last server; what it was where there is none
     QV_TRACE(2, "Host not found in cache, Querying...");
     int herr = 0;
     for (const in_addr_t address : route.servers) {
@@ -58,12 +60,13 @@ int ask_servers(const Route& route, const char* hostname, hostent** result, Buff
         *result = ask_server(address, route, hostname, buffer, herr);
         if (*result != nullptr)
             return kResolved;
-        if (errno == ERANGE) {
+        error = errno;
+        if (error == ERANGE) {
             QV_TRACE(4, "Not enough memory \n");
             return kBufferTooSmall;
         }
     }
-    QV_TRACE(4, "errno: %d, herr: %d\n", errno, herr);
+    QV_TRACE(4, "errno: %d, herr: %d\n", error, herr);
     return kNotFound;
 }
 
@@ -92,6 +95,7 @@ extern "C" int ps_gethostbyname_r(int profile_id, const char* hostname, struct h
         QV_TRACE(5, "Invalid parameter passed  hostname\n");
         return kInvalid;
     }
+    const CancelHold hold;
     *result = nullptr;
     Route route;
     const int code = find_route(profile_id, hostname, route);

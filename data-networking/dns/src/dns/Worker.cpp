@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/CancelHold.h"
 #include "common/Process.h"
 #include "common/Trace.h"
 #include "dns/src/HostBuilder.h"
@@ -51,6 +52,10 @@ void deliver(const QueryRecord& query, char*& buffer) {
     send_query_result(query.hostname, nullptr);
 }
 
+void wait_until_let_go(QueryRecord& query) {
+    const Lock lock(query.held);
+}
+
 void run(const QueryRecord& query) {
     auto* buffer = static_cast<char*>(malloc(kFirstHostBuffer));
     if (buffer == nullptr) {
@@ -63,20 +68,27 @@ void run(const QueryRecord& query) {
 
 }  // namespace
 
-QueryRecord* new_query_record(int profile_id, const char* hostname) {
-    auto* record = static_cast<QueryRecord*>(malloc(sizeof(QueryRecord)));
-    if (record == nullptr) {
-        QV_TRACE(4, "Failed to allocate memory for query_host\n");
+// The lock of a new record is held, and not by the thread that will give it back as far as the compiler sees.
+QueryRecord* new_query_record(int profile_id, const char* hostname,
+                              Missing& missing) QV_NO_THREAD_SAFETY_ANALYSIS {
+    missing = Missing::Record;
+    auto* record = static_cast<QueryRecord*>(calloc(1, sizeof(QueryRecord)));
+    if (record == nullptr)
         return nullptr;
-    }
     record->profile_id = profile_id;
     record->hostname = strdup(hostname);
     if (record->hostname == nullptr) {
-        QV_TRACE(4, "Failed to allocate memory for query_host->hostname\n");
+        missing = Missing::Name;
         free(record);
         return nullptr;
     }
+    missing = Missing::Nothing;
+    record->held.lock();
     return record;
+}
+
+void let_go(QueryRecord* record) QV_NO_THREAD_SAFETY_ANALYSIS {
+    record->held.unlock();
 }
 
 void free_query_record(QueryRecord* record) {
@@ -85,9 +97,11 @@ void free_query_record(QueryRecord* record) {
 }
 
 void* resolve_in_background(void* record) {
+    const CancelHold hold;
     const uint32_t forks = forks_behind();
     if (record != nullptr) {
         auto* query = static_cast<QueryRecord*>(record);
+        wait_until_let_go(*query);
         run(*query);
         free_query_record(query);
     }

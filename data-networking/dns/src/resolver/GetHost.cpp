@@ -5,6 +5,7 @@
 #include <climits>
 #include <cstring>
 
+#include "common/CancelHold.h"
 #include "common/Trace.h"
 #include "dns/src/HostBuilder.h"
 #include "dns/src/resolver/Name.h"
@@ -48,6 +49,7 @@ extern "C" {
 
 struct hostent* dnet_gethostbyname_r(const char* server, const char* ifname, const char* name, char* buf,
                                      int buflen, int* h_errnop, unsigned int* ttlp, int* neededp) {
+    const CancelHold hold;
     dns_getenv();
     const ErrorCode error(h_errnop);
     if (name == nullptr) {
@@ -64,6 +66,7 @@ struct hostent* dnet_gethostbyname_r(const char* server, const char* ifname, con
 struct hostent* dnet_gethostbyaddr_r(const char* server, const char* ifname, const char* addr, int addrlen,
                                      int /*type*/, char* buf, int buflen, int* h_errnop, unsigned int* ttlp,
                                      int* neededp) {
+    const CancelHold hold;
     dns_getenv();
     QV_TRACE(2, "Beginning of gethostbyaddr_r\n");
     const ErrorCode error(h_errnop);
