@@ -93,7 +93,9 @@ int NetDNSGetHostByNameAsync(int profile_id, const char *hostname,
  *   neededp    receives the needed length (rule 2); may be null. Not written when no answer was received
  *
  * Returns `buf` as a hostent, or null. The name is the owner of the first A record, the aliases are the owners
- * of the CNAME records; an answer with neither gives a host whose h_name is null. On null:
+ * of the CNAME records; an answer with neither gives a host whose h_name is null. When an answer does not fit, or
+ * cannot be read to its end, `buf` holds the hostent as far as it came: h_name is null or stored, and the arrays that
+ * `buf` has room for end behind what was stored. On null:
  *
  *   error code              errno    cause
  *   NETDB_INTERNAL (-1)     EINVAL   `name` is null, too long, or has an empty or too long label

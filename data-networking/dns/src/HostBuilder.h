@@ -37,12 +37,16 @@ class HostBuilder {
 
     // The fixed part; like every step below it fails when the buffer is too small.
     bool begin() {
-        if (!take(kAliasesAt) || !take(kAddressesAt - kAliasesAt) || !take(kHostDataAt - kAddressesAt))
+        if (!take(kAliasesAt))
+            return false;
+        host_.h_aliases = reinterpret_cast<char**>(buffer_ + kAliasesAt);
+        if (!take(kAddressesAt - kAliasesAt))
+            return false;
+        host_.h_addr_list = reinterpret_cast<char**>(buffer_ + kAddressesAt);
+        if (!take(kHostDataAt - kAddressesAt))
             return false;
         host_.h_addrtype = AF_INET;
         host_.h_length = kAddressBytes;
-        host_.h_aliases = reinterpret_cast<char**>(buffer_ + kAliasesAt);
-        host_.h_addr_list = reinterpret_cast<char**>(buffer_ + kAddressesAt);
         return true;
     }
 
@@ -87,14 +91,31 @@ class HostBuilder {
     int needed() const { return static_cast<int>(std::min<size_t>(needed_, INT_MAX)); }
 
     hostent* finish() {
+        end_arrays();
+        return put_structure();
+    }
+
+    // Leaves in the buffer what there is of a host that cannot be completed: the structure, where it fits, as
+    // far as the steps came, and arrays that end.
+    [[gnu::cold, gnu::noinline]] void leave() {
+        if (room_ >= kHostDataAt)
+            end_arrays();
+        if (room_ >= kAliasesAt)
+            put_structure();
+    }
+
+  private:
+    void end_arrays() {
         end(kAliasesAt, aliases_);
         end(kAddressesAt, addresses_);
-        // The caller's buffer need not be aligned for a pointer.
+    }
+
+    // The caller's buffer need not be aligned for a pointer.
+    hostent* put_structure() {
         memcpy(buffer_, &host_, sizeof host_);
         return reinterpret_cast<hostent*>(buffer_);
     }
 
-  private:
     bool take(size_t bytes) {
         if (__builtin_add_overflow(needed_, bytes, &needed_))
             needed_ = SIZE_MAX;
@@ -171,8 +192,10 @@ inline size_t size_of_single(const char* name) {
 // A name with one address and no alias; null when the buffer is too small.
 inline hostent* lay_single(const char* name, in_addr_t address, char* buffer, int length) {
     HostBuilder host(buffer, length);
-    const bool fits = host.begin() && host.name(name) && host.address(&address, kAddressBytes);
-    return fits ? host.finish() : nullptr;
+    if (host.begin() && host.name(name) && host.address(&address, kAddressBytes))
+        return host.finish();
+    host.leave();
+    return nullptr;
 }
 
 }  // namespace quorvel

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstring>
 
 #include "Host.h"
 #include "Responder.h"
@@ -214,6 +215,55 @@ TEST(Answer, the_needed_length_grows_with_each_check) {
     EXPECT_EQ(resolve(fill, kHostData).needed, kHostData + 12);
     EXPECT_EQ(resolve(fill, kHostData + 12).needed, kHostData + 16);
     EXPECT_EQ(trace::find("buffer not enough\n").mask, trace::kInternal);
+}
+
+// The structure as it is in the buffer, which a failed call does not return.
+hostent left_in(Resolution& result) {
+    hostent host;
+    memcpy(&host, result.buffer.data(), sizeof host);
+    return host;
+}
+
+TEST(Answer, a_buffer_that_is_too_small_holds_the_structure_as_far_as_it_came) {
+    const auto fill = [](Response& r) { r.a("www.example", "192.0.2.1").a("www.example", "192.0.2.2"); };
+    for (const int size : {kHostAliases, kHostAddresses, kHostData - 1, kHostData, kHostData + 11,
+                           kHostData + 12, kHostData + 16, kHostData + 19}) {
+        Resolution result = resolve(fill, size);
+        ASSERT_EQ(result.host, nullptr) << size;
+        const hostent host = left_in(result);
+        char* const start = result.buffer.data();
+        EXPECT_EQ(reinterpret_cast<char*>(host.h_aliases), start + kHostAliases) << size;
+        if (size < kHostAddresses)
+            continue;
+        EXPECT_EQ(reinterpret_cast<char*>(host.h_addr_list), start + kHostAddresses) << size;
+        EXPECT_EQ(host.h_name, size < kHostData + 12 ? nullptr : start + kHostData) << size;
+        if (size < kHostData)
+            continue;
+        EXPECT_THAT(aliases_of(&host), IsEmpty()) << size;
+        EXPECT_EQ(addresses_of(&host).size(), size < kHostData + 16 ? 0u : 1u) << size;
+        EXPECT_EQ(host.h_addrtype, AF_INET) << size;
+        EXPECT_EQ(host.h_length, 4) << size;
+    }
+    Resolution none = resolve(fill, kHostAliases - 1);
+    EXPECT_EQ(std::string(none.buffer.data(), kHostAliases - 1), std::string(kHostAliases - 1, '\x5a'));
+}
+
+TEST(Answer, that_cannot_be_read_on_leaves_what_was_read) {
+    Resolution result = resolve(
+        [](Response& r) { r.cname("www.example", "b.example").a("b.example", "192.0.2.1").answers(3); });
+    EXPECT_EQ(result.host, nullptr);
+    const hostent host = left_in(result);
+    EXPECT_STREQ(host.h_name, "b.example");
+    EXPECT_THAT(aliases_of(&host), ElementsAre("www.example"));
+    EXPECT_THAT(addresses_of(&host), ElementsAre("192.0.2.1"));
+}
+
+TEST(AddressAsName, a_buffer_that_is_too_small_holds_the_structure_as_far_as_it_came) {
+    Resolution result(kHostData + 12);
+    EXPECT_EQ(result.by_name("10.0.0.1").host, nullptr);
+    const hostent host = left_in(result);
+    EXPECT_STREQ(host.h_name, "10.0.0.1");
+    EXPECT_THAT(addresses_of(&host), IsEmpty());
 }
 
 TEST(Answer, a_missing_buffer_is_a_buffer_of_no_length) {

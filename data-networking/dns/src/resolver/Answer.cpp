@@ -132,8 +132,10 @@ hostent* unpack_answer(const Query& query, const Response& response, Name& name,
     const bool complete = take_records(work, response, out.ttl);
     if (out.needed != nullptr)
         *out.needed = work.host.needed();
-    if (!complete)
+    if (!complete) {
+        work.host.leave();
         return nullptr;
+    }
     error.succeed();
     return work.host.finish();
 }
