@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
+
 #include "Host.h"
 #include "Profiles.h"
 #include "Responder.h"
@@ -164,6 +166,31 @@ TEST_F(Lookups, a_failed_lookup_says_why_and_is_not_cached) {
     }
     EXPECT_EQ(primary.query_count(), 2u);
     EXPECT_EQ(secondary.query_count(), 2u);
+}
+
+TEST_F(Lookups, a_sink_that_changes_errno_changes_nothing) {
+    const auto hook = trace::on_line([](const TraceLine&) { errno = EDOM; });
+    {
+        open_profile("lo", "127.0.0.1", "127.0.0.2");
+        Responder primary(refuse(2));
+        Responder secondary(refuse(3), "127.0.0.2");
+        EXPECT_EQ(Lookup("www.example").code, 3);
+        EXPECT_TRUE(trace::contains("errno: 2, herr: 4\n"));
+    }
+    EXPECT_EQ(Lookup("www.example").code, 3);
+    EXPECT_TRUE(trace::contains("errno: 11, herr: 2\n")) << "nobody listens there any more";
+    {
+        Responder responder(answer_with("192.0.2.1"));
+        HostBuffer small(kHostData);
+        hostent* host = nullptr;
+        EXPECT_EQ(ps_gethostbyname_r(kProfile, "www.example", &host, small.data(), small.size()), 1);
+        EXPECT_TRUE(trace::contains("Not enough memory \n"));
+    }
+    open_profile("no-such-device", "127.0.0.1");
+    trace::clear();
+    EXPECT_EQ(Lookup("www.example").code, 3);
+    EXPECT_TRUE(trace::contains("setsockopt() failed: 19\n"));
+    EXPECT_TRUE(trace::contains("errno: 11, herr: 2\n"));
 }
 
 TEST_F(Lookups, the_second_lookup_is_answered_from_the_cache) {
