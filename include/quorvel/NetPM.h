@@ -6,13 +6,21 @@
  *     socket, protocol or memory), NETCM_ERR_REREGISTER_FAILED (2), NETCM_ERR_NOT_REGISTERED (6),
  *     NETCM_ERR_INVALID_PARAM (19), or, when the server's profile manager has refused the request, its own error
  *     number unchanged. Outputs are written on success only, unless the function says otherwise.
- *  2. Registration. The process must be registered (NetCMClientRegister); the calling thread need not be.
+ *  2. Registration. The process must be registered (NetCMClientRegister); the calling thread need not be. A request
+ *     that waits while the last thread deregisters is refused as any other: it does not register the process again.
  *  3. What blocks. Every request waits for the server's answer, at most 60 seconds, one request of a process after
  *     another; with a broken link it first registers the process again. Arguments are checked before anything is
  *     locked or sent.
  *  4. Ownership. Arguments belong to the caller; nothing is kept after the call, and nothing has to be freed.
  *  5. Records are the wire's, byte for byte, in the machine's byte order. Text fields end with a NUL within their
  *     field, unused bytes are 0. Numbers whose meaning is not given here are the server's and pass unchanged.
+ *  6. Threads. Every function may be called from any thread. Its outputs are written before its success is traced and
+ *     before the next request of the process begins.
+ *  7. Cancellation. A thread that is cancelled (pthread_cancel, deferred) while it is in one of these functions is
+ *     cancelled at the first cancellation point after it has returned, and waits for the server until then. Ending the
+ *     thread in the sink of the traces (pthread_exit) and jumping out of it are forbidden.
+ *  8. Fork. The child is not registered: every function gives there what it gives without a registration, until the
+ *     child registers itself.
  */
 #ifndef QUORVEL_NETPM_H
 #define QUORVEL_NETPM_H

@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "library/common/Cancellable.h"
 #include "quorvel/NetDebug.h"
 #include "support/Stdout.h"
 
@@ -341,27 +341,13 @@ class SlowLog {
 TEST_F(LogFile, a_thread_that_is_cancelled_while_it_prints_ends_behind_the_call) {
     SlowLog slow;
     logfile = slow.file();
-    static std::atomic<bool> has_printed;
-    has_printed = false;
-    void* result = nullptr;
     stdout_of([&] {
-        pthread_t thread;
-        pthread_create(
-            &thread, nullptr,
-            [](void*) -> void* {
-                NetDebugPrint("c", 1, "line\n");
-                has_printed = true;
-                pthread_testcancel();
-                return nullptr;
-            },
-            nullptr);
+        Cancellable thread([] { NetDebugPrint("c", 1, "line\n"); });
         slow.wait_for_writer();
-        pthread_cancel(thread);
+        thread.cancel();
         slow.let_pass();
-        pthread_join(thread, &result);
+        EXPECT_TRUE(thread.ended_behind_the_body());
     });
-    EXPECT_TRUE(has_printed);
-    EXPECT_EQ(result, PTHREAD_CANCELED);
     stdout_of([] { NetDebugPrint("c", 2, "the next one has the lock\n"); });
     logfile = nullptr;
 }

@@ -13,43 +13,13 @@
 #include "Profiles.h"
 #include "Responder.h"
 #include "dns/src/NetDNSPrivate.h"
+#include "library/common/Cancellable.h"
 #include "support/Eventually.h"
 #include "support/LibraryCalls.h"
 #include "support/TraceCapture.h"
 
 namespace quorvel::test::dns {
 namespace {
-
-using ::testing::ElementsAre;
-
-// A thread that runs a body and can be cancelled; it can end right behind it.
-class Cancellable {
-  public:
-    explicit Cancellable(std::function<void()> body) : body_(std::move(body)) {
-        pthread_create(&thread_, nullptr, run, this);
-    }
-
-    void cancel() { pthread_cancel(thread_); }
-    // Whether the body was run to its end, and the thread cancelled there.
-    bool ended_behind_the_body() {
-        void* result = nullptr;
-        pthread_join(thread_, &result);
-        return done_ && result == PTHREAD_CANCELED;
-    }
-
-  private:
-    static void* run(void* self) {
-        auto* cancellable = static_cast<Cancellable*>(self);
-        cancellable->body_();
-        cancellable->done_ = true;
-        pthread_testcancel();
-        return nullptr;
-    }
-
-    std::function<void()> body_;
-    std::atomic<bool> done_{false};
-    pthread_t thread_{};
-};
 
 // Cancels whoever traces the line, right there.
 auto cancel_at(std::string line) {

@@ -66,6 +66,41 @@ TEST_F(AppProfile, the_binding_is_the_answered_record) {
     EXPECT_EQ(bytes_of(binding), bytes_of(kAnswered));
 }
 
+// Whoever has the mutex next may act on what it sees.
+TEST_F(AppProfile, results_are_there_before_the_mutex_is_given_back) {
+    NetPMAppProf read = {};
+    NetPMAppProf set = {60, 61, 62, {63, 64}};
+    uint32_t proper = 0;
+    std::vector<bool> are_there;
+    const std::function<bool()> checks[] = {[&] { return bytes_of(read) == bytes_of(kAnswered); },
+                                            [&] { return bytes_of(set) == bytes_of(kAnswered); },
+                                            [&] { return proper == kAnswered.AppId; }};
+    const auto hook = trace::on_line([&](const TraceLine& line) {
+        if (line.text.starts_with("Mutex unlocked by thread ["))
+            are_there.push_back(checks[are_there.size()]());
+    });
+    agree(4);
+    EXPECT_EQ(NetPMAppProfGetAppInfo(6, &read), 0u);
+    agree(5);
+    EXPECT_EQ(NetPMAppProfSetAppInfo(6, &set), 0u);
+    agree(8);
+    EXPECT_EQ(NetPMAppProfGetProperProfile(6, &proper), 0u);
+    EXPECT_THAT(are_there, ElementsAre(true, true, true));
+}
+
+TEST_F(AppProfile, the_interfaces_are_0_before_they_are_asked_for) {
+    uint32_t list[2] = {7, 8};
+    std::vector<uint32_t> while_asking;
+    const auto hook = trace::on_line([&](const TraceLine& line) {
+        if (line.text == "App-Profile cmd = 4\n")
+            while_asking = {list[0], list[1]};
+    });
+    agree(4);
+    EXPECT_EQ(NetPMAppProfGetAppNetIfaceList(6, list), 0u);
+    EXPECT_THAT(while_asking, ElementsAre(0, 0));
+    EXPECT_THAT(list, ElementsAre(14, 15));
+}
+
 TEST_F(AppProfile, a_binding_that_cannot_be_read_leaves_the_callers_record_alone) {
     const NetPMAppProf original = {60, 61, 62, {63, 64}};
     NetPMAppProf binding = original;

@@ -1,4 +1,5 @@
 // What every application-profile operation that waits for its answer does alike.
+#include "library/common/Cancellable.h"
 #include "library/pm/app_operations.h"
 
 namespace quorvel::test {
@@ -117,6 +118,28 @@ TEST_P(EveryAppOperation, a_link_that_cannot_be_repaired_is_2) {
     calls::skip_sleeps();
     EXPECT_EQ(operation().call(), as_result(2));
     EXPECT_TRUE(trace::contains("Failed to Re-Register with CM\n"));
+}
+
+TEST_P(EveryAppOperation, does_not_bring_up_a_link_that_the_last_thread_has_taken_down) {
+    agree();
+    EXPECT_EQ(result_when_overtaken_by_the_last_deregistration(operation().call), as_result(6));
+    EXPECT_TRUE(trace::traced(5, "Cleint is not registered with CM\n", "client/PM/src/NetPMIntf"));
+    EXPECT_EQ(server.count(kAppProfReq), 0u);
+}
+
+TEST_P(EveryAppOperation, that_is_cancelled_ends_behind_its_answer) {
+    auto gate = std::make_shared<Gate>();
+    server.on(kAppProfReq, Answer().wait_at(gate).record(
+                               app_record({0, 100 + operation().command, 0, {1, 2, 3, {4, 5}}, 0, 0})));
+    uint32_t result = 99;
+    Cancellable thread([&] { result = operation().call(); });
+    ASSERT_TRUE(gate->is_somebody_waiting());
+    thread.cancel();
+    gate->open();
+    ASSERT_TRUE(thread.ended_behind_the_body());
+    EXPECT_EQ(result, success());
+    agree();
+    EXPECT_EQ(operation().call(), success());
 }
 
 class EveryUnregisteredAppOperation : public testing::TestWithParam<AppOperation> {};

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "client/PM/src/NetPMPrivate.h"
+#include "support/AppThread.h"
 #include "support/Events.h"
 #include "support/Eventually.h"
 #include "support/LibraryCalls.h"
@@ -68,6 +69,29 @@ class PmTest : public testing::Test {
         server.close_async();
         ASSERT_TRUE(eventually(link_is_broken));
         trace::clear();
+    }
+
+    // Lets another thread begin the call, and deregisters the only one that is registered when it is about to
+    // take the mutex. What the call gave; the process is registered again behind it.
+    uint32_t result_when_overtaken_by_the_last_deregistration(const std::function<uint32_t()>& call) {
+        AppThread other;
+        Gate gate;
+        const auto hook = trace::on_line([&, line = trace::text("Thread [%d] trying to lock the Mutex \n",
+                                                                other.tid())](const TraceLine& traced) {
+            if (traced.text == line)
+                gate.pass();
+        });
+        uint32_t result = 99;
+        other.start([&] { result = call(); });
+        EXPECT_TRUE(gate.is_somebody_waiting());
+        EXPECT_EQ(NetCMClientDeRegister(), 0u);
+        const int accepted = server.accepted_connections();
+        gate.open();
+        other.wait();
+        EXPECT_EQ(server.accepted_connections(), accepted) << "the link is brought up again";
+        EXPECT_FALSE(trace::contains("CM server connection is broken, Re-Register with CM\n"));
+        EXPECT_EQ(NetCMClientRegister(events::callback_of(0)), 0u);
+        return result;
     }
 
     // An answer whose data end early: the server closes when the library has begun to read them, so that it

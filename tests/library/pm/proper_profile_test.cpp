@@ -89,6 +89,15 @@ TEST_F(ProperProfile, a_question_that_could_not_be_sent_leaves_no_note) {
     EXPECT_EQ(note(0).ReqKey, -1);
 }
 
+TEST_F(ProperProfile, a_link_that_the_last_thread_has_taken_down_is_not_brought_up) {
+    EXPECT_EQ(
+        result_when_overtaken_by_the_last_deregistration([] { return NetPMAppProfGetProperProfileAsync(6); }),
+        6u);
+    EXPECT_TRUE(trace::traced(5, "Cleint is not registered with CM\n", "client/PM/src/NetPMIntf"));
+    EXPECT_NE(note(0).InUse, 1);
+    EXPECT_EQ(server.count(kAppProfReq), 0u);
+}
+
 TEST_F(ProperProfile, a_broken_link_is_repaired_before_the_question_is_noted) {
     break_link();
     EXPECT_EQ(NetPMAppProfGetProperProfileAsync(6), 0u);

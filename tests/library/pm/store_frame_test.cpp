@@ -1,4 +1,5 @@
 // What every operation on the profile store does alike.
+#include "library/common/Cancellable.h"
 #include "library/pm/store_operations.h"
 
 namespace quorvel::test {
@@ -71,6 +72,61 @@ TEST_P(EveryOperation, traces_its_request_and_its_success_under_the_lock) {
     }
     EXPECT_EQ(seen, expected);
     EXPECT_FALSE(locked);
+}
+
+// Another thread, and the sink itself, may act on what they see.
+TEST_P(EveryOperation, has_its_results_before_it_traces_its_success) {
+    constexpr std::byte kUntouched{0xEE};
+    wire::PmResponseBlock block = agreement(operation().command);
+    block.Value = 0x12345678;
+    const Bytes data = filled(84);
+    block.ExtDataLength = static_cast<uint32_t>(data.size());
+    server.on(kProfileReq, Answer().record(pm_record(block)).bytes(data));
+    overwrite_outputs(kUntouched);
+    Bytes at_success;
+    const auto hook = trace::on_line([&](const TraceLine& line) {
+        if (line.text == operation().done)
+            at_success = outputs();
+    });
+    EXPECT_EQ(operation().call(), 0u);
+    EXPECT_EQ(at_success, outputs());
+}
+
+TEST_P(EveryOperation, has_its_new_id_before_it_traces_its_refusal) {
+    wire::PmResponseBlock block = agreement(operation().command);
+    block.Error = kRefusal;
+    answer(block);
+    overwrite_outputs(std::byte{0xEE});
+    Bytes at_refusal;
+    const auto hook = trace::on_line([&](const TraceLine& line) {
+        if (line.text == operation().refused)
+            at_refusal = outputs();
+    });
+    EXPECT_EQ(operation().call(), kRefusal);
+    EXPECT_EQ(at_refusal, outputs());
+}
+
+TEST_P(EveryOperation, does_not_bring_up_a_link_that_the_last_thread_has_taken_down) {
+    agree();
+    EXPECT_EQ(result_when_overtaken_by_the_last_deregistration(operation().call), 6u);
+    const std::string message = operation().name == "NetPMModifyProfileInfo"
+                                    ? "Client is not registered with CM\n"
+                                    : "Cleint is not registered with CM\n";
+    EXPECT_TRUE(trace::traced(5, message, "client/PM/src/NetPMIntf"));
+    EXPECT_EQ(server.count(kProfileReq), 0u);
+}
+
+TEST_P(EveryOperation, that_is_cancelled_ends_behind_its_answer) {
+    auto gate = std::make_shared<Gate>();
+    server.on(kProfileReq, Answer().wait_at(gate).record(pm_record(agreement(operation().command))));
+    uint32_t status = 99;
+    Cancellable thread([&] { status = operation().call(); });
+    ASSERT_TRUE(gate->is_somebody_waiting());
+    thread.cancel();
+    gate->open();
+    ASSERT_TRUE(thread.ended_behind_the_body());
+    EXPECT_EQ(status, 0u);
+    expect_the_next_one_to_succeed();
 }
 
 TEST_P(EveryOperation, returns_a_refusal_unchanged_with_its_own_message) {

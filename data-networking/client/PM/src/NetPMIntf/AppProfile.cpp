@@ -6,6 +6,7 @@
 #include "client/CM/src/NetCMPrivate.h"
 #include "client/PM/src/NetPMIntf/Invalid.h"
 #include "client/PM/src/NetPMPrivate.h"
+#include "common/CancelHold.h"
 
 using namespace quorvel;
 
@@ -32,14 +33,17 @@ uint32_t send_message(const wire::AppProfMsg& message) QV_REQUIRES(app_mutex) {
     return NetPMAppProfSendSyncReq(&message, sizeof message);
 }
 
+// The last thread may have deregistered while this one waited for the mutex: the link is then not brought up
+// again.
+uint32_t ready_link(Here here) QV_REQUIRES(app_mutex) {
+    return is_registered() ? repair_link(here) : static_cast<uint32_t>(NETCM_ERR_NOT_REGISTERED);
+}
+
 // Sends the message and leaves the answer in it. Returns the status of the operation.
-uint32_t ask(wire::AppProfMsg& message) {
-    if (!is_registered())
-        return NETCM_ERR_NOT_REGISTERED;
-    const AppMutexGuard lock(QV_HERE);
-    const uint32_t repaired = repair_link(QV_HERE);
-    if (repaired != NETCM_SUCCESS)
-        return repaired;
+uint32_t exchange(wire::AppProfMsg& message) QV_REQUIRES(app_mutex) {
+    const uint32_t ready = ready_link(QV_HERE);
+    if (ready != NETCM_SUCCESS)
+        return ready;
     const uint32_t expected = wire::kPmAnswer + message.Cmd;
     const uint32_t sent = send_message(message);
     if (sent != NETCM_SUCCESS)
@@ -49,6 +53,23 @@ uint32_t ask(wire::AppProfMsg& message) {
     if (received != NETCM_SUCCESS)
         return static_cast<uint32_t>(received);
     return message.Cmd == expected ? message.Result : static_cast<uint32_t>(NETCM_ERR_FAILURE);
+}
+
+// The same, with the mutex. `take` takes the results out of the answer: whoever has the mutex next sees them.
+template <class Take>
+uint32_t ask(wire::AppProfMsg& message, Take take) {
+    const CancelHold hold;
+    if (!is_registered())
+        return NETCM_ERR_NOT_REGISTERED;
+    const AppMutexGuard lock(QV_HERE);
+    const uint32_t status = exchange(message);
+    if (status == NETCM_SUCCESS)
+        take(message.AppProf);
+    return status;
+}
+
+uint32_t ask(wire::AppProfMsg& message) {
+    return ask(message, [](const NetPMAppProf&) {});
 }
 
 // For the operations that answer with a truth value: whether the profile manager knows, and agreed.
@@ -106,10 +127,7 @@ uint32_t NetPMAppProfGetAppInfo(int32_t appId, NetPMAppProf* out) {
     if (out == nullptr)
         return QV_INVALID("Invalid AppProf pointer\n");
     wire::AppProfMsg message = message_for(wire::NETPM_APPPROF_GET_APP_INFO, appId);
-    const uint32_t status = ask(message);
-    if (status == NETCM_SUCCESS)
-        *out = message.AppProf;
-    return status;
+    return ask(message, [=](const NetPMAppProf& answer) { *out = answer; });
 }
 
 uint32_t NetPMAppProfSetAppInfo(int32_t appId, NetPMAppProf* rec) {
@@ -119,10 +137,7 @@ uint32_t NetPMAppProfSetAppInfo(int32_t appId, NetPMAppProf* rec) {
     message.AppProf = *rec;
     message.BProfIdValid = 1;
     message.BNetIfaceListValid = 1;
-    const uint32_t status = ask(message);
-    if (status == NETCM_SUCCESS)
-        *rec = message.AppProf;
-    return status;
+    return ask(message, [=](const NetPMAppProf& answer) { *rec = answer; });
 }
 
 uint32_t NetPMAppProfSetProfId(int32_t appId, int32_t profileId) {
@@ -157,10 +172,11 @@ uint32_t NetPMAppProfSetNetIfaceList(int32_t appId, const uint32_t list[2]) {
 uint32_t NetPMAppProfGetAppNetIfaceList(int32_t appId, uint32_t list[2]) {
     if (list == nullptr)
         return QV_INVALID("Invalid NetIfaceList pointer\n");
+    list[0] = list[1] = 0;
     NetPMAppProf binding = {};
     const uint32_t status = NetPMAppProfGetAppInfo(appId, &binding);
-    list[0] = binding.NetIfaceList[0];
-    list[1] = binding.NetIfaceList[1];
+    if (status == NETCM_SUCCESS)
+        memcpy(list, binding.NetIfaceList, sizeof binding.NetIfaceList);
     return status;
 }
 
@@ -168,19 +184,18 @@ uint32_t NetPMAppProfGetProperProfile(int32_t appId, uint32_t* profileId) {
     if (profileId == nullptr)
         return QV_INVALID("Invalid ProfileId pointer\n");
     wire::AppProfMsg message = message_for(wire::NETPM_APPPROF_GET_PROPER_PROFILE, appId);
-    const uint32_t status = ask(message);
-    if (status == NETCM_SUCCESS)
-        *profileId = message.AppProf.AppId;  // the answer names the profile there
-    return status;
+    // The answer names the profile where a request names the application.
+    return ask(message, [=](const NetPMAppProf& answer) { *profileId = answer.AppId; });
 }
 
 uint32_t NetPMAppProfGetProperProfileAsync(int32_t appId) {
+    const CancelHold hold;
     if (!is_registered())
         return NETCM_ERR_NOT_REGISTERED;
     const AppMutexGuard lock(QV_HERE);
-    const uint32_t repaired = repair_link(QV_HERE);
-    if (repaired != NETCM_SUCCESS)
-        return repaired;
+    const uint32_t ready = ready_link(QV_HERE);
+    if (ready != NETCM_SUCCESS)
+        return ready;
     NetCMProperProfReq* note = note_request(appId);
     const uint32_t sent = send_message(message_for(wire::NETPM_APPPROF_ASYNC_PROPER_PROFILE, appId));
     // No answer will come to what was not sent, and a note that nothing frees hides those behind it.

@@ -27,14 +27,11 @@ void set_no_proxy(NetPMProfile& profile) {
 }
 
 uint32_t read_profile(const StoreRequest& request, NetPMProfile& out) {
-    StoreAnswer answer;
-    const uint32_t status = ask_store(request, answer);
-    if (status != NETCM_SUCCESS)
-        return status;
-    wire::PmProfileSlot slot = {};
-    answer.copy_ext_to(&slot, sizeof slot);
-    out = slot.Profile;
-    return NETCM_SUCCESS;
+    return ask_store(request, [&](const StoreAnswer& answer) {
+        wire::PmProfileSlot slot = {};
+        answer.copy_ext_to(&slot, sizeof slot);
+        out = slot.Profile;
+    });
 }
 
 // A name in a field of fixed size, as the server searches for it.
@@ -42,12 +39,8 @@ template <class Field>
 uint32_t find_ids(wire::PmCommand command, uint32_t arg, const char* name, size_t longest, void* out) {
     Field field = {};
     memcpy(field, name, strnlen(name, longest));
-    StoreAnswer answer;
-    const uint32_t status =
-        ask_store({.command = command, .arg = arg, .data = std::as_bytes(std::span(field))}, answer);
-    if (status == NETCM_SUCCESS)
-        answer.copy_ext_to(out, NETPM_LIST_ROOM);
-    return status;
+    return ask_store({.command = command, .arg = arg, .data = std::as_bytes(std::span(field))},
+                     [=](const StoreAnswer& answer) { answer.copy_ext_to(out, NETPM_LIST_ROOM); });
 }
 
 }  // namespace
@@ -65,14 +58,10 @@ uint32_t NetPMAddProfileInfo(NetPMProfile* profile, int32_t* newId) {
         set_no_proxy(*profile);
 
     const wire::PmProfileSlot slot = {.Profile = *profile, .Zero = {}};
-    StoreAnswer answer;
-    const uint32_t status = ask_store({.command = wire::NETPM_CLIENT_ADD_PROFILE_REQ,
-                                       .profile_id = -1,
-                                       .data = std::as_bytes(std::span(&slot, 1))},
-                                      answer);
-    if (answer.was_tried)
-        *newId = status == NETCM_SUCCESS ? answer.block.ProfileId : -1;
-    return status;
+    return ask_store({.command = wire::NETPM_CLIENT_ADD_PROFILE_REQ,
+                      .profile_id = -1,
+                      .data = std::as_bytes(std::span(&slot, 1)),
+                      .new_id = newId});
 }
 
 // Unlike for an added profile, a proxy that is there is sent as it is.
@@ -85,18 +74,15 @@ uint32_t NetPMModifyProfileInfo(int32_t profileId, NetPMProfile* profile) {
         set_no_proxy(*profile);
 
     const wire::PmProfileSlot slot = {.Profile = *profile, .Zero = {}};
-    StoreAnswer answer;
     return ask_store({.command = wire::NETPM_CLIENT_MODIFY_PROFILE_REQ,
                       .profile_id = profileId,
-                      .data = std::as_bytes(std::span(&slot, 1))},
-                     answer);
+                      .data = std::as_bytes(std::span(&slot, 1))});
 }
 
 uint32_t NetPMDeleteProfileInfo(int32_t profileId) {
     if (profileId <= 0)
         return QV_INVALID("Invalid profile ID [%d]\n", profileId);
-    StoreAnswer answer;
-    return ask_store({.command = wire::NETPM_CLIENT_DELETE_PROFILE_REQ, .profile_id = profileId}, answer);
+    return ask_store({.command = wire::NETPM_CLIENT_DELETE_PROFILE_REQ, .profile_id = profileId});
 }
 
 uint32_t NetPMGetProfileInfo(int32_t profileId, NetPMProfile* out) {
@@ -108,12 +94,8 @@ uint32_t NetPMGetProfileInfo(int32_t profileId, NetPMProfile* out) {
 uint32_t NetPMGetProfileStatus(int32_t profileId, uint16_t* status) {
     if (profileId <= 0 || status == nullptr)
         return QV_INVALID("Invalid input parameters\n");
-    StoreAnswer answer;
-    const uint32_t result =
-        ask_store({.command = wire::NETPM_CLIENT_GET_PROFILE_STATUS_REQ, .profile_id = profileId}, answer);
-    if (result == NETCM_SUCCESS)
-        *status = static_cast<uint16_t>(answer.block.Value);
-    return result;
+    return ask_store({.command = wire::NETPM_CLIENT_GET_PROFILE_STATUS_REQ, .profile_id = profileId},
+                     [=](const StoreAnswer& answer) { *status = static_cast<uint16_t>(answer.block.Value); });
 }
 
 uint32_t NetPMGetDefaultProfileInfo(NetPMProfile* out) {
@@ -125,19 +107,14 @@ uint32_t NetPMGetDefaultProfileInfo(NetPMProfile* out) {
 uint32_t NetPMGetDefaultProfileId(int32_t* profileId) {
     if (profileId == nullptr)
         return QV_INVALID("Invalid profile ID pointer\n");
-    StoreAnswer answer;
-    const uint32_t status = ask_store({.command = wire::NETPM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ}, answer);
-    if (status == NETCM_SUCCESS)
-        *profileId = answer.block.ProfileId;
-    return status;
+    return ask_store({.command = wire::NETPM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ},
+                     [=](const StoreAnswer& answer) { *profileId = answer.block.ProfileId; });
 }
 
 uint32_t NetPMSetDefaultProfileId(int32_t profileId) {
     if (profileId <= 0)
         return QV_INVALID("Invalid profile ID [%d]\n", profileId);
-    StoreAnswer answer;
-    return ask_store({.command = wire::NETPM_CLIENT_SET_DEFAULT_PROFILE_ID_REQ, .profile_id = profileId},
-                     answer);
+    return ask_store({.command = wire::NETPM_CLIENT_SET_DEFAULT_PROFILE_ID_REQ, .profile_id = profileId});
 }
 
 uint32_t NetPMGetProfileIdList(uint32_t profileType, int32_t maxCount, int32_t* ids, int32_t* count) {
@@ -145,47 +122,36 @@ uint32_t NetPMGetProfileIdList(uint32_t profileType, int32_t maxCount, int32_t* 
         return QV_INVALID("Invalid input parameters\n");
     if (profileType > 2)
         return QV_INVALID("Invalid Profile type [%d]\n", profileType);
-    StoreAnswer answer;
-    const uint32_t status = ask_store({.command = wire::NETPM_CLIENT_GET_POFILE_LIST_REQ,
-                                       .arg = profileType,
-                                       .arg2 = static_cast<uint32_t>(maxCount)},
-                                      answer);
-    if (status != NETCM_SUCCESS)
-        return status;
-    wire::PmIdListBlock list = {};
-    answer.copy_ext_to(&list, sizeof list);
-    *count = std::clamp(list.Count, 0, std::min(maxCount, NETPM_MAX_PROFILE_IDS));
-    std::copy_n(list.ProfileId, *count, ids);
-    return NETCM_SUCCESS;
+    return ask_store({.command = wire::NETPM_CLIENT_GET_POFILE_LIST_REQ,
+                      .arg = profileType,
+                      .arg2 = static_cast<uint32_t>(maxCount)},
+                     [=](const StoreAnswer& answer) {
+                         wire::PmIdListBlock list = {};
+                         answer.copy_ext_to(&list, sizeof list);
+                         *count = std::clamp(list.Count, 0, std::min(maxCount, NETPM_MAX_PROFILE_IDS));
+                         std::copy_n(list.ProfileId, *count, ids);
+                     });
 }
 
 uint32_t NetPMRestoreProfileInfo(void) {
-    StoreAnswer answer;
-    return ask_store({.command = wire::NETPM_CLIENT_RESTORE_PROFILES_REQ}, answer);
+    return ask_store({.command = wire::NETPM_CLIENT_RESTORE_PROFILES_REQ});
 }
 
 uint32_t NetPMGetProfileAttributes(int32_t profileId, uint32_t* attr) {
     if (profileId <= 0 || attr == nullptr)
         return QV_INVALID("Invalid input parameters\n");
-    StoreAnswer answer;
-    const uint32_t status =
-        ask_store({.command = wire::NETPM_CLIENT_GET_PROFILE_ATTR_REQ, .profile_id = profileId}, answer);
-    if (status == NETCM_SUCCESS)
-        *attr = answer.block.Value;
-    return status;
+    return ask_store({.command = wire::NETPM_CLIENT_GET_PROFILE_ATTR_REQ, .profile_id = profileId},
+                     [=](const StoreAnswer& answer) { *attr = answer.block.Value; });
 }
 
 uint32_t NetPMReadPartialProfileInfo(uint32_t profileType, void* out, int32_t* count) {
     if (out == nullptr || count == nullptr)
         return QV_INVALID("Invalid input parameter\n");
-    StoreAnswer answer;
-    const uint32_t status =
-        ask_store({.command = wire::NETPM_CLIENT_GET_PARTIAL_PROFILE_LIST_REQ, .arg = profileType}, answer);
-    if (status != NETCM_SUCCESS)
-        return status;
-    *count = answer.block.ProfileId;
-    answer.copy_ext_to(out, NETPM_LIST_ROOM);
-    return NETCM_SUCCESS;
+    return ask_store({.command = wire::NETPM_CLIENT_GET_PARTIAL_PROFILE_LIST_REQ, .arg = profileType},
+                     [=](const StoreAnswer& answer) {
+                         *count = answer.block.ProfileId;
+                         answer.copy_ext_to(out, NETPM_LIST_ROOM);
+                     });
 }
 
 uint32_t NetPMGetProfileIdForAPN(const char* apn, void* out) {

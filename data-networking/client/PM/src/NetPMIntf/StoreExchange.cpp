@@ -6,6 +6,7 @@
 #include "client/CM/src/NetCMIntf/Request.h"
 #include "client/PM/src/NetPMIntf/StoreMessages.h"
 #include "client/PM/src/NetPMPrivate.h"
+#include "common/CancelHold.h"
 
 namespace quorvel {
 namespace {
@@ -77,6 +78,28 @@ uint32_t exchange(const StoreRequest& request, StoreAnswer& answer) QV_REQUIRES(
     return status;
 }
 
+uint32_t give_up(const StoreRequest& request, uint32_t status) {
+    if (request.new_id != nullptr)
+        *request.new_id = -1;
+    return status;
+}
+
+uint32_t finish(const StoreRequest& request, const StoreAnswer& answer, ResultTaker results) {
+    const wire::PmResponseBlock& block = answer.block;
+    if (block.RspCode != wire::kPmAnswer + request.command)
+        return give_up(request, NETCM_ERR_FAILURE);
+    if (block.Error != 0) {
+        give_up(request, block.Error);
+        trace_refused(request.command, block.Error);
+        return block.Error;
+    }
+    if (request.new_id != nullptr)
+        *request.new_id = block.ProfileId;
+    results.take(answer, results.operation);
+    trace_done(request.command, block.ProfileId);
+    return NETCM_SUCCESS;
+}
+
 }  // namespace
 
 void StoreAnswer::copy_ext_to(void* out, size_t room) const {
@@ -84,26 +107,21 @@ void StoreAnswer::copy_ext_to(void* out, size_t room) const {
         memcpy(out, ext.data(), std::min<size_t>(ext.size(), room));
 }
 
-uint32_t ask_store(const StoreRequest& request, StoreAnswer& answer) {
+uint32_t ask_store(const StoreRequest& request, ResultTaker results) {
+    const CancelHold hold;
     if (!client_is_registered())
         return not_registered(request.command);
     const AppMutexGuard lock(QV_HERE);
+    // The last thread may have deregistered while this one waited: the link is not to be brought up again.
+    if (!client_is_registered())
+        return not_registered(request.command);
     const uint32_t repaired = repair_link(QV_HERE);
     if (repaired != NETCM_SUCCESS)
         return repaired;
     trace_sent(request);
-    answer.was_tried = true;
+    StoreAnswer answer;
     const uint32_t status = exchange(request, answer);
-    if (status != NETCM_SUCCESS)
-        return status;
-    if (answer.block.RspCode != wire::kPmAnswer + request.command)
-        return NETCM_ERR_FAILURE;
-    if (answer.block.Error != 0) {
-        trace_refused(request.command, answer.block.Error);
-        return answer.block.Error;
-    }
-    trace_done(request.command, answer.block.ProfileId);
-    return NETCM_SUCCESS;
+    return status == NETCM_SUCCESS ? finish(request, answer, results) : give_up(request, status);
 }
 
 }  // namespace quorvel
