@@ -84,13 +84,22 @@ bool ask_about_app(wire::AppProfCommand command, int32_t app_id, wire::AppProfMs
 
 // Notes who is to get the answer that comes later; null when there is no room for a note.
 NetCMProperProfReq* note_request(int32_t app_id) QV_REQUIRES(app_mutex) {
+    const int32_t tid = NetCMGetCurrentTid();
+    const Lock lock(table_lock);
     for (NetCMProperProfReq& request : table().ProperProfReq) {
         if (request.InUse == 1)
             continue;
-        request = {.InUse = 1, .ThreadId = NetCMGetCurrentTid(), .ReqKey = app_id};
+        request = {.InUse = 1, .ThreadId = tid, .ReqKey = app_id};
         return &request;
     }
     return nullptr;
+}
+
+// No answer will come to what was not sent, and a note that nothing frees hides those behind it.
+void take_back(NetCMProperProfReq* note) {
+    const Lock lock(table_lock);
+    if (note != nullptr)
+        *note = {.InUse = 0, .ThreadId = -1, .ReqKey = -1};
 }
 
 const wire::PaymentWord* find_word(std::span<const wire::PaymentWord> words, const char* text) {
@@ -198,9 +207,8 @@ uint32_t NetPMAppProfGetProperProfileAsync(int32_t appId) {
         return ready;
     NetCMProperProfReq* note = note_request(appId);
     const uint32_t sent = send_message(message_for(wire::NETPM_APPPROF_ASYNC_PROPER_PROFILE, appId));
-    // No answer will come to what was not sent, and a note that nothing frees hides those behind it.
-    if (sent != NETCM_SUCCESS && note != nullptr)
-        *note = {.InUse = 0, .ThreadId = -1, .ReqKey = -1};
+    if (sent != NETCM_SUCCESS)
+        take_back(note);
     return sent;
 }
 
