@@ -5,7 +5,7 @@
 #include "control/commands.h"
 #include "control/trouble.h"
 #include "log.h"
-#include "requests.h"
+#include "requests/requests.h"
 
 namespace quorvel::cm {
 Server::Server(const ServerOptions& options, Config config)

@@ -16,7 +16,7 @@
 #include "keeper.h"
 #include "listening_socket.h"
 #include "monitor/tap.h"
-#include "requests.h"
+#include "requests/requests.h"
 #include "store/store.h"
 
 namespace quorvel::cm {

@@ -3,7 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "requests.h"
+#include "requests/requests.h"
 
 namespace quorvel::cm {
 

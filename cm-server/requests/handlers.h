@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "log.h"
-#include "requests.h"
+#include "requests/requests.h"
 
 namespace quorvel::cm {
 

@@ -1,7 +1,7 @@
 // What is connected, how the network is, and what has gone over it.
 #include <algorithm>
 
-#include "handlers.h"
+#include "requests/handlers.h"
 #include "protocol/active_connection.h"
 
 namespace quorvel::cm {

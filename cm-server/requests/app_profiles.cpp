@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <array>
 
-#include "handlers.h"
+#include "requests/handlers.h"
 #include "protocol/cursor.h"
 #include "protocol/pm_message.h"
 

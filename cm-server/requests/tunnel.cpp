@@ -1,5 +1,5 @@
 // Tunnel data: what a client sends comes back to it.
-#include "handlers.h"
+#include "requests/handlers.h"
 
 namespace quorvel::cm {
 namespace {

@@ -1,5 +1,5 @@
 // Settings and packet-data states.
-#include "handlers.h"
+#include "requests/handlers.h"
 
 namespace quorvel::cm {
 namespace {

@@ -1,5 +1,5 @@
 // Opening, closing and killing connections.
-#include "handlers.h"
+#include "requests/handlers.h"
 
 namespace quorvel::cm {
 

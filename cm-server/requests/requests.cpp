@@ -1,9 +1,9 @@
-#include "requests.h"
+#include "requests/requests.h"
 
 #include <algorithm>
 #include <array>
 
-#include "handlers.h"
+#include "requests/handlers.h"
 
 namespace quorvel::cm {
 namespace {
