@@ -10,9 +10,10 @@ constexpr size_t kMaxWaitingBytes = size_t{256} * 1024;
 
 void keep_waiting(Client& client, Message message) {
     const size_t bytes = sizeof(message.record) + message.block.size();
-    if (client.waiting_bytes + bytes <= kMaxWaitingBytes) {
-        client.waiting_bytes += bytes;
+    const size_t all = client.waiting_bytes + bytes;
+    if (all <= kMaxWaitingBytes && client.sync->keep(all)) {
         client.waiting.push_back(std::move(message));
+        client.waiting_bytes = all;
     } else if (!std::exchange(client.loses_events, true)) {
         log::warning(describe(client), " loses events, there is no async socket to send them on");
     }
@@ -55,6 +56,7 @@ void Clients::push_waiting(Client& client) {
     for (const Message& message : std::exchange(client.waiting, {}))
         client.async->send(message);
     client.waiting_bytes = 0;
+    (void)client.sync->keep(0);
     client.loses_events = false;
 }
 

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "guard.h"
+
 namespace quorvel::cm {
 
 Peer peer_of(int fd) {
@@ -23,11 +25,13 @@ log::Subject describe(const Peer& peer) {
             {{"process", peer.pid}, {"user", peer.uid}}};
 }
 
-Connection::Connection(event_base* base, evutil_socket_t fd, const ConnectionLimits& limits, Handler& handler)
+Connection::Connection(event_base* base, evutil_socket_t fd, const ConnectionLimits& limits,
+                       Holdings& holdings, Handler& handler)
     : limits_(limits),
       handler_(handler),
       peer_(peer_of(fd)),
-      socket_(bufferevent_socket_new(base, fd, BEV_OPT_CLOSE_ON_FREE)),
+      share_(holdings, peer_.uid),
+      socket_(buffered(base, fd)),
       stalled_(base,
                [this] {
                    close(reader_.pending() == 0 ? "it has never said who it is"
@@ -35,10 +39,8 @@ Connection::Connection(event_base* base, evutil_socket_t fd, const ConnectionLim
                                                       std::to_string(reader_.pending()) + " bytes");
                }),
       late_due_(base, [this] { put_out_late(); }),
-      drop_(base, [this] { close("it does not read what it is sent"); }) {
-    if (!socket_)
-        throw std::runtime_error("cannot watch a socket");
-    bufferevent_setcb(socket_.get(), &Connection::readable, nullptr, &Connection::changed, this);
+      drop_(base, [this] { close(full_); }) {
+    bufferevent_setcb(socket_.get(), &Connection::readable, &Connection::written, &Connection::changed, this);
     bufferevent_enable(socket_.get(), EV_READ | EV_WRITE);
     watch_for_stall();
 }
@@ -48,9 +50,34 @@ void Connection::assign(Role role, uint32_t client_id) {
     client_id_ = client_id;
 }
 
-void Connection::send(const Message& message) {
-    if (!closed_)
+void Connection::send(const Message& message) noexcept {
+    if (closed_)
+        return;
+    try {
         handler_.on_send(*this, message);
+    } catch (const std::exception& error) {
+        report_failure("the sending of an answer or event", words_of(error));
+        drop_soon("what it is sent has failed");
+    }
+}
+
+size_t Connection::held() const {
+    return reader_.held() + evbuffer_get_length(bufferevent_get_output(socket_.get())) + late_bytes_ + kept_;
+}
+
+bool Connection::keep(size_t bytes) {
+    if (!share_.grow_to(held() - kept_ + bytes))
+        return false;
+    kept_ = bytes;
+    return true;
+}
+
+// Not at once: whoever answers a request still uses the client whose connection this is.
+void Connection::drop_soon(const char* why) {
+    if (closed_ || full_ != nullptr)
+        return;
+    full_ = why;
+    drop_.start(std::chrono::milliseconds(0));
 }
 
 void Connection::write(std::vector<std::byte> bytes, std::chrono::milliseconds delay) {
@@ -59,7 +86,10 @@ void Connection::write(std::vector<std::byte> bytes, std::chrono::milliseconds d
     auto due = std::chrono::steady_clock::now() + delay;
     if (!late_.empty())
         due = std::max(due, late_.back().due);
+    late_bytes_ += bytes.size();
     late_.push_back({due, std::move(bytes)});
+    if (!share_.grow_to(held()))
+        drop_soon("too much waits for its user");
     if (!late_due_.running())
         late_due_.start(delay);
 }
@@ -67,6 +97,7 @@ void Connection::write(std::vector<std::byte> bytes, std::chrono::milliseconds d
 void Connection::put_out_late() {
     const auto now = std::chrono::steady_clock::now();
     while (!closed_ && !late_.empty() && late_.front().due <= now) {
+        late_bytes_ -= late_.front().bytes.size();
         put_out(late_.front().bytes);
         late_.pop_front();
     }
@@ -76,17 +107,23 @@ void Connection::put_out_late() {
 
 // In one piece, so that a reader who takes a record with a single read gets it whole.
 void Connection::put_out(const std::vector<std::byte>& bytes) {
-    if (closed_ || full_)
+    if (closed_ || full_ != nullptr)
         return;
-    bufferevent_write(socket_.get(), bytes.data(), bytes.size());
-    if (evbuffer_get_length(bufferevent_get_output(socket_.get())) <= limits_.unread_bytes)
-        return;
-    // Not at once: whoever answers a request still uses the client whose connection this is.
-    full_ = true;
-    drop_.start(std::chrono::milliseconds(0));
+    // A part of a record would put the other end out of step.
+    if (bufferevent_write(socket_.get(), bytes.data(), bytes.size()) != 0)
+        return drop_soon("there is no memory for what it is sent");
+    if (evbuffer_get_length(bufferevent_get_output(socket_.get())) > limits_.unread_bytes)
+        return drop_soon("it does not read what it is sent");
+    if (!share_.grow_to(held()))
+        drop_soon("it does not read what it is sent, and too much waits for its user");
 }
 
-void Connection::close(const std::string& why) {
+void Connection::written(bufferevent*, void* connection) {
+    auto& self = *static_cast<Connection*>(connection);
+    guarded("the count of what waits", [&] { self.share_.set(self.held()); });
+}
+
+void Connection::close(const std::string& why) noexcept {
     if (closed_)
         return;
     closed_ = true;
@@ -98,27 +135,37 @@ void Connection::close(const std::string& why) {
     evbuffer_unfreeze(output, 1);
     evbuffer_write(output, bufferevent_getfd(socket_.get()));
     shutdown(bufferevent_getfd(socket_.get()), SHUT_RDWR);
-    handler_.on_closed(*this, why);
+    share_.set(0);
+    guarded("the end of a connection", [&] { handler_.on_closed(*this, why); });
 }
 
 void Connection::read() {
     std::array<std::byte, 16384> piece;
     try {
         int size = 0;
-        while (!closed_ && (size = evbuffer_remove(bufferevent_get_input(socket_.get()), piece.data(),
-                                                   piece.size())) > 0) {
-            reader_.feed(std::span(piece).first(static_cast<size_t>(size)));
-            while (!closed_ && !full_) {
-                const auto request = reader_.next();
-                if (!request)
-                    break;
-                handler_.on_request(*this, *request);
-            }
-        }
+        while (!closed_ &&
+               (size = evbuffer_remove(bufferevent_get_input(socket_.get()), piece.data(), piece.size())) > 0)
+            serve(std::span(piece).first(static_cast<size_t>(size)));
     } catch (const ProtocolError& error) {
         close(error.what());
+    } catch (const std::exception& error) {
+        report_failure("the work on a request", words_of(error));
+        close("its request cannot be worked on");
     }
     watch_for_stall();
+}
+
+void Connection::serve(std::span<const std::byte> bytes) {
+    reader_.feed(bytes);
+    while (!closed_ && full_ == nullptr) {
+        const auto request = reader_.next();
+        if (!request)
+            break;
+        handler_.on_request(*this, *request);
+    }
+    if (!closed_ && !share_.grow_to(held()))
+        close("too many requests of its user are unfinished, this one after " +
+              std::to_string(reader_.pending()) + " bytes");
 }
 
 void Connection::watch_for_stall() {
@@ -132,18 +179,22 @@ void Connection::watch_for_stall() {
 }
 
 void Connection::readable(bufferevent*, void* connection) {
-    static_cast<Connection*>(connection)->read();
+    guarded("the work on a request", [connection] { static_cast<Connection*>(connection)->read(); });
 }
 
 void Connection::changed(bufferevent*, short what, void* connection) {
     auto& self = *static_cast<Connection*>(connection);
+    guarded("the end of a connection", [&] { self.end(what); });
+}
+
+void Connection::end(short what) {
     if (what & BEV_EVENT_ERROR)
-        self.close(evutil_socket_error_to_string(EVUTIL_SOCKET_ERROR()));
-    else if (self.reader_.pending() > 0)
-        self.close("it has closed in the middle of a request, after " +
-                   std::to_string(self.reader_.pending()) + " bytes");
+        close(evutil_socket_error_to_string(EVUTIL_SOCKET_ERROR()));
+    else if (reader_.pending() > 0)
+        close("it has closed in the middle of a request, after " + std::to_string(reader_.pending()) +
+              " bytes");
     else
-        self.close("it has closed");
+        close("it has closed");
 }
 
 }  // namespace quorvel::cm

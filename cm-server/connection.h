@@ -9,6 +9,7 @@
 #include <string>
 
 #include "events.h"
+#include "holdings.h"
 #include "log.h"
 #include "protocol/message.h"
 #include "protocol/request.h"
@@ -50,7 +51,9 @@ class Connection {
         ~Handler() = default;
     };
 
-    Connection(event_base* base, evutil_socket_t fd, const ConnectionLimits& limits, Handler& handler);
+    // The descriptor is closed even if this throws.
+    Connection(event_base* base, evutil_socket_t fd, const ConnectionLimits& limits, Holdings& holdings,
+               Handler& handler);
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
@@ -59,16 +62,24 @@ class Connection {
     uint32_t client_id() const { return client_id_; }
     void assign(Role role, uint32_t client_id);
 
-    void send(const Message& message);
+    // Never throws for the sake of one who cannot be told: that one is dropped.
+    void send(const Message& message) noexcept;
+    // Keeps so many more bytes for the other end, besides what it has not read; false when that is too much.
+    [[nodiscard]] bool keep(size_t bytes);
     // Sends these bytes after the delay, and never before what was written earlier.
     void write(std::vector<std::byte> bytes, std::chrono::milliseconds delay = std::chrono::milliseconds(0));
     // Ends the connection after what the socket takes at once has been sent.
-    void close(const std::string& why);
+    void close(const std::string& why) noexcept;
 
   private:
     static void readable(bufferevent*, void* connection);
     static void changed(bufferevent*, short what, void* connection);
+    static void written(bufferevent*, void* connection);
+    void end(short what);
     void read();
+    void serve(std::span<const std::byte> bytes);
+    size_t held() const;
+    void drop_soon(const char* why);
     void watch_for_stall();
     void put_out(const std::vector<std::byte>& bytes);
     void put_out_late();
@@ -81,6 +92,7 @@ class Connection {
     ConnectionLimits limits_;
     Handler& handler_;
     Peer peer_;
+    Holdings::Share share_;
     Role role_ = Role::kNone;
     uint32_t client_id_ = 0;
     bool closed_ = false;
@@ -88,8 +100,10 @@ class Connection {
     BufferEvent socket_;
     Timer stalled_;
     std::deque<Late> late_;
+    size_t late_bytes_ = 0;
+    size_t kept_ = 0;
     Timer late_due_;
-    bool full_ = false;
+    const char* full_ = nullptr;  // why nothing more is sent
     Timer drop_;
 };
 

@@ -9,6 +9,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "guard.h"
+
 namespace quorvel::cm {
 namespace {
 
@@ -33,6 +35,14 @@ Listener listen_on(event_base* base, evutil_socket_t fd, evconnlistener_cb accep
     return Listener(checked(evconnlistener_new(base, accepted, context, kFlags, 0, fd), "a listener"));
 }
 
+BufferEvent buffered(event_base* base, evutil_socket_t fd) {
+    BufferEvent result(bufferevent_socket_new(base, fd, BEV_OPT_CLOSE_ON_FREE));
+    if (!result)
+        evutil_closesocket(fd);
+    checked(result.get(), "what reads and writes a socket");
+    return result;
+}
+
 Timer::Timer(event_base* base, std::function<void()> action)
     : action_(std::move(action)), event_(checked(evtimer_new(base, &Timer::fired, this), "a timer")) {}
 
@@ -52,7 +62,7 @@ bool Timer::running() const {
 }
 
 void Timer::fired(evutil_socket_t, short, void* timer) {
-    static_cast<Timer*>(timer)->action_();
+    guarded("what was due", static_cast<Timer*>(timer)->action_);
 }
 
 // Read from a descriptor, and not caught by a handler: one that comes right before the loop waits is not
@@ -73,7 +83,7 @@ SignalWatch::SignalWatch(event_base* base, int signal, std::function<void()> act
 void SignalWatch::fired(evutil_socket_t fd, short, void* watch) {
     signalfd_siginfo told{};
     if (read(fd, &told, sizeof(told)) == sizeof(told))
-        static_cast<SignalWatch*>(watch)->action_();
+        guarded("what a signal asks for", static_cast<SignalWatch*>(watch)->action_);
 }
 
 EndSignals::EndSignals(event_base* base, const std::function<void(const char* signal)>& action)
@@ -108,7 +118,7 @@ void FileWatch::changed(evutil_socket_t fd, short, void* watch) {
     std::array<char, 4096> told;
     while (read(fd, told.data(), told.size()) > 0) {
     }
-    static_cast<FileWatch*>(watch)->action_();
+    guarded("the look at a watched file", static_cast<FileWatch*>(watch)->action_);
 }
 
 }  // namespace quorvel::cm

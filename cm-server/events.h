@@ -30,6 +30,9 @@ EventBase make_event_base();
 // Takes the descriptor over, and calls `accepted` for each connection. Connections are close-on-exec.
 Listener listen_on(event_base* base, evutil_socket_t fd, evconnlistener_cb accepted, void* context);
 
+// Reads and writes a socket, which belongs to it, and is closed even if this throws.
+BufferEvent buffered(event_base* base, evutil_socket_t fd);
+
 // Runs an action once, a while after it was started. Never runs it from within start().
 class Timer {
   public:

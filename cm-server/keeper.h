@@ -24,8 +24,8 @@ class Keeper {
         const auto found = living_.find(&object);
         if (found == living_.end())
             return;
-        ended_.push_back(std::move(found->second));
-        living_.erase(found);
+        // Moved over as it is: to end somebody takes no memory.
+        ended_.insert(living_.extract(found));
         bury_.start(std::chrono::milliseconds(0));
     }
 
@@ -39,7 +39,7 @@ class Keeper {
 
   private:
     std::map<const T*, std::unique_ptr<T>> living_;
-    std::vector<std::unique_ptr<T>> ended_;
+    std::map<const T*, std::unique_ptr<T>> ended_;
     Timer bury_;
 };
 

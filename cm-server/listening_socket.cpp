@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "guard.h"
 #include "log.h"
 
 namespace quorvel::cm {
@@ -36,7 +37,7 @@ ListeningSocket::ListeningSocket(event_base* base, const std::string& path, mode
 void ListeningSocket::listen() {
     auto place = std::make_unique<SocketPath>(path_, mode_);
     const auto accepted = [](evconnlistener*, evutil_socket_t fd, sockaddr*, int, void* self) {
-        static_cast<ListeningSocket*>(self)->accept_(fd);
+        guarded("the acceptance of a connection", [&] { static_cast<ListeningSocket*>(self)->accept_(fd); });
     };
     auto listener = listen_on(base_, place->release(), accepted, this);
     place_ = std::move(place);

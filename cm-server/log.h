@@ -49,14 +49,18 @@ template <class Part>
 void collect(std::vector<Field>&, const Part&) {}
 
 template <class... Parts>
-void line(Level wanted, const Parts&... parts) {
+void line(Level wanted, const Parts&... parts) noexcept {
     if (wanted > level())
         return;
-    std::ostringstream text;
-    (text << ... << parts);
-    std::vector<Field> fields;
-    (collect(fields, parts), ...);
-    write(wanted, text.str(), fields);
+    try {
+        std::ostringstream text;
+        (text << ... << parts);
+        std::vector<Field> fields;
+        (collect(fields, parts), ...);
+        write(wanted, text.str(), fields);
+    } catch (const std::exception&) {
+        // Whoever has something to say goes on, even when there is no memory to say it with.
+    }
 }
 
 template <class... Parts>

@@ -4,6 +4,7 @@
 
 #include "control/commands.h"
 #include "control/trouble.h"
+#include "guard.h"
 #include "log.h"
 #include "requests/requests.h"
 
@@ -13,6 +14,7 @@ Server::Server(const ServerOptions& options, Config config)
       config_(std::move(config)),
       base_(make_event_base()),
       socket_(listen()),
+      holdings_(config_.limits.memory),
       clients_(options.max_clients),
       calls_(config_, clients_, statistics_),
       bearer_(base_.get(), config_.set_up_limit, calls_),
@@ -26,6 +28,7 @@ Server::Server(const ServerOptions& options, Config config)
                [this](const nlohmann::json& command) { return execute(command); }),
       end_(base_.get(), [this](const char* signal) { stop(signal); }) {
     calls_.use(bearer_);
+    keep_memory_for_trouble();
 }
 
 Server::~Server() = default;
@@ -85,8 +88,9 @@ void Server::links_changed() {
 }
 
 void Server::accept(evutil_socket_t fd) {
+    keep_memory_for_trouble();
     Connection::Handler& handler = *this;
-    auto connection = std::make_unique<Connection>(base_.get(), fd, options_.limits, handler);
+    auto connection = std::make_unique<Connection>(base_.get(), fd, options_.limits, holdings_, handler);
     log::debug("connection from ", describe(connection->peer()));
     connections_.add(std::move(connection));
 }

@@ -61,6 +61,7 @@ class Server : private Connection::Handler {
     std::unique_ptr<ListeningSocket> socket_;
     Tap tap_;
     Faults faults_;
+    Holdings holdings_;
     Clients clients_;
     Statistics statistics_;
     Calls calls_;

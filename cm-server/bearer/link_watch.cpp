@@ -9,6 +9,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "guard.h"
+
 namespace quorvel::cm {
 
 LinkWatch::LinkWatch(event_base* base, std::function<void()> changed)
@@ -16,7 +18,9 @@ LinkWatch::LinkWatch(event_base* base, std::function<void()> changed)
     if (!socket_ || mnl_socket_bind(socket_.get(), RTMGRP_LINK | RTMGRP_IPV4_IFADDR, MNL_SOCKET_AUTOPID) < 0)
         throw std::runtime_error(std::string("cannot follow the network interfaces: ") +
                                  std::strerror(errno));
-    const auto readable = [](evutil_socket_t, short, void* self) { static_cast<LinkWatch*>(self)->read(); };
+    const auto readable = [](evutil_socket_t, short, void* self) {
+        guarded("the work on a change of the network", [self] { static_cast<LinkWatch*>(self)->read(); });
+    };
     readable_.reset(event_new(base, mnl_socket_get_fd(socket_.get()), EV_READ | EV_PERSIST, readable, this));
     event_add(readable_.get(), nullptr);
 }

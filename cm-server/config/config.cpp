@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "config/limits.h"
 #include "config/profiles.h"
 #include "config/reader.h"
 #include "protocol/message.h"
@@ -95,6 +96,7 @@ Config read_config(const std::string& path) {
     config.dns = table.addresses("dns");
     config.set_up_limit = milliseconds(table, "set-up-limit").value_or(config.set_up_limit);
     table.tables("network", [&](ConfigTable& entry) { config.networks.push_back(read_network(entry)); });
+    table.table("limits", [&](ConfigTable& entry) { config.limits = read_limits(entry); });
     read_profiles(table, config);
     table.finish();
     faults.raise();

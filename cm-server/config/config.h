@@ -9,6 +9,7 @@
 
 #include "profile.h"
 #include "protocol/status.h"
+#include "quotas.h"
 #include "store/factory.h"
 
 namespace quorvel::cm {
@@ -36,6 +37,7 @@ struct Config {
     std::vector<in_addr> dns;
     // How long a connection may wait for its interface.
     std::chrono::milliseconds set_up_limit{5000};
+    Limits limits;
 };
 
 // Every fault of the file, one line each, with file and line number.

@@ -103,6 +103,19 @@ std::vector<in_addr> ConfigTable::addresses(const std::string& key) {
     return result;
 }
 
+void ConfigTable::table(const std::string& key, const std::function<void(ConfigTable&)>& read) {
+    const toml::node* node = take(key);
+    if (node == nullptr)
+        return;
+    if (!node->is_table()) {
+        faults_.add(node->source(), key + " must be written as [" + key + "]");
+        return;
+    }
+    ConfigTable table(*node->as_table(), faults_);
+    read(table);
+    table.finish();
+}
+
 void ConfigTable::tables(const std::string& key, const std::function<void(ConfigTable&)>& each) {
     const toml::node* node = take(key);
     if (node == nullptr)

@@ -34,6 +34,8 @@ class ConfigTable {
     std::optional<int64_t> number(const std::string& key, int64_t lowest, int64_t highest);
     std::optional<in_addr> address(const std::string& key);
     std::vector<in_addr> addresses(const std::string& key);
+    // Calls `read` for the table of this name, if there is one.
+    void table(const std::string& key, const std::function<void(ConfigTable&)>& read);
     // Calls `each` for every table of an array of tables.
     void tables(const std::string& key, const std::function<void(ConfigTable&)>& each);
     // One of `names`, as its index.

@@ -3,6 +3,7 @@
 #include <event2/buffer.h>
 #include <unistd.h>
 
+#include "guard.h"
 #include "log.h"
 #include "monitor/decode.h"
 
@@ -27,11 +28,15 @@ std::string control_path(const std::string& socket) {
 
 class Control::Session {
   public:
-    Session(Control& control, evutil_socket_t fd)
-        : control_(control), socket_(bufferevent_socket_new(control.base_, fd, BEV_OPT_CLOSE_ON_FREE)) {
+    Session(Control& control, evutil_socket_t fd) : control_(control), socket_(buffered(control.base_, fd)) {
         bufferevent_setcb(
-            socket_.get(), [](bufferevent*, void* self) { static_cast<Session*>(self)->read(); }, nullptr,
-            [](bufferevent*, short, void* self) { static_cast<Session*>(self)->end(); }, this);
+            socket_.get(),
+            [](bufferevent*, void* self) {
+                auto& session = *static_cast<Session*>(self);
+                if (!guarded("an operator's command", [&] { session.read(); }))
+                    session.end();
+            },
+            nullptr, [](bufferevent*, short, void* self) { static_cast<Session*>(self)->end(); }, this);
         bufferevent_enable(socket_.get(), EV_READ | EV_WRITE);
     }
 

@@ -50,7 +50,7 @@ void Replayer::run() {
 
 void Replayer::accept(evutil_socket_t fd) {
     Connection::Handler& handler = *this;
-    connections_.add(std::make_unique<Connection>(base_.get(), fd, ConnectionLimits{}, handler));
+    connections_.add(std::make_unique<Connection>(base_.get(), fd, ConnectionLimits{}, holdings_, handler));
 }
 
 void Replayer::on_request(Connection& connection, const Request& request) {

@@ -39,6 +39,7 @@ class Replayer : private Connection::Handler {
     Connection* sync_ = nullptr;
     Connection* async_ = nullptr;
     std::vector<std::vector<std::byte>> waiting_;
+    Holdings holdings_;
     Keeper<Connection> connections_;
     ListeningSocket socket_;
     EndSignals end_;

@@ -8,6 +8,9 @@
 namespace quorvel::cm {
 namespace {
 
+// Beyond this, what a large request has needed is given back once it has been served.
+constexpr size_t kKeptCapacity = size_t{64} * 1024;
+
 size_t checked_size(const char* what, uint32_t size, uint32_t limit) {
     if (size > limit)
         throw ProtocolError(std::string(what) + " of " + std::to_string(size) + " bytes announced, " +
@@ -39,6 +42,8 @@ std::optional<size_t> payload_size(const wire::RequestHeader& header, Cursor res
 void RequestReader::feed(std::span<const std::byte> bytes) {
     buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<ptrdiff_t>(consumed_));
     consumed_ = 0;
+    if (buffer_.empty() && buffer_.capacity() > kKeptCapacity)
+        buffer_.shrink_to_fit();
     buffer_.insert(buffer_.end(), bytes.begin(), bytes.end());
 }
 
@@ -55,6 +60,8 @@ std::optional<Request> RequestReader::next() {
     const auto payload = cursor.take(*size);
     request.payload.assign(payload.begin(), payload.end());
     consumed_ = buffer_.size() - cursor.remaining();
+    if (pending() == 0)
+        feed({});
     return request;
 }
 

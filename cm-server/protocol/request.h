@@ -36,6 +36,8 @@ class RequestReader {
 
     // Bytes of a request that is not complete yet.
     size_t pending() const { return buffer_.size() - consumed_; }
+    // The memory that it takes, used or not.
+    size_t held() const { return buffer_.capacity(); }
 
   private:
     std::vector<std::byte> buffer_;

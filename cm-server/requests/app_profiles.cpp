@@ -2,9 +2,9 @@
 #include <algorithm>
 #include <array>
 
-#include "requests/handlers.h"
 #include "protocol/cursor.h"
 #include "protocol/pm_message.h"
+#include "requests/handlers.h"
 
 namespace quorvel::cm {
 namespace {

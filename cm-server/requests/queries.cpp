@@ -1,8 +1,8 @@
 // What is connected, how the network is, and what has gone over it.
 #include <algorithm>
 
-#include "requests/handlers.h"
 #include "protocol/active_connection.h"
+#include "requests/handlers.h"
 
 namespace quorvel::cm {
 namespace {
