@@ -1,7 +1,5 @@
 #include "calls.h"
 
-#include <algorithm>
-#include <set>
 #include <utility>
 
 #include "log.h"
@@ -34,14 +32,6 @@ const char* to_text(Call::State state) {
     return "unknown";
 }
 
-bool Call::holds(int32_t profile) const {
-    return std::ranges::any_of(profiles, [&](const Profile& held) { return held.id == profile; });
-}
-
-bool Call::used_with(int32_t profile) const {
-    return std::ranges::any_of(users, [&](const User& user) { return user.profile == profile; });
-}
-
 bool same_connection(const Profile& a, const Profile& b) {
     if (a.id == b.id)
         return true;
@@ -51,7 +41,7 @@ bool same_connection(const Profile& a, const Profile& b) {
 
 std::optional<uint32_t> Calls::find(int32_t profile) const {
     for (uint32_t id = 0; id < kCallCount; ++id)
-        if (calls_[id].holds(profile))
+        if (calls_[id].users.holds(profile))
             return id;
     return std::nullopt;
 }
@@ -73,52 +63,45 @@ std::vector<uint32_t> Calls::in_use() const {
 std::optional<uint32_t> Calls::start(uint32_t client, const Profile& profile) {
     std::optional<uint32_t> chosen;
     for (uint32_t id = 0; id < kCallCount && !chosen; ++id)
-        if (calls_[id].state != Call::State::kFree && same_connection(calls_[id].profiles.front(), profile))
+        if (calls_[id].state != Call::State::kFree &&
+            same_connection(calls_[id].users.first_profile(), profile))
             chosen = id;
     for (uint32_t id = 0; id < kCallCount && !chosen; ++id)
         if (calls_[id].state == Call::State::kFree)
             chosen = begin(id, profile);
     if (!chosen)
         return std::nullopt;
-    Call& call = calls_[*chosen];
-    if (!call.holds(profile.id))
-        call.profiles.push_back(profile);
-    const Call::User user{client, profile.id};
-    if (std::ranges::find(call.users, user) == call.users.end())
-        call.users.push_back(user);
+    calls_[*chosen].users.add(client, profile);
     return chosen;
 }
 
-void Calls::respond_if_up(uint32_t id, Call::User user) {
+void Calls::respond_if_up(uint32_t id, uint32_t client, int32_t profile) {
     const Call& call = calls_.at(id);
     if (!call.connected())
         return;
-    push_up(id, user);
+    push_up(id, client, profile);
     if (call.state == Call::State::kSuspended)
-        clients_.push(user.client, about(wire::NETCM_CLIENT_SUSPEND_IND, id, user.profile));
+        clients_.push(client, about(wire::NETCM_CLIENT_SUSPEND_IND, id, profile));
 }
 
-void Calls::push_up(uint32_t id, Call::User user) {
-    Message message = about(wire::NETCM_CLIENT_START_RSP, id, user.profile);
+void Calls::push_up(uint32_t id, uint32_t client, int32_t profile) {
+    Message message = about(wire::NETCM_CLIENT_START_RSP, id, profile);
     append(message.block, to_wire(calls_[id].addresses));
-    clients_.push(user.client, std::move(message));
+    clients_.push(client, std::move(message));
 }
 
 void Calls::tell_clients(uint32_t id, wire::Event code, uint32_t status, Reason reason) {
-    std::set<uint32_t> told;
-    for (const Call::User& user : calls_.at(id).users)
-        if (told.insert(user.client).second)
-            clients_.push(user.client, about(code, id, user.profile, status, reason));
+    calls_.at(id).users.each_client([&](uint32_t client, int32_t profile) {
+        clients_.push(client, about(code, id, profile, status, reason));
+    });
 }
 
 bool Calls::stop(uint32_t client, uint32_t id) {
     if (id >= kCallCount)
         return false;
     Call& call = calls_[id];
-    if (std::erase_if(call.users, [&](const Call::User& user) { return user.client == client; }) == 0)
+    if (!call.users.remove(client))
         return false;
-    // A profile that nobody has open is not active, whoever else uses the connection.
-    std::erase_if(call.profiles, [&](const Profile& held) { return !call.used_with(held.id); });
     if (call.users.empty())
         release(id);
     return true;
@@ -132,7 +115,7 @@ void Calls::leave(uint32_t client) {
 bool Calls::kill(uint32_t client, int32_t profile) {
     const auto id = find(profile);
     if (id) {
-        std::erase_if(calls_[*id].users, [&](const Call::User& user) { return user.client == client; });
+        calls_[*id].users.remove(client);
         tell_clients(*id, wire::NETCM_CLIENT_STOP_IND, kStatusKilled);
         release(*id);
     }
@@ -167,11 +150,11 @@ void Calls::change(uint32_t id, const Addresses& addresses) {
     call.addresses = addresses;
     statistics_.enter(addresses.interface);
     log::info("call ", log::field("call", id), " has the address ", to_text(addresses.address), " now");
-    for (const Call::User& user : call.users) {
-        Message message = about(wire::NETCM_CLIENT_IP_CHANGE_IND, id, user.profile);
+    call.users.each([&](uint32_t client, int32_t profile) {
+        Message message = about(wire::NETCM_CLIENT_IP_CHANGE_IND, id, profile);
         append(message.block, to_wire(addresses));
-        clients_.push(user.client, std::move(message));
-    }
+        clients_.push(client, std::move(message));
+    });
 }
 
 void Calls::end(uint32_t id, uint32_t status, Reason reason) {
@@ -194,8 +177,7 @@ void Calls::on_up(uint32_t id, const Addresses& addresses) {
     statistics_.enter(addresses.interface);
     log::info("call ", log::field("call", id), " is up on ", addresses.interface, " with the address ",
               to_text(addresses.address));
-    for (const Call::User& user : call.users)
-        push_up(id, user);
+    call.users.each([&](uint32_t client, int32_t profile) { push_up(id, client, profile); });
 }
 
 // An operator may have suspended or resumed the call before the network does.
@@ -211,9 +193,9 @@ void Calls::on_resumed(uint32_t id) {
 
 void Calls::on_refused(uint32_t id, Reason reason) {
     log::warning("call ", log::field("call", id), " did not come up: ", to_text(reason));
-    for (const Call::User& user : calls_.at(id).users)
-        clients_.push(user.client,
-                      about(wire::NETCM_CLIENT_START_RSP, id, user.profile, kStatusTransport, reason));
+    calls_.at(id).users.each([&](uint32_t client, int32_t profile) {
+        clients_.push(client, about(wire::NETCM_CLIENT_START_RSP, id, profile, kStatusTransport, reason));
+    });
     release(id);
 }
 

@@ -8,6 +8,7 @@
 
 #include "bearer/bearer.h"
 #include "bearer/statistics.h"
+#include "call_users.h"
 #include "clients.h"
 #include "profile.h"
 
@@ -17,22 +18,12 @@ inline constexpr uint32_t kCallCount = 4;
 
 struct Call {
     enum class State { kFree, kStarting, kUp, kSuspended };
-    // A client that has opened a profile. A client that has opened two stands here twice.
-    struct User {
-        uint32_t client;
-        int32_t profile;
-
-        bool operator==(const User&) const = default;
-    };
 
     State state = State::kFree;
-    std::vector<Profile> profiles;  // that share the connection
-    std::vector<User> users;
+    CallUsers users;
     Addresses addresses;
 
     bool connected() const { return state == State::kUp || state == State::kSuspended; }
-    bool holds(int32_t profile) const;
-    bool used_with(int32_t profile) const;
 };
 const char* to_text(Call::State state);
 
@@ -54,7 +45,7 @@ class Calls : public BearerEvents {
     // The id of the call that the client now waits for or shares; nothing when all calls are taken. The
     // response is pushed by respond_if_up() or, later, by the bearer.
     std::optional<uint32_t> start(uint32_t client, const Profile& profile);
-    void respond_if_up(uint32_t call, Call::User user);
+    void respond_if_up(uint32_t call, uint32_t client, int32_t profile);
     // The client leaves the call with all its profiles. False when it does not use the call.
     bool stop(uint32_t client, uint32_t call);
     // The client has gone.
@@ -80,7 +71,7 @@ class Calls : public BearerEvents {
     void on_ended(uint32_t call, Reason reason) override { end(call, kStatusTransport, reason); }
 
   private:
-    void push_up(uint32_t call, Call::User user);
+    void push_up(uint32_t call, uint32_t client, int32_t profile);
     // The same event to every client of the call, once.
     void tell_clients(uint32_t call, wire::Event code, uint32_t status, Reason reason = Reason::kNone);
     void release(uint32_t call);

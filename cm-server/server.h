@@ -49,7 +49,7 @@ class Server : private Connection::Handler {
     void restart(std::chrono::milliseconds away);
     void come_back();
     nlohmann::json execute(const nlohmann::json& command);
-    Services services() { return {clients_, calls_, store_, settings_, statistics_, networks_}; }
+    Services services() { return {clients_, calls_, store_, settings_, statistics_, networks_, interfaces_}; }
 
     void on_request(Connection& connection, const Request& request) override;
     void on_send(Connection& connection, const Message& message) override;
@@ -63,6 +63,7 @@ class Server : private Connection::Handler {
     Faults faults_;
     Holdings holdings_;
     Clients clients_;
+    Interfaces interfaces_;
     Statistics statistics_;
     Calls calls_;
     Bearers bearer_;

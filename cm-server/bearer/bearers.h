@@ -8,8 +8,8 @@ namespace quorvel::cm {
 
 class Bearers : public Bearer {
   public:
-    Bearers(event_base* base, std::chrono::milliseconds limit, BearerEvents& events)
-        : link_(base, limit, events), simulated_(base, events) {}
+    Bearers(event_base* base, std::chrono::milliseconds limit, Interfaces& interfaces, BearerEvents& events)
+        : link_(base, limit, interfaces, events), simulated_(base, events) {}
 
     void connect(uint32_t call, const Network& network) override {
         network.simulation ? simulated_.connect(call, network) : link_.connect(call, network);
@@ -18,6 +18,7 @@ class Bearers : public Bearer {
         link_.disconnect(call);
         simulated_.disconnect(call);
     }
+    void use(std::chrono::milliseconds limit) { link_.use(limit); }
     void look_again() { link_.look_again(); }
 
   private:

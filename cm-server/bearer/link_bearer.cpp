@@ -6,8 +6,8 @@ namespace quorvel::cm {
 namespace {
 
 // What keeps the interface from carrying a connection.
-Reason obstacle(const std::optional<InterfaceState>& state) {
-    if (!state)
+Reason obstacle(const InterfaceState* state) {
+    if (state == nullptr)
         return Reason::kNoInterface;
     if (!state->running)
         return Reason::kInterfaceDown;
@@ -21,8 +21,9 @@ bool has(const InterfaceState& state, in_addr address) {
 
 }  // namespace
 
-LinkBearer::LinkBearer(event_base* base, std::chrono::milliseconds limit, BearerEvents& events)
-    : limit_(limit), events_(events) {
+LinkBearer::LinkBearer(event_base* base, std::chrono::milliseconds limit, Interfaces& interfaces,
+                       BearerEvents& events)
+    : limit_(limit), interfaces_(interfaces), events_(events) {
     for (uint32_t call = 0; call < kCallCount; ++call) {
         first_looks_[call] = std::make_unique<Timer>(base, [this, call] { look_first(call); });
         limits_[call] = std::make_unique<Timer>(base, [this, call] { wait(call, true); });
@@ -56,7 +57,7 @@ void LinkBearer::look_first(uint32_t call) {
 
 void LinkBearer::wait(uint32_t call, bool last_time) {
     Link& link = links_[call];
-    const auto interface = interface_state(link.network.interface);
+    const InterfaceState* interface = interfaces_.look_at(link.network.interface);
     const Reason reason = obstacle(interface);
     if (reason != Reason::kNone) {
         if (last_time)
@@ -73,8 +74,10 @@ void LinkBearer::wait(uint32_t call, bool last_time) {
 
 void LinkBearer::follow(uint32_t call) {
     Link& link = links_[call];
-    const auto interface = interface_state(link.network.interface);
-    if (!interface)
+    // An interface that is being removed goes down first, which is no news that anybody needs: the kernel
+    // answers when it is through.
+    const InterfaceState* interface = interfaces_.look_at(link.network.interface);
+    if (interface == nullptr)
         return events_.on_ended(call, Reason::kNoInterface);
     if (interface->running != (link.state == State::kUp)) {
         link.state = interface->running ? State::kUp : State::kSuspended;

@@ -17,10 +17,13 @@ namespace quorvel::cm {
 // goes.
 class LinkBearer : public Bearer {
   public:
-    LinkBearer(event_base* base, std::chrono::milliseconds limit, BearerEvents& events);
+    LinkBearer(event_base* base, std::chrono::milliseconds limit, Interfaces& interfaces,
+               BearerEvents& events);
 
     void connect(uint32_t call, const Network& network) override;
     void disconnect(uint32_t call) override;
+    // How long connections may wait from now on.
+    void use(std::chrono::milliseconds limit) { limit_ = limit; }
     // Interfaces or addresses may have changed.
     void look_again();
 
@@ -39,6 +42,7 @@ class LinkBearer : public Bearer {
     }
 
     std::chrono::milliseconds limit_;
+    Interfaces& interfaces_;
     BearerEvents& events_;
     std::array<Link, kCallCount> links_;
     std::array<std::unique_ptr<Timer>, kCallCount> first_looks_;

@@ -1,36 +1,39 @@
 #include "bearer/link_watch.h"
 
-#include <linux/rtnetlink.h>
-#include <sys/socket.h>
-
-#include <array>
-#include <cerrno>
-#include <cstring>
-#include <stdexcept>
-#include <string>
+#include <utility>
 
 #include "guard.h"
 
 namespace quorvel::cm {
+namespace {
 
-LinkWatch::LinkWatch(event_base* base, std::function<void()> changed)
-    : changed_(std::move(changed)), socket_(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | SOCK_NONBLOCK)) {
-    if (!socket_ || mnl_socket_bind(socket_.get(), RTMGRP_LINK | RTMGRP_IPV4_IFADDR, MNL_SOCKET_AUTOPID) < 0)
-        throw std::runtime_error(std::string("cannot follow the network interfaces: ") +
-                                 std::strerror(errno));
+constexpr std::chrono::milliseconds kAgain{1000};
+
+}  // namespace
+
+LinkWatch::LinkWatch(event_base* base, Interfaces& interfaces, std::function<void()> changed)
+    : interfaces_(interfaces), changed_(std::move(changed)), again_(base, [this] { read(); }) {
     const auto readable = [](evutil_socket_t, short, void* self) {
         guarded("the work on a change of the network", [self] { static_cast<LinkWatch*>(self)->read(); });
     };
-    readable_.reset(event_new(base, mnl_socket_get_fd(socket_.get()), EV_READ | EV_PERSIST, readable, this));
+    readable_.reset(event_new(base, interfaces.fd(), EV_READ | EV_PERSIST, readable, this));
     event_add(readable_.get(), nullptr);
+    // Whoever else looks takes the news in, and what follows from it comes from the loop all the same.
+    interfaces.wake([this] { event_active(readable_.get(), EV_READ, 0); });
 }
 
-// What a message says is not used: the interfaces are looked at afresh, so that a lost message costs nothing.
+LinkWatch::~LinkWatch() {
+    interfaces_.wake({});
+}
+
 void LinkWatch::read() {
-    std::array<char, 8192> message;
-    while (mnl_socket_recvfrom(socket_.get(), message.data(), message.size()) > 0 || errno == ENOBUFS) {
-    }
-    changed_();
+    interfaces_.catch_up();
+    const bool news = interfaces_.take_news();
+    // What could not be looked at is looked at again; until then everything is as it was.
+    if (interfaces_.behind())
+        again_.start(kAgain);
+    if (news)
+        changed_();
 }
 
 }  // namespace quorvel::cm

@@ -1,28 +1,28 @@
 // Hears from the kernel when an interface or an address has changed.
 #pragma once
 
-#include <libmnl/libmnl.h>
-
 #include <functional>
-#include <memory>
 
+#include "bearer/interfaces.h"
 #include "events.h"
 
 namespace quorvel::cm {
 
 class LinkWatch {
   public:
-    // Throws std::runtime_error when the kernel does not let us listen.
-    LinkWatch(event_base* base, std::function<void()> changed);
+    // `changed` runs from the loop, once for all that has been taken in since.
+    LinkWatch(event_base* base, Interfaces& interfaces, std::function<void()> changed);
     LinkWatch(const LinkWatch&) = delete;
     LinkWatch& operator=(const LinkWatch&) = delete;
+    ~LinkWatch();
 
   private:
     void read();
 
+    Interfaces& interfaces_;
     std::function<void()> changed_;
-    std::unique_ptr<mnl_socket, Freed<mnl_socket_close>> socket_;
     Event readable_;
+    Timer again_;
 };
 
 }  // namespace quorvel::cm

@@ -1,18 +1,12 @@
 #include "bearer/networks.h"
 
-#include <algorithm>
-
-#include "bearer/interfaces.h"
+#include <utility>
 
 namespace quorvel::cm {
 namespace {
 
-NetworkStatus status_of(const std::optional<InterfaceState>& state) {
-    if (!state)
-        return NetworkStatus::kAbsent;
-    if (!state->running)
-        return NetworkStatus::kDown;
-    return state->addresses.empty() ? NetworkStatus::kNoAddress : NetworkStatus::kReady;
+size_t place_of(NetIface kind) {
+    return kind == NETCM_IFACE_PDP ? 0 : 1;
 }
 
 }  // namespace
@@ -31,25 +25,76 @@ const char* to_text(NetworkStatus status) {
     return "unknown";
 }
 
-std::set<std::string> Networks::interfaces(NetIface kind) const {
-    std::set<std::string> names;
+Networks::Networks(const Config& config, Store& store, Interfaces& interfaces)
+    : config_(config), store_(store), interfaces_(interfaces) {
+    count();
+    store_.watch(this);
+    interfaces_.watch([this](const std::string& name) { look_at(name); });
+}
+
+Networks::~Networks() {
+    interfaces_.watch({});
+    store_.watch(nullptr);
+}
+
+void Networks::count() {
+    named_.clear();
+    counts_ = {};
+    simulated_ = {};
     for (const Network& network : config_.networks)
-        if (network.kind == kind && !network.simulation)
-            names.insert(network.interface);
-    for (const Profile& profile : store_.connections())
-        if (profile.kind == kind && !profile.interface.empty())
-            names.insert(profile.interface);
-    return names;
+        if (network.simulation)
+            simulated_.at(place_of(network.kind)) = true;
+        else
+            on_interface(network.kind, network.interface, 1);
+    for (const NamedInterface& used : store_.named_interfaces())
+        on_interface(used.kind, used.name, used.count);
+}
+
+void Networks::on_interface(NetIface kind, const std::string& name, int more) {
+    const size_t place = place_of(kind);
+    auto [found, added] = named_.try_emplace(name);
+    Named& named = found->second;
+    if (added)
+        named.status = status_of(name);
+    uint32_t& uses = named.uses.at(place);
+    uint32_t& count = counts_.at(place).at(static_cast<size_t>(named.status));
+    const bool before = uses > 0;
+    uses += static_cast<uint32_t>(more);
+    if (before != (uses > 0))
+        before ? --count : ++count;
+    if (named.uses == std::array<uint32_t, kKinds>{})
+        named_.erase(found);
+}
+
+void Networks::look_at(const std::string& name) {
+    const auto found = named_.find(name);
+    if (found == named_.end())
+        return;
+    const NetworkStatus before = std::exchange(found->second.status, status_of(name));
+    for (size_t place = 0; place < kKinds; ++place)
+        if (found->second.uses.at(place) > 0) {
+            --counts_.at(place).at(static_cast<size_t>(before));
+            ++counts_.at(place).at(static_cast<size_t>(found->second.status));
+        }
+}
+
+NetworkStatus Networks::status_of(const std::string& name) const {
+    const InterfaceState* state = interfaces_.find(name);
+    if (state == nullptr)
+        return NetworkStatus::kAbsent;
+    if (!state->running)
+        return NetworkStatus::kDown;
+    return state->addresses.empty() ? NetworkStatus::kNoAddress : NetworkStatus::kReady;
 }
 
 NetworkStatus Networks::status(NetIface kind) const {
-    const auto simulated = [&](const Network& network) { return network.kind == kind && network.simulation; };
-    if (std::ranges::any_of(config_.networks, simulated))
+    const size_t place = place_of(kind);
+    if (simulated_.at(place))
         return NetworkStatus::kReady;
-    NetworkStatus best = NetworkStatus::kAbsent;
-    for (const std::string& name : interfaces(kind))
-        best = std::max(best, status_of(interface_state(name)));
-    return best;
+    size_t best = kStatuses - 1;
+    while (best > 0 && counts_.at(place).at(best) == 0)
+        --best;
+    return static_cast<NetworkStatus>(best);
 }
 
 uint32_t Networks::available() const {

@@ -1,9 +1,11 @@
 // Which interfaces carry packet data and which are Wi-Fi, and how they are.
 #pragma once
 
-#include <set>
+#include <array>
 #include <string>
+#include <unordered_map>
 
+#include "bearer/interfaces.h"
 #include "config/config.h"
 #include "protocol/message.h"
 #include "store/store.h"
@@ -18,9 +20,14 @@ enum class NetworkStatus : uint32_t {
 };
 const char* to_text(NetworkStatus status);
 
-class Networks {
+// Counts as interfaces and profiles change, so that a question costs the same however many there are.
+class Networks : private StoreObserver {
   public:
-    Networks(const Config& config, Store& store) : config_(config), store_(store) {}
+    // It is told of changes from here on, so it stays where it is.
+    Networks(const Config& config, Store& store, Interfaces& interfaces);
+    ~Networks();
+    Networks(const Networks&) = delete;
+    Networks& operator=(const Networks&) = delete;
 
     // The status of the best interface of the kind.
     NetworkStatus status(NetIface kind) const;
@@ -28,12 +35,30 @@ class Networks {
     uint32_t available() const;
     // Tells a client both statuses.
     Message indication() const;
+    // Counts anew: the configuration is another one.
+    void count();
 
   private:
-    std::set<std::string> interfaces(NetIface kind) const;
+    static constexpr size_t kKinds = 2;
+    static constexpr size_t kStatuses = 4;
+    struct Named {
+        std::array<uint32_t, kKinds> uses{};
+        NetworkStatus status = NetworkStatus::kAbsent;
+    };
+
+    void on_interface(NetIface kind, const std::string& name, int more) override;
+    void on_restored() override { count(); }
+    void look_at(const std::string& name);
+    NetworkStatus status_of(const std::string& name) const;
 
     const Config& config_;
     Store& store_;
+    Interfaces& interfaces_;
+    // The interfaces that profiles and networks lead to, whether they are there or not.
+    std::unordered_map<std::string, Named> named_;
+    // How many of them have a status, by kind.
+    std::array<std::array<uint32_t, kStatuses>, kKinds> counts_{};
+    std::array<bool, kKinds> simulated_{};
 };
 
 }  // namespace quorvel::cm

@@ -3,11 +3,6 @@
 namespace quorvel::cm {
 namespace {
 
-Counters now(const std::string& interface) {
-    const auto state = interface_state(interface);
-    return state ? state->counters : Counters{};
-}
-
 // The kernel's counters wrap as ours do, so that a difference is right across the wrap.
 void add_difference(Counters& sum, const Counters& end, const Counters& start) {
     for (size_t i = 0; i < sum.size(); ++i)
@@ -34,6 +29,11 @@ bool resets(ResetLevel level, size_t counter) {
 
 }  // namespace
 
+Counters Statistics::now(const std::string& interface) {
+    const InterfaceState* state = interfaces_.look_at(interface);
+    return state != nullptr ? state->counters : Counters{};
+}
+
 void Statistics::enter(const std::string& interface) {
     Use& use = uses_[interface];
     if (use.calls++ == 0)
@@ -45,15 +45,15 @@ void Statistics::leave(const std::string& interface) {
     if (found == uses_.end() || --found->second.calls > 0)
         return;
     // A removed interface has taken its counters with it.
-    if (const auto state = interface_state(interface))
+    if (const InterfaceState* state = interfaces_.look_at(interface))
         add_difference(ended_, state->counters, found->second.start);
     uses_.erase(found);
 }
 
-Counters Statistics::read() const {
+Counters Statistics::read() {
     Counters sum = ended_;
     for (const auto& [interface, use] : uses_)
-        if (const auto state = interface_state(interface))
+        if (const InterfaceState* state = interfaces_.look_at(interface))
             add_difference(sum, state->counters, use.start);
     return sum;
 }

@@ -98,7 +98,7 @@ std::vector<uint32_t> clients_to_tell(Clients& clients, const json& arguments,
 }
 
 std::string describe_call(const Calls& calls, uint32_t call) {
-    return "call " + std::to_string(call) + " (" + describe(calls.all()[call].profiles.front()) + ")";
+    return "call " + std::to_string(call) + " (" + describe(calls.all()[call].users.first_profile()) + ")";
 }
 
 std::string describe_clients(const std::vector<uint32_t>& clients) {
@@ -108,9 +108,8 @@ std::string describe_clients(const std::vector<uint32_t>& clients) {
 json to_json(const Client& client, const Calls& calls) {
     json used = json::array();
     for (const uint32_t id : calls.in_use())
-        for (const Call::User& user : calls.all()[id].users)
-            if (user.client == client.id)
-                used.push_back({{"call", id}, {"profile", user.profile}});
+        for (const int32_t profile : calls.all()[id].users.of(client.id))
+            used.push_back({{"call", id}, {"profile", profile}});
     return {{"client", client.id},
             {"process", client.peer.pid},
             {"user", client.peer.uid},
@@ -122,12 +121,15 @@ json to_json(const Client& client, const Calls& calls) {
 
 json to_json(uint32_t id, const Call& call) {
     json profiles = json::array();
-    for (const Profile& profile : call.profiles)
+    call.users.each_profile([&](const Profile& profile) {
         profiles.push_back(
             {{"profile", profile.id}, {"name", profile.name}, {"access-point", profile.access_point}});
+        return true;
+    });
     json users = json::array();
-    for (const Call::User& user : call.users)
-        users.push_back({{"client", user.client}, {"profile", user.profile}});
+    call.users.each([&](uint32_t client, int32_t profile) {
+        users.push_back({{"client", client}, {"profile", profile}});
+    });
     json result{{"call", id}, {"state", to_text(call.state)}, {"profiles", profiles}, {"users", users}};
     if (!call.connected())
         return result;

@@ -27,7 +27,7 @@ void start_call(Services services, Client& client, const Request& request) {
     }
     client.sync->send(answer);
     if (call)
-        services.calls.respond_if_up(*call, {client.id, id});
+        services.calls.respond_if_up(*call, client.id, id);
 }
 
 void stop_call(Services services, Client& client, const Request& request) {

@@ -98,6 +98,8 @@ void get_attributes(Exchange& exchange) {
     exchange.answer.value = exchange.services.store.read(exchange.header.ProfileId).ProfileAttr;
 }
 
+constexpr size_t kLongestList = std::size(NetPMProfileIdList{}.ProfileId);
+
 void send_ids(Exchange& exchange, const std::vector<int32_t>& ids, size_t most) {
     NetPMProfileIdList list{};
     const size_t count = std::min({ids.size(), most, std::size(list.ProfileId)});
@@ -107,7 +109,8 @@ void send_ids(Exchange& exchange, const std::vector<int32_t>& ids, size_t most) 
 }
 
 void list_ids(Exchange& exchange) {
-    send_ids(exchange, exchange.services.store.ids(type_or_all(exchange.header.Arg)), exchange.header.Arg2);
+    send_ids(exchange, exchange.services.store.ids(type_or_all(exchange.header.Arg), kLongestList),
+             exchange.header.Arg2);
 }
 
 NetPMPartialProfile partial(const NetPMProfile& profile) {
@@ -121,23 +124,25 @@ NetPMPartialProfile partial(const NetPMProfile& profile) {
 }
 
 void list_partial(Exchange& exchange) {
-    auto ids = exchange.services.store.ids(type_or_all(exchange.header.Arg));
-    ids.resize(std::min<size_t>(ids.size(), NETPM_MAX_PARTIAL_PROFILES));
+    const auto ids =
+        exchange.services.store.ids(type_or_all(exchange.header.Arg), NETPM_MAX_PARTIAL_PROFILES);
     for (const int32_t id : ids)
         append(exchange.answer.data, partial(exchange.services.store.read(id)));
     exchange.answer.profile = static_cast<int32_t>(ids.size());
 }
 
 void find_by_apn(Exchange& exchange) {
-    send_ids(exchange, exchange.services.store.find(NETPM_PROFILE_PDP, text_of<wire::PmApnField>(exchange)),
-             SIZE_MAX);
+    send_ids(
+        exchange,
+        exchange.services.store.find(NETPM_PROFILE_PDP, text_of<wire::PmApnField>(exchange), kLongestList),
+        kLongestList);
 }
 
 void find(Exchange& exchange) {
     const NetPMProfileType type = type_of(exchange.header.Arg);
     const std::string key = type == NETPM_PROFILE_PDP ? text_of<wire::PmApnField>(exchange)
                                                       : text_of<wire::PmEssidField>(exchange);
-    send_ids(exchange, exchange.services.store.find(type, key), SIZE_MAX);
+    send_ids(exchange, exchange.services.store.find(type, key, kLongestList), kLongestList);
 }
 
 // A restored profile may be another one under the id of an open connection.

@@ -7,13 +7,15 @@
 namespace quorvel::cm {
 namespace {
 
-// Profiles whose connection is up; suspended counts as up.
-std::vector<Profile> active_profiles(const Calls& calls) {
-    std::vector<Profile> result;
+// The first profiles whose connection is up, as many as a list takes; suspended counts as up.
+template <class Each>
+void each_active_profile(const Calls& calls, size_t most, const Each& each) {
     for (const Call& call : calls.all())
-        if (call.connected())
-            result.insert(result.end(), call.profiles.begin(), call.profiles.end());
-    return result;
+        if (call.connected() && most > 0)
+            call.users.each_profile([&](const Profile& profile) {
+                each(profile);
+                return --most > 0;
+            });
 }
 
 template <class Block>
@@ -39,21 +41,17 @@ wire::ActiveConnection describe_connection(uint32_t id, const Call& call, const 
 }  // namespace
 
 void get_active_profile_ids(Services services, Client& client, const Request& request) {
-    const auto active = active_profiles(services.calls);
     wire::ProfileIdBlock block{};
-    for (const Profile& profile : active)
-        if (block.Count < std::size(block.ProfileId))
-            block.ProfileId[block.Count++] = profile.id;
+    each_active_profile(services.calls, std::size(block.ProfileId),
+                        [&](const Profile& profile) { block.ProfileId[block.Count++] = profile.id; });
     log_request(client, "asks for the ids of active profiles: ", block.Count);
     send_block(client, answer_to(request), block);
 }
 
 void get_active_profile_names(Services services, Client& client, const Request& request) {
-    const auto active = active_profiles(services.calls);
     wire::ProfileNameBlock block{};
-    for (const Profile& profile : active)
-        if (block.Count < std::size(block.Name))
-            put_text(block.Name[block.Count++], profile.name);
+    each_active_profile(services.calls, std::size(block.Name),
+                        [&](const Profile& profile) { put_text(block.Name[block.Count++], profile.name); });
     log_request(client, "asks for the names of active profiles: ", block.Count);
     send_block(client, answer_to(request), block);
 }
@@ -63,8 +61,9 @@ void get_active_connections(Services services, Client& client, const Request& re
     wire::ActiveConnectionBlock block{};
     const auto& calls = services.calls.all();
     for (uint32_t id = 0; id < kCallCount; ++id)
-        if (calls[id].connected() && calls[id].profiles.front().kind == kind)
-            block.Connection[block.Count++] = describe_connection(id, calls[id], calls[id].profiles.front());
+        if (calls[id].connected() && calls[id].users.first_profile().kind == kind)
+            block.Connection[block.Count++] =
+                describe_connection(id, calls[id], calls[id].users.first_profile());
     log_request(client, "asks for the active connections over interfaces of kind ", kind, ": ", block.Count);
     send_block(client, answer_to(request), block);
 }
@@ -86,6 +85,7 @@ void reset_statistics(Services services, Client& client, const Request& request)
 }
 
 void get_network_status(Services services, Client& client, const Request& request) {
+    services.interfaces.catch_up();
     const NetworkStatus packet_data = services.networks.status(NETCM_IFACE_PDP);
     const NetworkStatus wifi = services.networks.status(NETCM_IFACE_WIFI);
     Message answer = answer_to(request);
@@ -97,6 +97,7 @@ void get_network_status(Services services, Client& client, const Request& reques
 }
 
 void get_interface_list(Services services, Client& client, const Request& request) {
+    services.interfaces.catch_up();
     Message answer = answer_to(request);
     answer.record.Word2 = services.networks.available();
     log_request(client, "asks for the available interfaces: ", answer.record.Word2);

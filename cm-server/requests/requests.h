@@ -1,6 +1,7 @@
 // What the server does with each request of a registered client.
 #pragma once
 
+#include "bearer/interfaces.h"
 #include "bearer/networks.h"
 #include "bearer/statistics.h"
 #include "calls.h"
@@ -18,6 +19,7 @@ struct Services {
     Settings& settings;
     Statistics& statistics;
     const Networks& networks;
+    Interfaces& interfaces;
 };
 
 void handle_request(Services services, Client& client, const Request& request);

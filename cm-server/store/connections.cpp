@@ -46,10 +46,16 @@ std::optional<Profile> Store::connection(int32_t id) {
     return to_connection(read(id), row.text(0));
 }
 
-std::vector<Profile> Store::connections() {
-    std::vector<Profile> result;
-    for (const int32_t id : ids())
-        result.push_back(*connection(id));
+std::vector<NamedInterface> Store::named_interfaces() {
+    std::vector<NamedInterface> result;
+    const auto add = [&](NetIface kind, const char* sql) {
+        for (Statement row = database_.prepare(sql); row.step();)
+            result.push_back({kind, row.text(0), static_cast<int>(row.number(1))});
+    };
+    add(NETCM_IFACE_PDP,
+        "SELECT interface, count(*) FROM profile WHERE type = 0 AND interface <> '' GROUP BY interface");
+    add(NETCM_IFACE_WIFI,
+        "SELECT interface, count(*) FROM wlan_profile WHERE interface <> '' GROUP BY interface");
     return result;
 }
 

@@ -97,6 +97,14 @@ CREATE TABLE payment (
     payment INTEGER NOT NULL
 );
 )sql",
+    R"sql(
+CREATE INDEX profile_type ON profile (type, id);
+CREATE INDEX pdp_profile_apn ON pdp_profile (apn, profile);
+CREATE INDEX wlan_profile_essid ON wlan_profile (essid, profile);
+CREATE INDEX application_profile ON application (profile);
+ALTER TABLE profile ADD COLUMN owner INTEGER NOT NULL DEFAULT 0;
+CREATE INDEX profile_owner ON profile (owner);
+)sql",
 };
 
 int64_t version_of(Database& database) {

@@ -79,24 +79,31 @@ int32_t Store::add(const NetPMProfile& profile) {
         .run();
     const int32_t id = database_.last_inserted();
     write(id, profile);
+    const auto after = connection(id);
     transaction.commit();
+    tell({}, after);
     return id;
 }
 
 void Store::modify(int32_t id, const NetPMProfile& profile) {
     const NetPMProfile before = read(id);
+    const auto used = connection(id);
     check_profile(profile);
     Transaction transaction(database_);
     write(id, profile);
     if (before.ProfileType != profile.ProfileType)
         database_.prepare("DELETE FROM default_profile WHERE profile = ?").bind(id).run();
+    const auto after = connection(id);
     transaction.commit();
+    tell(used, after);
 }
 
 void Store::remove(int32_t id) {
+    const auto before = connection(id);
     database_.prepare("DELETE FROM profile WHERE id = ?").bind(id).run();
     if (database_.changed() == 0)
         throw PmRefusal(PM_ERR_UNKNOWN_PROFILE);
+    tell(before, {});
 }
 
 void Store::write(int32_t id, const NetPMProfile& profile) {
@@ -208,21 +215,34 @@ void Store::restore() {
             make_default(id, record.ProfileType);
     }
     transaction.commit();
+    if (observer_ != nullptr)
+        observer_->on_restored();
 }
 
-std::vector<int32_t> Store::ids(std::optional<NetPMProfileType> type) {
+void Store::tell(const std::optional<Profile>& before, const std::optional<Profile>& after) const {
+    if (observer_ == nullptr)
+        return;
+    if (after && !after->interface.empty())
+        observer_->on_interface(after->kind, after->interface, 1);
+    if (before && !before->interface.empty())
+        observer_->on_interface(before->kind, before->interface, -1);
+}
+
+std::vector<int32_t> Store::ids(std::optional<NetPMProfileType> type, size_t most) {
     Statement statement =
-        database_.prepare("SELECT id FROM profile WHERE type = ?1 OR ?1 IS NULL ORDER BY id");
+        database_.prepare(type ? "SELECT id FROM profile WHERE type = ?1 ORDER BY id LIMIT ?2"
+                               : "SELECT id FROM profile ORDER BY id LIMIT ?2");
     type ? statement.bind(int64_t{*type}) : statement.bind_null();
+    statement.bind(static_cast<int64_t>(most));
     return all_ids(std::move(statement));
 }
 
-std::vector<int32_t> Store::find(NetPMProfileType type, const std::string& key) {
+std::vector<int32_t> Store::find(NetPMProfileType type, const std::string& key, size_t most) {
     const char* sql = type == NETPM_PROFILE_PDP
-                          ? "SELECT profile FROM pdp_profile WHERE apn = ? ORDER BY profile"
-                          : "SELECT profile FROM wlan_profile WHERE essid = ? ORDER BY profile";
+                          ? "SELECT profile FROM pdp_profile WHERE apn = ? ORDER BY profile LIMIT ?"
+                          : "SELECT profile FROM wlan_profile WHERE essid = ? ORDER BY profile LIMIT ?";
     Statement statement = database_.prepare(sql);
-    statement.bind(key);
+    statement.bind(key).bind(static_cast<int64_t>(most));
     return all_ids(std::move(statement));
 }
 

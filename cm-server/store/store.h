@@ -25,6 +25,25 @@ struct PaymentSetting {
     uint32_t payment;
 };
 
+// An interface that so many profiles of a kind lead to by themselves.
+struct NamedInterface {
+    NetIface kind;
+    std::string name;
+    int count;
+};
+
+// Told after a change that is in the database.
+class StoreObserver {
+  public:
+    // So many more profiles, or fewer, of the kind name this interface.
+    virtual void on_interface(NetIface kind, const std::string& name, int more) = 0;
+    // All profiles are others.
+    virtual void on_restored() = 0;
+
+  protected:
+    ~StoreObserver() = default;
+};
+
 // Throws PmRefusal for what a client asks in vain, and DatabaseError when the database fails.
 class Store {
   public:
@@ -41,9 +60,9 @@ class Store {
     void restore();
 
     // In the order of their ids; nothing for the type means all.
-    std::vector<int32_t> ids(std::optional<NetPMProfileType> type = std::nullopt);
+    std::vector<int32_t> ids(std::optional<NetPMProfileType> type, size_t most);
     // Whose APN or network name is the key.
-    std::vector<int32_t> find(NetPMProfileType type, const std::string& key);
+    std::vector<int32_t> find(NetPMProfileType type, const std::string& key, size_t most);
 
     // The default of a type. Without a type: of packet data, or else of Wi-Fi.
     std::optional<int32_t> default_id(std::optional<NetPMProfileType> type = std::nullopt);
@@ -61,7 +80,8 @@ class Store {
 
     // What a connection needs of a profile; nothing when there is no such profile.
     std::optional<Profile> connection(int32_t id);
-    std::vector<Profile> connections();
+    std::vector<NamedInterface> named_interfaces();
+    void watch(StoreObserver* observer) { observer_ = observer; }
 
   private:
     void write(int32_t id, const NetPMProfile& profile);
@@ -69,9 +89,11 @@ class Store {
     void write_rest(int32_t id, const NetPMProfile& profile);
     void read_part(int32_t id, NetPMProfile& profile, const char* table);
     void make_default(int32_t id, uint32_t type);
+    void tell(const std::optional<Profile>& before, const std::optional<Profile>& after) const;
 
     Database database_;
     std::vector<FactoryProfile> factory_;
+    StoreObserver* observer_ = nullptr;
 };
 
 // The file that holds the store when none is named: below the user's state directory, which is made.

@@ -195,7 +195,7 @@ TEST(ServerStoreFile, has_the_fields_of_profiles_in_columns) {
     }
     cm::Database database("/tmp/store.db");
     const auto of = [](int32_t id) { return " WHERE profile = " + std::to_string(id); };
-    EXPECT_EQ(row(database, "PRAGMA user_version"), Row{"1"});
+    EXPECT_EQ(row(database, "PRAGMA user_version"), Row{"2"});
     EXPECT_EQ(row(database, "SELECT type, name, attributes FROM profile WHERE id = " + std::to_string(full)),
               (Row{"0", "full", "5"}));
     EXPECT_EQ(row(database, "SELECT apn, password, primary_dns, linger_time FROM pdp_profile" + of(full)),
