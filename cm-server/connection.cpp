@@ -105,12 +105,25 @@ void Connection::put_out_late() {
         late_due_.start(std::chrono::ceil<std::chrono::milliseconds>(late_.front().due - now));
 }
 
+// Mostly the socket takes everything, and the loop needs not come round for it. What it does not take, and
+// any error, is left to the loop.
+size_t Connection::put_out_at_once(const std::vector<std::byte>& bytes) {
+    if (evbuffer_get_length(bufferevent_get_output(socket_.get())) > 0)
+        return 0;
+    const ssize_t sent =
+        ::send(bufferevent_getfd(socket_.get()), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    return sent < 0 ? 0 : static_cast<size_t>(sent);
+}
+
 // In one piece, so that a reader who takes a record with a single read gets it whole.
 void Connection::put_out(const std::vector<std::byte>& bytes) {
     if (closed_ || full_ != nullptr)
         return;
+    const size_t sent = put_out_at_once(bytes);
+    if (sent == bytes.size())
+        return;
     // A part of a record would put the other end out of step.
-    if (bufferevent_write(socket_.get(), bytes.data(), bytes.size()) != 0)
+    if (bufferevent_write(socket_.get(), bytes.data() + sent, bytes.size() - sent) != 0)
         return drop_soon("there is no memory for what it is sent");
     if (evbuffer_get_length(bufferevent_get_output(socket_.get())) > limits_.unread_bytes)
         return drop_soon("it does not read what it is sent");

@@ -82,6 +82,7 @@ class Connection {
     void drop_soon(const char* why);
     void watch_for_stall();
     void put_out(const std::vector<std::byte>& bytes);
+    size_t put_out_at_once(const std::vector<std::byte>& bytes);
     void put_out_late();
 
     struct Late {

@@ -14,6 +14,7 @@ Server::Server(const ServerOptions& options, Config config)
       config_(std::move(config)),
       base_(make_event_base()),
       socket_(listen()),
+      tap_(base_.get()),
       holdings_(config_.limits.memory),
       clients_(options.max_clients),
       statistics_(interfaces_),

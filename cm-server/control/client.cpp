@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "control/control.h"
+#include "monitor/decode.h"
 #include "socket_path.h"
 
 namespace quorvel::cm {
@@ -87,7 +88,7 @@ void watch_server(const std::string& socket, const std::function<void(const nloh
     exchange(server, {{"command", "monitor"}});
     constexpr int kWithoutEnd = -1;
     while (const auto line = server.read_line(kWithoutEnd))
-        each(nlohmann::json::parse(*line));
+        each(decoded(nlohmann::json::parse(*line)));
 }
 
 }  // namespace quorvel::cm

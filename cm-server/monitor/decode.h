@@ -14,6 +14,9 @@ namespace quorvel::cm {
 nlohmann::json decode(const Request& request);
 nlohmann::json decode(const Message& message, bool event);
 
+// What the server tells of something that passes, which has its bytes alone, with its name and fields.
+nlohmann::json decoded(const nlohmann::json& passing);
+
 // As one line of text, which what a client has sent always gives: bytes that are no UTF-8 are replaced.
 std::string to_line(const nlohmann::json& value);
 

@@ -4,8 +4,10 @@
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <nlohmann/json.hpp>
+#include <span>
+#include <string>
 
+#include "events.h"
 #include "protocol/message.h"
 #include "protocol/request.h"
 
@@ -13,19 +15,27 @@ namespace quorvel::cm {
 
 class Tap {
   public:
-    using Watcher = std::function<void(const nlohmann::json& passing)>;
+    // Is given whole lines of JSON, several at a time.
+    using Watcher = std::function<void(const std::string& lines)>;
 
-    void attach(const void* key, Watcher watcher) { watchers_[key] = std::move(watcher); }
-    void detach(const void* key) { watchers_.erase(key); }
+    explicit Tap(event_base* base) : due_(base, [this] { tell(); }) {}
 
-    // Nothing is decoded while nobody watches.
+    void attach(const void* key, Watcher watcher);
+    void detach(const void* key);
+
+    // What passes is neither decoded nor sent on at once: those who are served do not wait for those who
+    // watch.
     void show(uint32_t client, const Request& request);
     void show(uint32_t client, bool event, const Message& message);
 
   private:
-    void tell(const nlohmann::json& passing) const;
+    void add(const char* direction, uint32_t client, std::span<const std::byte> head,
+             std::span<const std::byte> rest);
+    void tell();
 
     std::map<const void*, Watcher> watchers_;
+    std::string lines_;
+    Timer due_;
 };
 
 }  // namespace quorvel::cm
