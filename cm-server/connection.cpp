@@ -184,8 +184,11 @@ void Connection::serve(std::span<const std::byte> bytes) {
 void Connection::watch_for_stall() {
     if (closed_)
         return;
-    // Called whenever something has arrived, so that only silence counts.
-    if (role_ == Role::kNone || reader_.pending() > 0)
+    // Called whenever something has arrived, so that of those who are known only silence counts.
+    if (role_ == Role::kNone) {
+        if (!stalled_.running())
+            stalled_.start(limits_.time_to_register);
+    } else if (reader_.pending() > 0)
         stalled_.start(limits_.request_time);
     else
         stalled_.stop();

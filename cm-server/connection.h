@@ -28,8 +28,10 @@ log::Subject describe(const Peer& peer);
 
 // What a client may do to the server before it is dropped.
 struct ConnectionLimits {
-    // How long a request may stay incomplete, and a new connection silent.
+    // How long a request may stay incomplete.
     std::chrono::milliseconds request_time{5000};
+    // How long a new connection may take to say who it is.
+    std::chrono::milliseconds time_to_register{5000};
     // How many bytes may wait for a client that does not read.
     size_t unread_bytes = size_t{4} * 1024 * 1024;
 };

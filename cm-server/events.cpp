@@ -10,6 +10,7 @@
 #include <string>
 
 #include "guard.h"
+#include "log.h"
 
 namespace quorvel::cm {
 namespace {
@@ -24,6 +25,10 @@ T* checked(T* object, const char* what) {
 }  // namespace
 
 EventBase make_event_base() {
+    event_set_log_callback([](int severity, const char* text) {
+        if (severity >= EVENT_LOG_WARN)
+            log::warning("the event loop: ", text);
+    });
     // Whoever has a loop writes to sockets, and the other end may have gone.
     std::signal(SIGPIPE, SIG_IGN);
     return EventBase(checked(event_base_new(), "the event loop"));
@@ -86,9 +91,18 @@ void SignalWatch::fired(evutil_socket_t fd, short, void* watch) {
         guarded("what a signal asks for", static_cast<SignalWatch*>(watch)->action_);
 }
 
+void ignore_other_signals() {
+    for (const int signal :
+         {SIGUSR1, SIGUSR2, SIGALRM, SIGVTALRM, SIGPROF, SIGIO, SIGPWR, SIGSTKFLT, SIGXFSZ})
+        std::signal(signal, SIG_IGN);
+    for (int signal = SIGRTMIN; signal <= SIGRTMAX; ++signal)
+        std::signal(signal, SIG_IGN);
+}
+
 EndSignals::EndSignals(event_base* base, const std::function<void(const char* signal)>& action)
     : terminate_(base, SIGTERM, [action] { action("SIGTERM"); }),
-      interrupt_(base, SIGINT, [action] { action("SIGINT"); }) {}
+      interrupt_(base, SIGINT, [action] { action("SIGINT"); }),
+      quit_(base, SIGQUIT, [action] { action("SIGQUIT"); }) {}
 
 FileWatch::FileWatch(event_base* base, std::function<void()> action)
     : action_(std::move(action)), fd_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {

@@ -64,6 +64,9 @@ class SignalWatch {
     Event event_;
 };
 
+// What would end the process unasked, and is none of its business: SIGUSR1 and the like.
+void ignore_other_signals();
+
 // Runs an action, which is told the signal's name, when the process is asked to end.
 class EndSignals {
   public:
@@ -72,6 +75,7 @@ class EndSignals {
   private:
     SignalWatch terminate_;
     SignalWatch interrupt_;
+    SignalWatch quit_;
 };
 
 // Runs an action whenever the file behind a path may not be that file any more.

@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
+#include <cstring>
 #include <utility>
 
 #include "guard.h"
@@ -11,6 +13,7 @@ namespace quorvel::cm {
 namespace {
 
 constexpr std::chrono::milliseconds kAgain{1000};
+constexpr std::chrono::milliseconds kRest{200};
 
 std::string describe_loss(const std::string& path) {
     struct stat found {};
@@ -29,6 +32,7 @@ ListeningSocket::ListeningSocket(event_base* base, const std::string& path, mode
       path_(path),
       mode_(mode),
       accept_(std::move(accept)),
+      rested_(base, [this] { evconnlistener_enable(listener_.get()); }),
       again_(base, [this] { look(); }),
       watch_(base, [this] { look(); }) {
     listen();
@@ -39,10 +43,18 @@ void ListeningSocket::listen() {
     const auto accepted = [](evconnlistener*, evutil_socket_t fd, sockaddr*, int, void* self) {
         guarded("the acceptance of a connection", [&] { static_cast<ListeningSocket*>(self)->accept_(fd); });
     };
+    const auto failed = [](evconnlistener*, void* self) { static_cast<ListeningSocket*>(self)->rest(); };
     auto listener = listen_on(base_, place->release(), accepted, this);
+    evconnlistener_set_error_cb(listener.get(), failed);
     place_ = std::move(place);
     listener_ = std::move(listener);
     watch();
+}
+
+void ListeningSocket::rest() {
+    trouble_.warning(path_, ": nobody can be let in: ", std::strerror(errno));
+    evconnlistener_disable(listener_.get());
+    rested_.start(kRest);
 }
 
 void ListeningSocket::watch() {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "events.h"
+#include "log.h"
 #include "socket_path.h"
 
 namespace quorvel::cm {
@@ -18,6 +19,7 @@ inline constexpr mode_t kOwnerOnly = 0600;
 
 // Whoever has removed or replaced the socket is told in the log, as an error. The path is taken again as soon
 // as it is free; what somebody else has put there is left alone, and those who are connected notice nothing.
+// When the system lets nobody in, who waits does so until it does; it is tried again after a while.
 class ListeningSocket {
   public:
     // Throws SocketPathError.
@@ -33,6 +35,7 @@ class ListeningSocket {
     void watch();
     void look();
     void take_back();
+    void rest();
 
     event_base* base_;
     std::string path_;
@@ -42,6 +45,8 @@ class ListeningSocket {
     // Goes before the listener: as long as that lives, nobody else's socket can have the same number.
     std::unique_ptr<SocketPath> place_;
     std::string obstacle_;
+    log::Sparing trouble_;
+    Timer rested_;
     Timer again_;
     FileWatch watch_;
 };

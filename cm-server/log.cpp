@@ -108,6 +108,16 @@ Level level_from_name(std::string_view text) {
     throw std::invalid_argument("unknown log level \"" + std::string(text) + "\"");
 }
 
+bool Sparing::due() {
+    const auto now = std::chrono::steady_clock::now();
+    if (last_ != std::chrono::steady_clock::time_point{} && now - last_ < std::chrono::seconds(1)) {
+        ++left_out_;
+        return false;
+    }
+    last_ = now;
+    return true;
+}
+
 void write(Level level, const std::string& text, const std::vector<Field>& fields) {
     std::string out = in_journal() ? "<" + std::to_string(name(level).priority) + ">" : "";
     out += (g_format == Format::kJson ? json_line(level, text, fields) : text_line(level, text)) + "\n";

@@ -1,11 +1,13 @@
 // What the server tells its operator: one line per event, on standard error, whatever clients put into it.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <ostream>
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace quorvel::cm::log {
@@ -62,6 +64,27 @@ void line(Level wanted, const Parts&... parts) noexcept {
         // Whoever has something to say goes on, even when there is no memory to say it with.
     }
 }
+
+// For what may come in floods: a line a second at most, which says how many it stands for.
+class Sparing {
+  public:
+    template <class... Parts>
+    void warning(const Parts&... parts) {
+        if (!due())
+            return;
+        const uint64_t more = std::exchange(left_out_, 0);
+        if (more == 0)
+            line(Level::kWarning, parts...);
+        else
+            line(Level::kWarning, parts..., " (and ", more, " more since the last such line)");
+    }
+
+  private:
+    bool due();
+
+    std::chrono::steady_clock::time_point last_{};
+    uint64_t left_out_ = 0;
+};
 
 template <class... Parts>
 void error(const Parts&... parts) {

@@ -15,8 +15,11 @@ int serve(Arguments& arguments) {
     arguments.server.limits.request_time = std::chrono::milliseconds(arguments.request_time);
     if (arguments.server.store.empty())
         arguments.server.store = default_store_path();
-    Server server(arguments.server,
-                  arguments.config.empty() ? built_in_config() : read_config(arguments.config));
+    Config config =
+        arguments.server.config.empty() ? built_in_config() : read_config(arguments.server.config);
+    if (config.log_level && !arguments.server.log_level_given)
+        log::set_level(*config.log_level);
+    Server server(arguments.server, std::move(config));
     server.run();
     return 0;
 }
@@ -31,6 +34,7 @@ int main(int argc, char** argv) {
     try {
         quorvel::cm::describe(app, arguments);
         app.parse(argc, argv);
+        arguments.server.log_level_given = app.count("--log-level") > 0;
         return app.get_subcommands().empty() ? quorvel::cm::serve(arguments) : 0;
     } catch (const CLI::ParseError& error) {
         return app.exit(error);

@@ -17,7 +17,8 @@ void describe(CLI::App& app, Arguments& arguments) {
         "--db", arguments.server.store,
         "File that keeps the profiles, or \":memory:\"; cm-server.db below the user's state directory "
         "when not given");
-    app.add_option("--config", arguments.config, "Configuration file; without one a profile on lo is served")
+    app.add_option("--config", arguments.server.config,
+                   "Configuration file; without one a profile on lo is served")
         ->check(CLI::ExistingFile);
     app.add_option("--log-level", arguments.log_level, "How much to log")
         ->check(CLI::IsMember({"error", "warning", "info", "debug"}))

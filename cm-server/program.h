@@ -10,7 +10,6 @@ namespace quorvel::cm {
 
 struct Arguments {
     ServerOptions server;
-    std::string config;
     std::string log_level = "info";
     std::string log_format = "text";
     int64_t request_time = 5000;

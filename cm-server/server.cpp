@@ -2,6 +2,9 @@
 
 #include <systemd/sd-daemon.h>
 
+#include <csignal>
+#include <sstream>
+
 #include "control/commands.h"
 #include "control/trouble.h"
 #include "guard.h"
@@ -16,7 +19,9 @@ Server::Server(const ServerOptions& options, Config config)
       socket_(listen()),
       tap_(base_.get()),
       holdings_(config_.limits.memory),
-      clients_(options.max_clients),
+      room_(make_room(options.max_clients)),
+      door_(config_.limits, room_.connections),
+      clients_(room_.clients),
       statistics_(interfaces_),
       calls_(config_, clients_, statistics_),
       bearer_(base_.get(), config_.set_up_limit, interfaces_, calls_),
@@ -28,7 +33,9 @@ Server::Server(const ServerOptions& options, Config config)
       back_(base_.get(), [this] { come_back(); }),
       control_(base_.get(), control_path(options.socket), tap_,
                [this](const nlohmann::json& command) { return execute(command); }),
-      end_(base_.get(), [this](const char* signal) { stop(signal); }) {
+      end_(base_.get(), [this](const char* signal) { stop(signal); }),
+      hang_up_(base_.get(), SIGHUP, [this] { reload(); }) {
+    ignore_other_signals();
     calls_.use(bearer_);
     keep_memory_for_trouble();
 }
@@ -77,6 +84,40 @@ void Server::stop(const char* why) {
     event_base_loopbreak(base_.get());
 }
 
+void Server::reload() {
+    if (options_.config.empty())
+        return log::info("SIGHUP: there is no configuration file to read again");
+    sd_notify(0, "RELOADING=1");
+    try {
+        apply(read_config(options_.config));
+    } catch (const ConfigError& error) {
+        std::istringstream faults(error.what());
+        for (std::string fault; std::getline(faults, fault);)
+            log::error(fault);
+        log::error("the configuration is left as it was");
+    }
+    sd_notify(0, "READY=1");
+}
+
+// Connections that are open keep what they were opened with.
+void Server::apply(Config config) {
+    config_ = std::move(config);
+    if (config_.log_level && !options_.log_level_given)
+        log::set_level(*config_.log_level);
+    holdings_.use(config_.limits.memory);
+    door_.use(config_.limits);
+    bearer_.use(config_.set_up_limit);
+    const bool other_profiles = store_.use(config_.profiles);
+    networks_.count();
+    log::info(options_.config,
+              ": read again; networks, name servers, limits and the log level are the file's");
+    if (other_profiles)
+        log::warning(options_.config,
+                     ": the profiles differ; those in the database stay until an application restores the "
+                     "factory's");
+    links_changed();
+}
+
 void Server::links_changed() {
     bearer_.look_again();
     const Message status = networks_.indication();
@@ -91,10 +132,29 @@ void Server::links_changed() {
 
 void Server::accept(evutil_socket_t fd) {
     keep_memory_for_trouble();
+    const Peer peer = peer_of(fd);
+    if (const auto why = door_.refuses_connection(peer.uid)) {
+        evutil_closesocket(fd);
+        return turned_away_.warning(describe(peer), " is not let in: ", *why);
+    }
+    make_room_for_one();
     Connection::Handler& handler = *this;
-    auto connection = std::make_unique<Connection>(base_.get(), fd, options_.limits, holdings_, handler);
-    log::debug("connection from ", describe(connection->peer()));
+    ConnectionLimits limits = options_.limits;
+    limits.time_to_register = door_.time_to_register(peer.uid, limits.request_time);
+    auto connection = std::make_unique<Connection>(base_.get(), fd, limits, holdings_, handler);
+    log::debug("connection from ", describe(peer));
+    door_.enter(*connection);
     connections_.add(std::move(connection));
+}
+
+// Whoever says nothing goes first. There is room for more than can be registered, so there is always one.
+void Server::make_room_for_one() {
+    if (!door_.full())
+        return;
+    if (Connection* unknown = door_.longest_unknown()) {
+        turned_away_.warning("all connections are taken; those that do not say who they are go first");
+        unknown->close("others need its place");
+    }
 }
 
 void Server::on_send(Connection& connection, const Message& message) {
@@ -124,13 +184,16 @@ void Server::on_request(Connection& connection, const Request& request) {
 
 void Server::register_client(Connection& connection, const Request& request) {
     const auto app_id = static_cast<int32_t>(request.header.Arg5);
-    Client* client = clients_.add(connection, app_id);
+    const auto refused = door_.refuses_registration(connection.peer().uid);
+    Client* client = refused ? nullptr : clients_.add(connection, app_id);
     Message answer =
         make_message(wire::NETCM_CLIENT_REGISTER_RSP, client ? NETCM_SUCCESS : NETCM_ERR_MAX_LIMIT);
     if (client == nullptr) {
         connection.send(answer);
-        return connection.close("there are " + std::to_string(clients_.all().size()) + " clients already");
+        return connection.close(
+            refused.value_or("there are " + std::to_string(clients_.all().size()) + " clients already"));
     }
+    door_.recognise(connection, true);
     answer.record.Word1 = client->id;
     tap_.show(client->id, request);
     connection.send(answer);
@@ -143,6 +206,7 @@ void Server::attach_client(Connection& connection, const Request& request) {
     if (client == nullptr)
         return connection.close("it offers an async socket for client " +
                                 std::to_string(request.header.ClientId) + ", which it is not");
+    door_.recognise(connection, false);
     tap_.show(client->id, request);
     log::info(describe(*client), " receives events");
     Clients::push_waiting(*client);
@@ -150,6 +214,7 @@ void Server::attach_client(Connection& connection, const Request& request) {
 
 void Server::on_closed(Connection& connection, const std::string& why) {
     const uint32_t id = connection.client_id();
+    door_.leave(connection);
     if (const Client* client = clients_.find(id);
         client != nullptr && connection.role() != Connection::Role::kNone) {
         const bool sync = connection.role() == Connection::Role::kSync;

@@ -11,6 +11,8 @@
 #include "config/config.h"
 #include "connection.h"
 #include "control/control.h"
+#include "descriptors.h"
+#include "doorkeeper.h"
 #include "events.h"
 #include "faults/faults.h"
 #include "keeper.h"
@@ -23,7 +25,9 @@ namespace quorvel::cm {
 
 struct ServerOptions {
     std::string socket;
-    std::string store;  // file, or ":memory:"
+    std::string store;   // file, or ":memory:"
+    std::string config;  // file; empty: the built-in one
+    bool log_level_given = false;
     size_t max_clients = 256;
     ConnectionLimits limits;
 };
@@ -43,13 +47,19 @@ class Server : private Connection::Handler {
     void attach_client(Connection& connection, const Request& request);
     void forget(uint32_t client);
     void stop(const char* why);
+    // What the file says now, as far as it can change while the server runs.
+    void reload();
+    void apply(Config config);
+    void make_room_for_one();
     void links_changed();
     std::unique_ptr<ListeningSocket> listen();
     // Everybody is disconnected, and nobody is let in for a while.
     void restart(std::chrono::milliseconds away);
     void come_back();
     nlohmann::json execute(const nlohmann::json& command);
-    Services services() { return {clients_, calls_, store_, settings_, statistics_, networks_, interfaces_}; }
+    Services services() {
+        return {clients_, calls_, store_, settings_, statistics_, networks_, interfaces_, config_.limits};
+    }
 
     void on_request(Connection& connection, const Request& request) override;
     void on_send(Connection& connection, const Message& message) override;
@@ -62,6 +72,9 @@ class Server : private Connection::Handler {
     Tap tap_;
     Faults faults_;
     Holdings holdings_;
+    Room room_;
+    Doorkeeper door_;
+    log::Sparing turned_away_;
     Clients clients_;
     Interfaces interfaces_;
     Statistics statistics_;
@@ -76,6 +89,7 @@ class Server : private Connection::Handler {
     Timer back_;
     Control control_;
     EndSignals end_;
+    SignalWatch hang_up_;
 };
 
 }  // namespace quorvel::cm

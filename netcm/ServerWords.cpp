@@ -25,6 +25,7 @@ constexpr std::array kServerErrors{
     ServerError{115, "PM_ERR_BAD_INTERFACE", "an interface is not 0, 1 or 2"},
     ServerError{116, "PM_ERR_BAD_PAYMENT", "the payment setting is none that is known"},
     ServerError{117, "PM_ERR_STORE", "the store cannot be read or written"},
+    ServerError{118, "PM_ERR_TOO_MANY", "the user has as many profiles as one user may have"},
 };
 
 template <size_t N>

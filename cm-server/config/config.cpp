@@ -4,7 +4,9 @@
 #include <net/if.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <fstream>
+#include <map>
 #include <sstream>
 
 #include "config/limits.h"
@@ -96,6 +98,8 @@ Config read_config(const std::string& path) {
     config.dns = table.addresses("dns");
     config.set_up_limit = milliseconds(table, "set-up-limit").value_or(config.set_up_limit);
     table.tables("network", [&](ConfigTable& entry) { config.networks.push_back(read_network(entry)); });
+    if (const auto level = table.choice("log-level", {"error", "warning", "info", "debug"}))
+        config.log_level = static_cast<log::Level>(*level);
     table.table("limits", [&](ConfigTable& entry) { config.limits = read_limits(entry); });
     read_profiles(table, config);
     table.finish();
@@ -128,8 +132,13 @@ Network network_of(const Config& config, const Profile& profile) {
 }
 
 std::vector<in_addr> system_name_servers(const std::string& path) {
+    // A file that cannot be looked at now says nothing about its content.
+    static std::map<std::string, std::vector<in_addr>> known;
     std::vector<in_addr> servers;
+    errno = 0;
     std::ifstream file(path);
+    if (!file && errno != ENOENT)
+        return known[path];
     for (std::string line; std::getline(file, line);) {
         std::istringstream words(line);
         std::string key;
@@ -138,6 +147,7 @@ std::vector<in_addr> system_name_servers(const std::string& path) {
         if (words >> key >> value && key == "nameserver" && inet_pton(AF_INET, value.c_str(), &address) == 1)
             servers.push_back(address);
     }
+    known[path] = servers;
     return servers;
 }
 

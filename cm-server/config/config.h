@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "log.h"
 #include "profile.h"
 #include "protocol/status.h"
 #include "quotas.h"
@@ -38,6 +39,7 @@ struct Config {
     // How long a connection may wait for its interface.
     std::chrono::milliseconds set_up_limit{5000};
     Limits limits;
+    std::optional<log::Level> log_level;
 };
 
 // Every fault of the file, one line each, with file and line number.

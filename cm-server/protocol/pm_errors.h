@@ -22,7 +22,8 @@ namespace quorvel::cm {
     X(PM_ERR_KNOWN_APPLICATION, 114, "there is an application with this id already")               \
     X(PM_ERR_BAD_INTERFACE, 115, "an interface is not 0, 1 or 2")                                  \
     X(PM_ERR_BAD_PAYMENT, 116, "the payment setting is none that is known")                        \
-    X(PM_ERR_STORE, 117, "the store cannot be read or written")
+    X(PM_ERR_STORE, 117, "the store cannot be read or written")                                    \
+    X(PM_ERR_TOO_MANY, 118, "the user has as many profiles as one user may have")
 
 enum PmError : uint32_t {
     PM_SUCCESS = 0,

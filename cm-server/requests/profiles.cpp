@@ -12,6 +12,7 @@ namespace {
 // One request, and the answer that is being made.
 struct Exchange {
     Services services;
+    uid_t user;
     wire::PmRequestHeader header{};
     std::span<const std::byte> data;
     PmAnswer answer;
@@ -53,7 +54,11 @@ int32_t default_of(Store& store) {
 }
 
 void add(Exchange& exchange) {
-    exchange.answer.profile = exchange.services.store.add(data_of<wire::PmProfileSlot>(exchange).Profile);
+    Store& store = exchange.services.store;
+    const NetPMProfile profile = data_of<wire::PmProfileSlot>(exchange).Profile;
+    if (has_quota(exchange.user) && store.count_of(exchange.user) >= exchange.services.limits.profiles)
+        throw PmRefusal(PM_ERR_TOO_MANY);
+    exchange.answer.profile = store.add(profile, exchange.user);
 }
 
 void modify(Exchange& exchange) {
@@ -174,7 +179,7 @@ constexpr std::array kHandlers{
 }  // namespace
 
 void ask_profile_manager(Services services, Client& client, const Request& request) {
-    Exchange exchange{services, {}, {}, {}};
+    Exchange exchange{services, client.peer.uid, {}, {}, {}};
     Cursor cursor(request.payload);
     if (!cursor.read(exchange.header))
         return;

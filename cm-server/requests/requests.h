@@ -7,6 +7,7 @@
 #include "calls.h"
 #include "clients.h"
 #include "protocol/request.h"
+#include "quotas.h"
 #include "settings.h"
 #include "store/store.h"
 
@@ -20,6 +21,7 @@ struct Services {
     Statistics& statistics;
     const Networks& networks;
     Interfaces& interfaces;
+    const Limits& limits;
 };
 
 void handle_request(Services services, Client& client, const Request& request);

@@ -71,11 +71,17 @@ Store::Store(const std::string& path, std::vector<FactoryProfile> factory)
         restore();
 }
 
-int32_t Store::add(const NetPMProfile& profile) {
+size_t Store::count_of(uid_t owner) {
+    Statement row = database_.prepare("SELECT count(*) FROM profile WHERE owner = ?");
+    return row.bind(owner).step() ? static_cast<size_t>(row.number(0)) : 0;
+}
+
+int32_t Store::add(const NetPMProfile& profile, uid_t owner) {
     check_profile(profile);
     Transaction transaction(database_);
-    database_.prepare("INSERT INTO profile (type, name, attributes) VALUES (?, '', 0)")
+    database_.prepare("INSERT INTO profile (type, name, attributes, owner) VALUES (?, '', 0, ?)")
         .bind(profile.ProfileType)
+        .bind(owner)
         .run();
     const int32_t id = database_.last_inserted();
     write(id, profile);
@@ -217,6 +223,16 @@ void Store::restore() {
     transaction.commit();
     if (observer_ != nullptr)
         observer_->on_restored();
+}
+
+bool Store::use(std::vector<FactoryProfile> factory) {
+    const auto same = [](const FactoryProfile& a, const FactoryProfile& b) {
+        return std::memcmp(&a.record, &b.record, sizeof(a.record)) == 0 && a.interface == b.interface &&
+               a.is_default == b.is_default;
+    };
+    const bool others = !std::equal(factory.begin(), factory.end(), factory_.begin(), factory_.end(), same);
+    factory_ = std::move(factory);
+    return others;
 }
 
 void Store::tell(const std::optional<Profile>& before, const std::optional<Profile>& after) const {

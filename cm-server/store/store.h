@@ -1,6 +1,8 @@
 // Profiles, the default ones, applications and the payment setting, kept in a database.
 #pragma once
 
+#include <sys/types.h>
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -51,13 +53,16 @@ class Store {
     Store(const std::string& path, std::vector<FactoryProfile> factory);
 
     // Both check the record; the id in it does not count.
-    int32_t add(const NetPMProfile& profile);
+    int32_t add(const NetPMProfile& profile, uid_t owner);
     void modify(int32_t id, const NetPMProfile& profile);
     void remove(int32_t id);
     NetPMProfile read(int32_t id);
     // All profiles go, the factory's come back with their ids, and the first of a type or the one that says
     // so is the default.
     void restore();
+
+    // How many profiles are there that this user has added.
+    size_t count_of(uid_t owner);
 
     // In the order of their ids; nothing for the type means all.
     std::vector<int32_t> ids(std::optional<NetPMProfileType> type, size_t most);
@@ -81,6 +86,8 @@ class Store {
     // What a connection needs of a profile; nothing when there is no such profile.
     std::optional<Profile> connection(int32_t id);
     std::vector<NamedInterface> named_interfaces();
+    // What restoring brings back from here on; true when it is something else.
+    bool use(std::vector<FactoryProfile> factory);
     void watch(StoreObserver* observer) { observer_ = observer; }
 
   private:

@@ -1,19 +1,16 @@
 // Others on the same machine: who may control the server, and what becomes of a socket that somebody takes
 // away.
-#include <grp.h>
-#include <sched.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <fstream>
-#include <functional>
 
 #include "control/control.h"
 #include "server/RawClient.h"
+#include "server/Stranger.h"
 #include "support/CmServer.h"
 
 namespace quorvel::test {
@@ -21,7 +18,6 @@ namespace {
 
 const std::string kPath = wire::kServerPath;
 const std::string kControlPath = kPath + ".control";
-constexpr uid_t kStranger = 65534;
 
 TEST(ServerControl, is_for_its_own_user_and_root_alone) {
     EXPECT_TRUE(cm::may_control({.pid = 1, .uid = geteuid()}));
@@ -29,18 +25,6 @@ TEST(ServerControl, is_for_its_own_user_and_root_alone) {
     EXPECT_FALSE(cm::may_control({.pid = 1, .uid = kStranger}));
     // What stands for a peer whose credentials the kernel does not tell.
     EXPECT_FALSE(cm::may_control({.pid = 0, .uid = static_cast<uid_t>(-1)}));
-}
-
-// What a process of another user makes of it: 0 for true, or 1.
-int as_stranger(const std::function<bool()>& act) {
-    const pid_t pid = fork();
-    if (pid == 0) {
-        const bool another = setgroups(0, nullptr) == 0 && setgid(kStranger) == 0 && setuid(kStranger) == 0;
-        _exit(another ? (act() ? 0 : 1) : 2);
-    }
-    int status = 0;
-    waitpid(pid, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 int connected(const std::string& path) {

@@ -24,7 +24,7 @@ const std::string kPath = wire::kServerPath;
 const std::string kControlPath = kPath + ".control";
 
 class ServerEnds : public ::testing::TestWithParam<int> {};
-INSTANTIATE_TEST_SUITE_P(On, ServerEnds, ::testing::Values(SIGTERM, SIGINT));
+INSTANTIATE_TEST_SUITE_P(On, ServerEnds, ::testing::Values(SIGTERM, SIGINT, SIGQUIT));
 
 TEST_P(ServerEnds, and_leaves_no_socket_behind) {
     CmServer server;
