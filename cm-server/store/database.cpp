@@ -5,17 +5,33 @@
 #include "log.h"
 
 namespace quorvel::cm {
+namespace {
+
+std::string name_of(sqlite3* database) {
+    const char* file = sqlite3_db_filename(database, "main");
+    return file == nullptr || file[0] == '\0' ? kInMemory : file;
+}
+
+[[noreturn]] void fail(sqlite3* database) {
+    const std::string what = name_of(database) + ": " + sqlite3_errmsg(database);
+    const int error = sqlite3_errcode(database) & 0xff;
+    if (error == SQLITE_CORRUPT || error == SQLITE_NOTADB)
+        throw DamagedDatabase(what);
+    throw DatabaseError(what);
+}
+
+}  // namespace
 
 Statement::Statement(sqlite3* database, const std::string& sql) {
     sqlite3_stmt* prepared = nullptr;
     if (sqlite3_prepare_v2(database, sql.c_str(), -1, &prepared, nullptr) != SQLITE_OK)
-        throw DatabaseError(sqlite3_errmsg(database));
+        fail(database);
     statement_.reset(prepared);
 }
 
 void Statement::check(int result) const {
     if (result != SQLITE_OK && result != SQLITE_ROW && result != SQLITE_DONE)
-        throw DatabaseError(sqlite3_errmsg(sqlite3_db_handle(statement_.get())));
+        fail(sqlite3_db_handle(statement_.get()));
 }
 
 Statement& Statement::bind(int64_t value) {
@@ -72,15 +88,34 @@ Database::Database(const std::string& path) {
     database_.reset(opened);
     if (result != SQLITE_OK)
         throw DatabaseError(path + ": " + sqlite3_errmsg(opened));
+    run("PRAGMA busy_timeout = 2000");
     // What a client has been told is done survives a loss of power, too.
     run("PRAGMA synchronous = FULL");
     run("PRAGMA foreign_keys = ON");
-    run("PRAGMA busy_timeout = 2000");
 }
 
 void Database::run(const std::string& sql) {
     if (sqlite3_exec(database_.get(), sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK)
-        throw DatabaseError(sqlite3_errmsg(database_.get()));
+        fail(database_.get());
+}
+
+std::string Database::name() const {
+    return name_of(database_.get());
+}
+
+void Database::copy_to(const std::string& path) {
+    const mode_t before = umask(077);
+    sqlite3* opened = nullptr;
+    const int result = sqlite3_open(path.c_str(), &opened);
+    umask(before);
+    const std::unique_ptr<sqlite3, Freed<sqlite3_close>> copy(opened);
+    sqlite3_backup* backup =
+        result == SQLITE_OK ? sqlite3_backup_init(opened, "main", database_.get(), "main") : nullptr;
+    constexpr int kEverything = -1;
+    if (backup != nullptr)
+        sqlite3_backup_step(backup, kEverything);
+    if (backup == nullptr || sqlite3_backup_finish(backup) != SQLITE_OK)
+        throw DatabaseError(path + ": " + sqlite3_errmsg(opened));
 }
 
 int32_t Database::last_inserted() const {

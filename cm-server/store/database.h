@@ -14,9 +14,15 @@
 
 namespace quorvel::cm {
 
-// The database cannot do what is asked; what() is its own message.
+inline constexpr const char* kInMemory = ":memory:";
+
+// The database cannot do what is asked; what() names its file, and is its own message.
 class DatabaseError : public std::runtime_error {
     using std::runtime_error::runtime_error;
+};
+// The file is no database, or is damaged.
+class DamagedDatabase : public DatabaseError {
+    using DatabaseError::DatabaseError;
 };
 
 // A prepared statement. Values are bound from left to right.
@@ -54,6 +60,13 @@ class Database {
     // A file that does not exist is made, readable by its owner alone. ":memory:" keeps everything in memory.
     explicit Database(const std::string& path);
 
+    // What is asked from here on fails at once when another process has locked the file: nobody waits for it
+    // who has nothing to do with it.
+    void wait_no_more() { run("PRAGMA busy_timeout = 0"); }
+    // The file, or ":memory:".
+    std::string name() const;
+    // Writes all that is in it to a new file.
+    void copy_to(const std::string& path);
     void run(const std::string& sql);
     Statement prepare(const std::string& sql) { return {database_.get(), sql}; }
     int32_t last_inserted() const;

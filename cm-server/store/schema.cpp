@@ -118,8 +118,8 @@ bool bring_up_to_date(Database& database) {
     const auto current = static_cast<int64_t>(kSteps.size());
     const int64_t found = version_of(database);
     if (found > current)
-        throw DatabaseError("the store has version " + std::to_string(found) + ", this server knows up to " +
-                            std::to_string(current));
+        throw DatabaseError(database.name() + ": the store has version " + std::to_string(found) +
+                            ", this server knows up to " + std::to_string(current));
     if (found == current)
         return false;
     Transaction transaction(database);

@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cstring>
 
+#include "guard.h"
 #include "protocol/message.h"
 #include "store/check.h"
 #include "store/fields.h"
+#include "store/rescue.h"
 #include "store/schema.h"
 
 namespace quorvel::cm {
@@ -66,9 +68,15 @@ std::vector<int32_t> all_ids(Statement statement) {
 }  // namespace
 
 Store::Store(const std::string& path, std::vector<FactoryProfile> factory)
-    : database_(path), factory_(std::move(factory)) {
+    : path_(path), lock_(path), database_(open_or_rescue(path)), factory_(std::move(factory)) {
     if (bring_up_to_date(database_))
         restore();
+    keep_good_copy(database_, path_);
+    database_.wait_no_more();
+}
+
+Store::~Store() {
+    guarded("the good copy of the store", [this] { keep_good_copy(database_, path_); });
 }
 
 size_t Store::count_of(uid_t owner) {

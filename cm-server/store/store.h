@@ -12,6 +12,7 @@
 #include "quorvel/NetPM.h"
 #include "store/database.h"
 #include "store/factory.h"
+#include "store/lock.h"
 
 namespace quorvel::cm {
 
@@ -49,8 +50,12 @@ class StoreObserver {
 // Throws PmRefusal for what a client asks in vain, and DatabaseError when the database fails.
 class Store {
   public:
-    // An empty database gets the factory profiles.
+    // An empty database gets the factory profiles, a damaged one makes room for its good copy.
     Store(const std::string& path, std::vector<FactoryProfile> factory);
+    // Keeps the good copy.
+    ~Store();
+    Store(const Store&) = delete;
+    Store& operator=(const Store&) = delete;
 
     // Both check the record; the id in it does not count.
     int32_t add(const NetPMProfile& profile, uid_t owner);
@@ -98,6 +103,8 @@ class Store {
     void make_default(int32_t id, uint32_t type);
     void tell(const std::optional<Profile>& before, const std::optional<Profile>& after) const;
 
+    std::string path_;
+    StoreLock lock_;
     Database database_;
     std::vector<FactoryProfile> factory_;
     StoreObserver* observer_ = nullptr;
