@@ -9,6 +9,8 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "log_sink.h"
+
 namespace quorvel::cm::log {
 namespace {
 
@@ -20,6 +22,12 @@ constexpr std::array<Name, 4> kNames{{{"error", 3}, {"warning", 4}, {"info", 6},
 
 Level g_level = Level::kInfo;
 Format g_format = Format::kText;
+std::function<void()> g_when_waiting;
+
+Sink& sink() {
+    static Sink the_one;
+    return the_one;
+}
 
 const Name& name(Level level) {
     return kNames.at(static_cast<size_t>(level));
@@ -89,6 +97,20 @@ std::string json_line(Level level, const std::string& text, const std::vector<Fi
 
 }  // namespace
 
+void when_waiting(std::function<void()> action) {
+    g_when_waiting = std::move(action);
+}
+
+void try_again() noexcept {
+    sink().try_again();
+    if (sink().waiting() && g_when_waiting)
+        g_when_waiting();
+}
+
+void finish() noexcept {
+    sink().finish();
+}
+
 void set_level(Level level) {
     g_level = level;
 }
@@ -121,7 +143,10 @@ bool Sparing::due() {
 void write(Level level, const std::string& text, const std::vector<Field>& fields) {
     std::string out = in_journal() ? "<" + std::to_string(name(level).priority) + ">" : "";
     out += (g_format == Format::kJson ? json_line(level, text, fields) : text_line(level, text)) + "\n";
-    std::fwrite(out.data(), 1, out.size(), stderr);
+    const bool waited = sink().waiting();
+    sink().write(out);
+    if (!waited && sink().waiting() && g_when_waiting)
+        g_when_waiting();
 }
 
 }  // namespace quorvel::cm::log

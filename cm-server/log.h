@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <ostream>
 #include <sstream>
 #include <string>
@@ -43,6 +44,12 @@ inline Subject field(const char* name, int64_t value) {
 }
 
 void write(Level level, const std::string& text, const std::vector<Field>& fields);
+
+// Writing never waits: who is to try again a little later is called while lines wait that nobody reads.
+void when_waiting(std::function<void()> action);
+void try_again() noexcept;
+// Before the end, gives a reader a little time.
+void finish() noexcept;
 
 inline void collect(std::vector<Field>& fields, const Subject& part) {
     fields.insert(fields.end(), part.fields.begin(), part.fields.end());

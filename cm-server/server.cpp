@@ -12,6 +12,12 @@
 #include "requests/requests.h"
 
 namespace quorvel::cm {
+namespace {
+
+constexpr std::chrono::milliseconds kLogAgain{100};
+
+}  // namespace
+
 Server::Server(const ServerOptions& options, Config config)
     : options_(options),
       config_(std::move(config)),
@@ -31,16 +37,21 @@ Server::Server(const ServerOptions& options, Config config)
       last_status_(networks_.indication().record),
       connections_(base_.get()),
       back_(base_.get(), [this] { come_back(); }),
+      log_again_(base_.get(), [] { log::try_again(); }),
       control_(base_.get(), control_path(options.socket), tap_,
                [this](const nlohmann::json& command) { return execute(command); }),
       end_(base_.get(), [this](const char* signal) { stop(signal); }),
       hang_up_(base_.get(), SIGHUP, [this] { reload(); }) {
     ignore_other_signals();
+    log::when_waiting([this] { log_again_.start(kLogAgain); });
     calls_.use(bearer_);
     keep_memory_for_trouble();
 }
 
-Server::~Server() = default;
+Server::~Server() {
+    log::when_waiting({});
+    log::finish();
+}
 
 std::unique_ptr<ListeningSocket> Server::listen() {
     return std::make_unique<ListeningSocket>(base_.get(), options_.socket, kEveryUser,

@@ -87,6 +87,8 @@ class Server : private Connection::Handler {
     wire::Record last_status_;
     Keeper<Connection> connections_;
     Timer back_;
+    // The log is written as far as it is read; what waits goes out here.
+    Timer log_again_;
     Control control_;
     EndSignals end_;
     SignalWatch hang_up_;
