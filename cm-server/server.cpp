@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "control/commands.h"
+#include "control/place.h"
 #include "control/trouble.h"
 #include "guard.h"
 #include "log.h"
@@ -38,7 +39,7 @@ Server::Server(const ServerOptions& options, Config config)
       connections_(base_.get()),
       back_(base_.get(), [this] { come_back(); }),
       log_again_(base_.get(), [] { log::try_again(); }),
-      control_(base_.get(), control_path(options.socket), tap_,
+      control_(base_.get(), control_path_to_serve(options.socket), tap_,
                [this](const nlohmann::json& command) { return execute(command); }),
       end_(base_.get(), [this](const char* signal) { stop(signal); }),
       hang_up_(base_.get(), SIGHUP, [this] { reload(); }) {

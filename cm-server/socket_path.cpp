@@ -1,12 +1,15 @@
 #include "socket_path.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <systemd/sd-daemon.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <map>
 #include <utility>
 
 namespace quorvel::cm {
@@ -32,6 +35,29 @@ int stream_socket() {
 template <auto Call>
 int with_address(int fd, const sockaddr_un& address) {
     return Call(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+}
+
+struct Inherited {
+    int fd;
+    dev_t device;
+    ino_t inode;
+};
+
+std::map<std::string, Inherited> inherited_sockets() {
+    std::map<std::string, Inherited> result;
+    const int count = sd_listen_fds(1);
+    for (int fd = SD_LISTEN_FDS_START; fd < SD_LISTEN_FDS_START + count; ++fd) {
+        sockaddr_un address{};
+        socklen_t size = sizeof(address);
+        struct stat found {};
+        if (sd_is_socket(fd, AF_UNIX, SOCK_STREAM, 1) <= 0 ||
+            getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) != 0 ||
+            lstat(address.sun_path, &found) != 0)
+            continue;
+        fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+        result[address.sun_path] = {fd, found.st_dev, found.st_ino};
+    }
+    return result;
 }
 
 // Makes room, or says why there is none.
@@ -72,6 +98,18 @@ int listen_on(const std::string& path, mode_t mode) {
     return bound && listen(fd, SOMAXCONN) == 0 ? fd : close_with_error(fd);
 }
 
+// The service manager's socket for the path, as long as the path is still the one that it has made. It stays
+// the manager's: what is used is a copy.
+int inherited_socket(const std::string& path) {
+    static const std::map<std::string, Inherited> all = inherited_sockets();
+    const auto found = all.find(path);
+    struct stat now {};
+    if (found == all.end() || lstat(path.c_str(), &now) != 0 || now.st_dev != found->second.device ||
+        now.st_ino != found->second.inode)
+        return -1;
+    return fcntl(found->second.fd, F_DUPFD_CLOEXEC, 0);
+}
+
 }  // namespace
 
 int connect_to(const std::string& path) {
@@ -81,8 +119,12 @@ int connect_to(const std::string& path) {
 }
 
 SocketPath::SocketPath(std::string path, mode_t mode) : path_(std::move(path)) {
-    clear_stale(path_);
-    fd_ = listen_on(path_, mode);
+    fd_ = inherited_socket(path_);
+    inherited_ = fd_ >= 0;
+    if (!inherited_) {
+        clear_stale(path_);
+        fd_ = listen_on(path_, mode);
+    }
     struct stat own {};
     if (fd_ < 0 || stat(path_.c_str(), &own) != 0)
         fail(path_, std::string("cannot listen there: ") + std::strerror(errno));
@@ -93,7 +135,7 @@ SocketPath::SocketPath(std::string path, mode_t mode) : path_(std::move(path)) {
 SocketPath::~SocketPath() {
     if (fd_ >= 0)
         close(fd_);
-    if (ours())
+    if (!inherited_ && ours())
         unlink(path_.c_str());
 }
 

@@ -15,8 +15,9 @@ class SocketPathError : public std::runtime_error {
 // A listening socket on a path. The path goes when this goes, unless somebody else's socket is there by then.
 class SocketPath {
   public:
-    // Takes over what a dead server has left. Throws SocketPathError when a living server answers there, when
-    // something that is no socket is there, or when the path cannot be used.
+    // Takes the socket that the service manager has opened there, or what a dead server has left. Throws
+    // SocketPathError when a living server answers there, when something that is no socket is there, or when
+    // the path cannot be used.
     SocketPath(std::string path, mode_t mode);
     ~SocketPath();
     SocketPath(const SocketPath&) = delete;
@@ -31,6 +32,7 @@ class SocketPath {
   private:
     std::string path_;
     int fd_ = -1;
+    bool inherited_ = false;
     dev_t device_ = 0;
     ino_t inode_ = 0;
 };

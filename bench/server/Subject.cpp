@@ -20,7 +20,7 @@
 #include <fstream>
 #include <utility>
 
-#include "control/control.h"
+#include "control/place.h"
 
 namespace quorvel::bench {
 namespace {
@@ -218,9 +218,11 @@ void Subject::start() {
                 "--max-clients", "4096"});
     for (int i = 0; i < 6000 && control_.get() < 0; ++i) {
         usleep(10'000);
-        control_ = connected(cm::control_path(path_));
+        std::vector<std::string> tried;
+        control_ = Descriptor(cm::connect_to_control(path_, tried));
     }
     must(control_.get() >= 0, "the server does not start");
+    fcntl(control_.get(), F_SETFL, fcntl(control_.get(), F_GETFL) & ~O_NONBLOCK);
 }
 
 void Subject::drain() {

@@ -8,10 +8,10 @@
 #include <cerrno>
 #include <cstring>
 #include <optional>
+#include <vector>
 
-#include "control/control.h"
+#include "control/place.h"
 #include "monitor/decode.h"
-#include "socket_path.h"
 
 namespace quorvel::cm {
 namespace {
@@ -20,9 +20,16 @@ constexpr int kPatienceMs = 10000;
 
 class Socket {
   public:
-    explicit Socket(const std::string& path) : fd_(connect_to(path)) {
-        if (fd_ < 0)
-            throw AskError("no server answers on " + path + ": " + std::strerror(errno));
+    explicit Socket(const std::string& server) {
+        std::vector<std::string> tried;
+        fd_ = connect_to_control(server, tried);
+        if (fd_ >= 0)
+            return;
+        std::string text =
+            "no operator's socket of a server on " + server + " answers: " + std::strerror(errno);
+        for (const std::string& path : tried)
+            text += "\n  tried " + path;
+        throw AskError(text);
     }
     ~Socket() { close(fd_); }
     Socket(const Socket&) = delete;
@@ -61,7 +68,7 @@ class Socket {
             throw AskError("the server does not answer");
     }
 
-    int fd_;
+    int fd_ = -1;
     std::string rest_;
 };
 
@@ -79,12 +86,12 @@ nlohmann::json exchange(Socket& server, const nlohmann::json& command) {
 }  // namespace
 
 nlohmann::json ask_server(const std::string& socket, const nlohmann::json& command) {
-    Socket server(control_path(socket));
+    Socket server(socket);
     return exchange(server, command);
 }
 
 void watch_server(const std::string& socket, const std::function<void(const nlohmann::json& passing)>& each) {
-    Socket server(control_path(socket));
+    Socket server(socket);
     exchange(server, {{"command", "monitor"}});
     constexpr int kWithoutEnd = -1;
     while (const auto line = server.read_line(kWithoutEnd))

@@ -22,10 +22,6 @@ bool may_control(const Peer& peer) {
     return peer.uid == 0 || peer.uid == geteuid();
 }
 
-std::string control_path(const std::string& socket) {
-    return socket + ".control";
-}
-
 class Control::Session {
   public:
     Session(Control& control, evutil_socket_t fd) : control_(control), socket_(buffered(control.base_, fd)) {

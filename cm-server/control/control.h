@@ -41,7 +41,4 @@ class Control {
 // The server's own user, and root.
 bool may_control(const Peer& peer);
 
-// Where the operator's socket is, beside the main one.
-std::string control_path(const std::string& socket);
-
 }  // namespace quorvel::cm

@@ -138,6 +138,8 @@ int main(int argc, char** argv) {
     // The old working folder is below the /tmp that is now covered.
     if (chdir(folder) != 0 && chdir("/") != 0)
         fail("cannot return to the working folder");
+    // What else of a server has its place outside of /tmp is put there, too.
+    setenv("RUNTIME_DIRECTORY", "/tmp/quorvel-run", 1);
     die_with(parent);
     execvp(program[0], program);
     fail(program[0]);

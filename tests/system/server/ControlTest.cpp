@@ -149,7 +149,8 @@ TEST_F(Operator, lists_clients_and_calls) {
 TEST(OperatorAlone, is_told_when_no_server_runs) {
     const Ended ended = ctl({"list"});
     EXPECT_EQ(ended.status, 1);
-    EXPECT_NE(ended.err.find("no server answers on /tmp/psServSocket.control"), std::string::npos);
+    EXPECT_NE(ended.err.find("no operator's socket of a server on /tmp/psServSocket answers"),
+              std::string::npos);
 }
 
 TEST(OperatorAlone, must_name_a_command) {

@@ -192,7 +192,8 @@ class ClientCrowdSlow : public ::testing::Test {
         const auto faults = cm::ask_server(wire::kServerPath, {{"command", "faults"}}).at("text");
         EXPECT_EQ(faults.get<std::string>().find(", client"), std::string::npos) << faults;
         const auto fresh = start_server({"--db", ":memory:", "--socket", kOtherPath});
-        wait_until("a second server answers", [] { return access("/tmp/other.control", F_OK) == 0; });
+        wait_until("a second server answers",
+                   [] { return access("/tmp/quorvel-run/tmp-other.control", F_OK) == 0; });
         wait_until("it has as many sockets as a new server",
                    [&] { return sockets_of(*server) == sockets_of(*fresh); });
     }

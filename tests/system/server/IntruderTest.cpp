@@ -1,5 +1,7 @@
 // Others on the same machine: who may control the server, and what becomes of a socket that somebody takes
 // away.
+#include <signal.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -17,7 +19,8 @@ namespace quorvel::test {
 namespace {
 
 const std::string kPath = wire::kServerPath;
-const std::string kControlPath = kPath + ".control";
+// Where the launcher of the tests says.
+const std::string kControlPath = "/tmp/quorvel-run/tmp-psServSocket.control";
 
 TEST(ServerControl, is_for_its_own_user_and_root_alone) {
     EXPECT_TRUE(cm::may_control({.pid = 1, .uid = geteuid()}));
@@ -98,6 +101,51 @@ class Impostor {
   private:
     int fd_;
 };
+
+TEST(OperatorsSocket, is_where_nobody_else_can_be_first) {
+    // Where everybody may make something, and the server would once have had its place.
+    const Impostor impostor(kPath + ".control");
+    CmServer server;
+    EXPECT_NE(server.ctl({"list"}), "");
+}
+
+TEST(OperatorsSocket, is_beside_the_server_s_where_the_folder_is_its_user_s_own) {
+    ASSERT_EQ(mkdir("/tmp/own", 0700), 0);
+    Program server({CM_SERVER_PATH, "--db", ":memory:", "--socket", "/tmp/own/socket"});
+    server.wait_for_err("listening on");
+    EXPECT_EQ(access("/tmp/own/socket.control", F_OK), 0);
+    EXPECT_EQ(run({CM_SERVER_PATH, "--socket", "/tmp/own/socket", "ctl", "list"}).status, 0);
+}
+
+TEST(OperatorsSocket, is_not_in_a_folder_that_others_can_write_to) {
+    // The machine's own folder is not for tests.
+    ASSERT_EQ(mount("tmpfs", "/run", "tmpfs", 0, nullptr), 0);
+    ASSERT_EQ(mkdir("/tmp/quorvel-run", 0777), 0);
+    ASSERT_EQ(chmod("/tmp/quorvel-run", 0777), 0);
+    Program server(
+        {"env", "HOME=/tmp/home", "XDG_RUNTIME_DIR=/tmp/runtime", CM_SERVER_PATH, "--db", ":memory:"});
+    server.wait_for_err("listening on");
+    EXPECT_NE(access(kControlPath.c_str(), F_OK), 0);
+}
+
+// The service manager's end of a socket that it opens before the server starts.
+TEST(SocketOfTheServiceManager, is_used_and_left_where_it_is) {
+    constexpr const char* kActivate = "/usr/bin/systemd-socket-activate";
+    if (access(kActivate, X_OK) != 0)
+        GTEST_SKIP() << "systemd-socket-activate is not installed";
+    for (int life = 0; life < 2; ++life) {
+        Program server({kActivate, "--setenv=RUNTIME_DIRECTORY=/tmp/quorvel-run", "--listen", kPath,
+                        CM_SERVER_PATH, "--db", ":memory:"});
+        server.wait_for_err("Listening on");
+        RawClient client;
+        EXPECT_EQ(client.ask(wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ).Word2, 1u);
+        server.send_signal(SIGTERM);
+        EXPECT_EQ(server.wait().status, 0);
+        struct stat found {};
+        EXPECT_EQ(lstat(kPath.c_str(), &found), 0);
+        ASSERT_EQ(unlink(kPath.c_str()), 0);
+    }
+}
 
 class SocketOnItsPath : public ::testing::TestWithParam<std::string> {
   public:
