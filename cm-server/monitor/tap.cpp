@@ -1,6 +1,8 @@
 #include "monitor/tap.h"
 
+#include <array>
 #include <chrono>
+#include <cstdio>
 #include <utility>
 
 #include "monitor/decode.h"
@@ -8,7 +10,7 @@
 namespace quorvel::cm {
 namespace {
 
-constexpr std::chrono::milliseconds kTogether{2};
+constexpr std::chrono::milliseconds kTogether{10};
 // So much is not kept until then.
 constexpr size_t kEnough = size_t{256} * 1024;
 
@@ -37,8 +39,10 @@ void Tap::add(const char* direction, uint32_t client, std::span<const std::byte>
         return;
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
-    lines_ += "{\"time\":" + std::to_string(time) + ",\"client\":" + std::to_string(client) +
-              ",\"direction\":\"" + direction + "\",\"bytes\":\"" + to_hex(head) + to_hex(rest) + "\"}\n";
+    std::array<char, 128> start{};
+    std::snprintf(start.data(), start.size(), R"({"time":%lld,"client":%u,"direction":"%s","bytes":")",
+                  static_cast<long long>(time), client, direction);
+    lines_.append(start.data()).append(to_hex(head)).append(to_hex(rest)).append("\"}\n");
     if (lines_.size() > kEnough)
         tell();
     else if (!due_.running())

@@ -17,7 +17,7 @@ TEST(NetcmServerWords, name_every_error_of_the_profile_manager) {
         EXPECT_STREQ(known->text, error.text);
     }
     EXPECT_EQ(find_server_error(100), nullptr);
-    EXPECT_EQ(find_server_error(118), nullptr);
+    EXPECT_EQ(find_server_error(119), nullptr);
 }
 
 TEST(NetcmServerWords, explain_every_reason) {
