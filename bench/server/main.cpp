@@ -145,7 +145,7 @@ std::vector<Work> all_works() {
          }},
         {"application: add, ask, delete", 50,
          [](Subject& subject) {
-             for (const uint32_t command : {1, 3, 8, 2})
+             for (const uint32_t command : {1U, 3U, 8U, 2U})
                  subject.peer().ask_app(command, 4711);
          }},
         {"event: a link goes up and down", 40,
