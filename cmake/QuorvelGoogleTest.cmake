@@ -1,17 +1,13 @@
-# GTest::gtest, GTest::gtest_main, GTest::gmock and GTest::gmock_main: Debian's libraries where they fit, and
-# built from Debian's source package where they do not (there are no 32-bit ones for a 64-bit machine).
+# GTest::gtest, GTest::gtest_main, GTest::gmock and GTest::gmock_main: the libraries of the machine that is built for,
+# or, where it has none, Debian's source package of them.
 
-if(NOT QUORVEL_ILP32)
-  find_package(GTest QUIET)
-  if(NOT GTest_FOUND OR NOT TARGET GTest::gmock)
-    quorvel_missing("tests" "libgmock-dev")
-  endif()
+find_package(GTest QUIET)
+if(TARGET GTest::gmock)
   return()
 endif()
-
 set(quorvel_gtest_source "/usr/src/googletest" CACHE PATH "GoogleTest's source, from the Debian package googletest")
 if(NOT EXISTS "${quorvel_gtest_source}/CMakeLists.txt")
-  quorvel_missing("tests as 32-bit code" "googletest")
+  quorvel_missing("The test suite" QUORVEL_TESTS "libgmock-dev, or for another machine than this one googletest")
   return()
 endif()
 

@@ -1,0 +1,32 @@
+# Says at the end of a configuration what will be built, and how to have the rest.
+
+set(quorvel_built library)
+set(quorvel_left_out "")
+
+# quorvel_summarize(<what> <option> <a target that is there when it is built>)
+function(quorvel_summarize what option target)
+  if(TARGET ${target})
+    list(APPEND quorvel_built "${what}")
+  elseif(${option})
+    list(APPEND quorvel_left_out "${what} (see the warning above)")
+  else()
+    list(APPEND quorvel_left_out "${what} (${option}=ON)")
+  endif()
+  set(quorvel_built "${quorvel_built}" PARENT_SCOPE)
+  set(quorvel_left_out "${quorvel_left_out}" PARENT_SCOPE)
+endfunction()
+
+quorvel_summarize("platform stand-ins" QUORVEL_PLATFORM evtsys)
+quorvel_summarize("application names" QUORVEL_GCONF quorvel-gconf)
+quorvel_summarize("cm-server" QUORVEL_SERVER cm-server)
+quorvel_summarize("netcm" QUORVEL_TOOLS netcm)
+quorvel_summarize("tests" QUORVEL_TESTS quorvel_test_support)
+quorvel_summarize("benchmark" QUORVEL_BENCH quorvel-bench)
+
+math(EXPR quorvel_bits "8 * ${CMAKE_SIZEOF_VOID_P}")
+list(JOIN quorvel_built ", " quorvel_built)
+list(JOIN quorvel_left_out ", " quorvel_left_out)
+message(STATUS "Quorvel, ${quorvel_bits} bits, for ${CMAKE_SYSTEM_PROCESSOR}: ${quorvel_built}")
+if(quorvel_left_out)
+  message(STATUS "Left out: ${quorvel_left_out}")
+endif()
