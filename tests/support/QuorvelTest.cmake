@@ -24,7 +24,7 @@ function(quorvel_test name)
   set_target_properties(${name} PROPERTIES
     ENABLE_EXPORTS ON
     POSITION_INDEPENDENT_CODE OFF # as the precompiled header is built; the compiler's default makes it a PIE
-    CROSSCOMPILING_EMULATOR "${QUORVEL_TEST_LAUNCHER}")
+    CROSSCOMPILING_EMULATOR "${QUORVEL_TEST_LAUNCHER};${CMAKE_CROSSCOMPILING_EMULATOR}")
   target_link_libraries(${name} PRIVATE quorvel_test_support ${arg_LIBRARIES})
   if(NOT arg_PLAIN)
     target_link_libraries(${name} PRIVATE quorvel_test_standins)
