@@ -3,34 +3,25 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <map>
 #include <regex>
-#include <set>
 #include <sstream>
 #include <string>
 
+#include "HeaderNames.h"
 #include "support/Program.h"
 
 namespace quorvel::test {
 namespace {
 
-using Names = std::set<std::string>;
-
 constexpr char kPublicNode[] = "QUORVEL_4.0";
 constexpr char kPrivateNode[] = "QUORVEL_PRIVATE_4.0";
-
-std::string contents(const std::filesystem::path& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 // The names that the version script gives each node.
 std::map<std::string, Names> nodes_of_the_script() {
     std::map<std::string, Names> nodes;
-    const std::string script = contents(VERSION_SCRIPT);
+    const std::string script = contents_of(VERSION_SCRIPT);
     const std::regex node(R"((\w[\w.]*)\s*\{([^}]*)\})");
     const std::regex name(R"((\w+);)");
     for (std::sregex_iterator at(script.begin(), script.end(), node), end; at != end; ++at) {
@@ -55,34 +46,6 @@ std::map<std::string, Names> nodes_of_the_library() {
             nodes["(without a version)"].insert(line);
     }
     return nodes;
-}
-
-std::string without_comments_and_directives(std::string text) {
-    text = std::regex_replace(text, std::regex(R"(/\*[^*]*\*+([^/*][^*]*\*+)*/)"), " ");
-    text = std::regex_replace(text, std::regex(R"((^|\n)\s*#([^\n\\]|\\\n|\\.)*)"), "\n");
-    text = std::regex_replace(text, std::regex(R"(extern "C" \{)"), " ");
-    return std::regex_replace(text, std::regex(R"(\{[^{}]*\})"), " ");
-}
-
-// Every function and object that the public headers declare.
-Names declared_in_the_headers() {
-    Names names;
-    const std::regex function(R"(^\s*(?!\s|typedef)[\w\s*]*?\b(\w+)\s*\()");
-    const std::regex object(R"(^\s*extern\s+[\w\s*]*?\b(\w+)(\[\w*\])?(\s*,\s*(\w+)(\[\w*\])?)*\s*$)");
-    for (const auto& header : std::filesystem::directory_iterator(PUBLIC_HEADERS)) {
-        std::istringstream declarations(without_comments_and_directives(contents(header.path())));
-        for (std::string text; std::getline(declarations, text, ';');) {
-            std::smatch match;
-            if (std::regex_search(text, match, object)) {
-                names.insert(match[1]);
-                if (match[4].matched)
-                    names.insert(match[4]);
-            } else if (std::regex_search(text, match, function)) {
-                names.insert(match[1]);
-            }
-        }
-    }
-    return names;
 }
 
 Names missing_from(const Names& all, const Names& some) {
