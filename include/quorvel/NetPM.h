@@ -27,6 +27,13 @@
 
 #include <stdint.h>
 
+/* A union without a name is C11 and C++. C99 has it as an extension, which GCC and clang let pass in silence here. */
+#if defined(__GNUC__) && !defined(__cplusplus)
+#define QUORVEL_EXTENSION __extension__
+#else
+#define QUORVEL_EXTENSION
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -148,7 +155,7 @@ typedef struct NetPMProfile {
     uint32_t ProfileType; /* one of NetPMProfileType */
     char ProfileName[28]; /* display name */
     uint32_t ProfileAttr;
-    union {
+    QUORVEL_EXTENSION union {
         char ProxyAddr[64]; /* both parts begin with it */
         NetPMPdpProfInfo PdpProfInfo;
         NetPMWlanProfInfo WlanProfInfo;

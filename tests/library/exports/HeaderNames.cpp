@@ -66,7 +66,7 @@ Names constants_in_the_headers() {
     for_each_header([&](const std::string& header) {
         const std::string text = without_comments(header);
         names.merge(all_of(text, std::regex(R"(\b(NET\w+) = )")));
-        names.merge(all_of(text, std::regex(R"(#define (\w+) [^\n])")));
+        names.merge(all_of(text, std::regex(R"(#define (NET\w+) [^\n])")));
     });
     return names;
 }
