@@ -4,6 +4,7 @@
 
 #include <climits>
 #include <filesystem>
+#include <fstream>
 
 namespace quorvel::test {
 namespace {
@@ -32,6 +33,14 @@ std::set<int32_t> threads() {
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task"))
         result.insert(std::stoi(entry.path().filename()));
     return result;
+}
+
+bool sleeps(int32_t tid) {
+    std::ifstream file("/proc/self/task/" + std::to_string(tid) + "/stat");
+    std::string stat;
+    std::getline(file, stat);
+    const size_t name_end = stat.rfind(')');
+    return name_end != std::string::npos && stat.compare(name_end, 3, ") S") == 0;
 }
 
 }  // namespace quorvel::test

@@ -15,4 +15,7 @@ Descriptors open_descriptors();
 // Kernel thread ids of this process.
 std::set<int32_t> threads();
 
+// Whether a thread of this process sleeps in the kernel.
+bool sleeps(int32_t tid);
+
 }  // namespace quorvel::test

@@ -1,21 +1,11 @@
 // Threads that wait for each other at the application mutex.
-#include <fstream>
-
 #include "library/calls/CallTest.h"
+#include "support/Proc.h"
 
 namespace quorvel::test {
 namespace {
 
 constexpr uint32_t kStatus = wire::NETCM_CLIENT_GET_NETWORK_STATUS_REQ;
-
-// Whether a thread of this process sleeps in the kernel.
-bool sleeps(int32_t tid) {
-    std::ifstream file("/proc/self/task/" + std::to_string(tid) + "/stat");
-    std::string stat;
-    std::getline(file, stat);
-    const size_t name_end = stat.rfind(')');
-    return name_end != std::string::npos && stat.compare(name_end, 3, ") S") == 0;
-}
 
 uint32_t ask() {
     uint32_t status = 0;
