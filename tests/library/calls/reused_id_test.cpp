@@ -294,6 +294,53 @@ TEST_F(ReusedId, a_refusal_that_waits_in_the_socket_refuses_the_old_connection_a
     EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 2, 0}}));
 }
 
+TEST_F(ReusedId, an_answer_that_comes_together_with_its_outcome_is_about_the_call_that_it_gives) {
+    for (const uint32_t status : {0u, 21u}) {
+        registered(0);
+        events::clear();
+        wire::Record answer = answer_record(wire::NETCM_CLIENT_START_REQ);
+        // The outcome first: it waits in the socket before the id is known.
+        Answer script;
+        Bytes outcome = bytes_of(start_response(0, 3, status, 5));
+        if (status == 0) {
+            const Bytes block = bytes_of(connection_block());
+            outcome.insert(outcome.end(), block.begin(), block.end());
+        }
+        server.once(wire::NETCM_CLIENT_START_REQ, script.push(outcome).record(answer));
+        EXPECT_EQ(user(0).open(3), NETCM_SUCCESS);
+        ASSERT_TRUE(settled());
+        EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_OPEN_RSP, 3, static_cast<int32_t>(status)}}));
+        EXPECT_EQ(is_free(0), status != 0);
+        forget_calls();
+        EXPECT_EQ(user(0).deregister(), NETCM_SUCCESS);
+    }
+}
+
+TEST_F(ReusedId, an_end_that_comes_together_with_the_answer_ends_the_call_that_it_gives) {
+    registered(0);
+    server.once(wire::NETCM_CLIENT_START_REQ, Answer()
+                                                  .push(indication(wire::NETCM_CLIENT_STOP_IND, 0, 3, 7))
+                                                  .record(answer_record(wire::NETCM_CLIENT_START_REQ)));
+    EXPECT_EQ(user(0).open(3), NETCM_SUCCESS);
+    ASSERT_TRUE(settled());
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_STOP_IND, 3, 7}}));
+    EXPECT_TRUE(is_free(0));
+}
+
+TEST_F(ReusedId, a_close_response_to_a_connection_that_had_ended_closes_no_later_one) {
+    one_call_up(1);
+    server.on(wire::NETCM_CLIENT_STOP_REQ, silence());
+    EXPECT_EQ(user(0).close(1), NETCM_SUCCESS);
+    ASSERT_TRUE(push_and_settle(indication(wire::NETCM_CLIENT_STOP_IND, 0, 1, 7)));
+    events::clear();
+    server.once(wire::NETCM_CLIENT_START_REQ,
+                Answer().push(stop_response(0, 1, 9)).record(answer_record(wire::NETCM_CLIENT_START_REQ)));
+    EXPECT_EQ(user(0).open(1), NETCM_SUCCESS);
+    ASSERT_TRUE(push_and_settle(start_response(0, 1), connection_block()));
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_OPEN_RSP, 1, 0}}));
+    EXPECT_EQ(call(0).InUse, 1);
+}
+
 TEST_F(ReusedId, the_profiles_of_a_refused_call_are_each_told_of_their_own_refusal) {
     registered(0);
     registered(1);

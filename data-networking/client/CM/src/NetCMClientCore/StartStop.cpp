@@ -41,12 +41,17 @@ uint32_t start_succeeded(CallKey key, const wire::Record& response) QV_REQUIRES(
     return NETCM_SUCCESS;
 }
 
-// Nobody joins it from now on.
-void begin_refusing(CallKey key, Position at) {
+// Nobody joins it from now on. Gives back up to where in the stream the refusal reaches: a refusal that has
+// come together with the answer to the start is of that start, although it had arrived by then.
+Position begin_refusing(CallKey key, int32_t profile, Position at) {
     const Lock lock(table_lock);
     const Call call = find(key);
-    if (call && call.life->ending != Ending::Refused)
-        begin_telling(call, at);
+    if (!call)
+        return at;
+    const Position reach = std::max(at, began_with(call, profile));
+    if (call.life->ending != Ending::Refused)
+        begin_telling(call, reach);
+    return reach;
 }
 
 // What is left of a refused call. Should the server refuse its other profiles too, each by itself, their
@@ -72,16 +77,15 @@ void start_failed(CallKey key, wire::Record response) QV_REQUIRES(app_mutex) {
     const auto profile = static_cast<int32_t>(response.Word2);
     const NetCMEvent event = {NETCM_EVENT_OPEN_RSP, profile, static_cast<int32_t>(response.Status),
                               reason_of(response.Status, &response.Word5)};
-    const Position at = event_position();
-    begin_refusing(key, at);
-    Users users(key, profile, at);
+    const Position reach = begin_refusing(key, profile, event_position());
+    Users users(key, profile, kEverything);
     Recipient user;
     while (users.next(user)) {
         trace_response(user);
         tell_ended(user, event);
         take_told(user);
     }
-    free_refused(key, at);
+    free_refused(key, reach);
 }
 
 void sweep(CallKey key) {

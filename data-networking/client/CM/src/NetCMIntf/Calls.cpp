@@ -148,7 +148,8 @@ Call stopped_call(uint32_t call_id, int32_t profile, Position at) {
                    holds_anywhere(*call.record, profile);
         }))
         return earlier;
-    return call_named(call_id, at);
+    const Call call = call_named(call_id, at);
+    return call && at >= call.life->opened ? call : Call{};
 }
 
 bool is_closing_elsewhere(int32_t profile) {

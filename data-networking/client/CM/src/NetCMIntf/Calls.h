@@ -38,7 +38,8 @@ struct Connection {
     uint32_t generation;
     Ending ending;
     int32_t killed_profile;
-    Position until;  // where its id was given to the next one
+    Position opened;  // no close response lies before that is its own
+    Position until;   // where its id was given to the next one
     Use uses[NETCM_MAX_THREADS][NETCM_MAX_PROFILES];
 };
 

@@ -232,13 +232,16 @@ Joined enter_slot(int32_t call_id, int32_t profile, int32_t thread_index, Positi
     const bool is_new = load(call.record->InUse) != 1 || load(call.record->CallId) != call_id;
     if (is_new) {
         begin_anew(*call.life);
+        call.life->opened = began;
         store(call.record->CallId, call_id);
         call.record->ConnInfo = {};
         store(call.record->InUse, 1);
     }
     Joined joined = is_new ? Joined{.entry = 0} : put_use(call, profile, thread_index, began);
+    // What has come together with the answer is about this call: of an earlier one with this id nothing is to
+    // be told any more, or it is kept beside the slot.
     if (is_new)
-        add_use(call, 0, 0, thread_index, profile, began);
+        add_use(call, 0, 0, thread_index, profile, 0);
     joined.is_new = is_new;
     return joined;
 }
