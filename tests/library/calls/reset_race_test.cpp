@@ -95,18 +95,18 @@ TEST_F(ResetRace, nothing_comes_behind_a_close_response_that_has_been_given) {
     expect_all_new();
 }
 
-TEST_F(ResetRace, the_last_local_close_that_it_meets_stops_no_call) {
+TEST_F(ResetRace, users_that_leave_in_front_of_it_leave_no_call_behind) {
     one_call_up();
     join(user(1), 7);
     events::clear();
-    // Both leave at once, so that both are answered here.
+    // Both leave at once, so that neither may be the last when he asks.
     pthread_mutex_lock(&NetCMAppMutex);
     for (const int number : {0, 1})
         user(number).thread().start([] { EXPECT_EQ(NetCMConnectionClose(7), NETCM_SUCCESS); });
     pthread_mutex_unlock(&NetCMAppMutex);
     for (const int number : {0, 1})
         user(number).thread().wait();
-    ASSERT_TRUE(trace::wait_for("__stop_conn_thread.. Close the thread \n", 2));
+    ASSERT_TRUE(events::wait_for(2));
     ASSERT_TRUE(settled());
     server.stop();
     ASSERT_TRUE(wait_until_link_is_broken());
