@@ -101,7 +101,7 @@ int AppMutexGuard::lock() {
 
 // The receiver cannot simply wait: whoever has the mutex may wait for the receiver, and lend it.
 int AppMutexGuard::lock_as_receiver() {
-    borrowed_ = self.borrowed > 0;
+    borrowed_ = self.borrowed > 0 || (is_lent() && borrow());
     while (!borrowed_ && !through_gate_ && !passes_gate(thread_id_)) {
         through_gate_ = gate.enter_unless(is_lent);
         borrowed_ = !through_gate_ && borrow();

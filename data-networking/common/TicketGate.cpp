@@ -3,6 +3,11 @@
 #include "common/Futex.h"
 
 namespace quorvel {
+namespace {
+
+constexpr int32_t kSliceMs = 20;
+
+}  // namespace
 
 void TicketGate::enter() {
     static_cast<void>(enter_unless(never));
@@ -20,9 +25,14 @@ bool TicketGate::enter_unless(bool (*wants_to_give_up)()) {
     for (;;) {
         const uint32_t seen = calls.load();
         through = serving_.load() == ticket;
-        if (through || (undecided && wants_to_give_up() && give_up(ticket)))
+        const bool gives_up = !through && undecided && wants_to_give_up();
+        if (through || (gives_up && give_up(ticket)))
             break;
-        wait_while(calls, seen);
+        // Where another one's mark is in the way, it goes with its turn.
+        if (gives_up)
+            wait_while(calls, seen, kSliceMs);
+        else
+            wait_while(calls, seen);
     }
     if (undecided)
         undecided_.fetch_sub(1);

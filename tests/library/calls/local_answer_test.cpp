@@ -1,4 +1,5 @@
 // Answers that the library gives itself, on threads that live for one of them.
+#include <atomic>
 #include <cstdlib>
 
 #include "CallTest.h"
@@ -108,6 +109,48 @@ TEST_F(LocalAnswer, a_close_is_not_answered_for_the_call_that_came_after_its_own
     events::clear();
     expect_no_answer_behind_the_end_of_the_call(NetCMConnectionClose,
                                                 "__stop_conn_thread.. Close the thread \n");
+}
+
+TEST_F(LocalAnswer, a_second_close_does_not_close_what_is_opened_behind_the_first) {
+    one_call_up();
+    join(user(1), 7);
+    events::clear();
+    EXPECT_EQ(user(1).run([] {
+        // Both are on their way before the first is answered.
+        pthread_mutex_lock(&NetCMAppMutex);
+        EXPECT_EQ(NetCMConnectionClose(7), NETCM_SUCCESS);
+        const uint32_t second = NetCMConnectionClose(7);
+        pthread_mutex_unlock(&NetCMAppMutex);
+        return second;
+    }),
+              NETCM_SUCCESS);
+    ASSERT_TRUE(events::wait_for(1));
+    ASSERT_TRUE(trace::wait_for("__stop_conn_thread.. Close the thread \n", 2));
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_CLOSE_RSP, 7, 0}}));
+    EXPECT_EQ(count_unanswered(wire::NETCM_CLIENT_STOP_REQ), 0u);
+}
+
+TEST_F(LocalAnswer, a_close_that_was_asked_for_before_is_not_that_of_a_later_use) {
+    one_call_up();
+    join(user(1), 7);
+    events::clear();
+    // Held in front of its answer, the second close meets the profile closed and opened again.
+    std::atomic<int> answers{0};
+    std::atomic<bool> opened{false};
+    const auto holding = trace::on_line([&](const TraceLine& line) {
+        if (line.text.starts_with("In __stop_conn_thread") && ++answers == 2) {
+            EXPECT_TRUE(eventually([&] { return opened.load(); }));
+        }
+    });
+    EXPECT_EQ(user(1).close(7), NETCM_SUCCESS);
+    const uint32_t again = user(1).close(7);
+    ASSERT_TRUE(events::wait_for(1));
+    join(user(1), 7);
+    opened = true;
+    ASSERT_TRUE(trace::wait_for("__stop_conn_thread.. Close the thread \n", again == NETCM_SUCCESS ? 2 : 1));
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_CLOSE_RSP, 7, 0}, {1, NETCM_EVENT_OPEN_RSP, 7, 0}}));
+    EXPECT_EQ(user(1).close(7), NETCM_SUCCESS) << "it is still open";
+    EXPECT_TRUE(events::wait_for(3));
 }
 
 TEST_F(LocalAnswer, an_open_without_a_callback_is_not_answered) {

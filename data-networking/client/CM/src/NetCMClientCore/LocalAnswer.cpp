@@ -10,16 +10,16 @@ using namespace quorvel;
 
 namespace {
 
-// A request, and the connection that it is about: that of the slot as it is now, when nobody has said which.
+// A request, and the use that it is about: that of the slot as it is now, when nobody has said which.
 struct Asked {
     const NetCMStartRspInfo& block;
-    const uint32_t* generation;
+    const UseKey* use;
 
     int32_t thread_index() const { return static_cast<int32_t>(block.ThreadIndex); }
     int32_t profile() const { return static_cast<int32_t>(block.ProfileId); }
     CallKey key() const QV_REQUIRES(table_lock) {
-        if (generation != nullptr)
-            return {static_cast<int32_t>(block.CallIndex), *generation};
+        if (use != nullptr)
+            return {static_cast<int32_t>(block.CallIndex), use->generation};
         return block.CallIndex < NETCM_MAX_CALLS ? key_of(slot(static_cast<int32_t>(block.CallIndex)))
                                                  : CallKey{-1, 0};
     }
@@ -40,10 +40,11 @@ AskedUse look_up(const Asked& asked) {
     if (!call)
         return use;
     use.user.entry = entry_holding(*call.record, asked.thread_index(), asked.profile());
-    use.found = use.user.entry >= 0;
-    if (!use.found)
+    if (use.user.entry < 0)
         return use;
-    use.user.opening = use_of(call, use.user.entry, asked.profile())->opening;
+    const Use& held = *use_of(call, use.user.entry, asked.profile());
+    use.found = asked.use == nullptr || asked.use->serial == held.serial;
+    use.user.opening = held.opening;
     use.user.callback = callback_of(asked.thread_index());
     use.details = call.record->ConnInfo;
     return use;
@@ -57,7 +58,7 @@ bool tell_open(const AskedUse& use, bool once) {
 
 void answer_open(const Asked& asked) QV_REQUIRES(app_mutex) {
     const AskedUse use = look_up(asked);
-    const bool once = asked.generation != nullptr;
+    const bool once = asked.use != nullptr;
     // The server's own answer, or a close, may have come first.
     if (!use.found || (once && use.user.opening == Opening::Answered))
         return;
@@ -102,35 +103,35 @@ void answer_close(const Asked& asked) QV_REQUIRES(app_mutex) {
     stop_if_left(use.user.key, asked.profile());
 }
 
-void post_start(void* block, const uint32_t* generation) {
+void post_start(void* block, const UseKey* use) {
     const auto* request = static_cast<const NetCMStartRspInfo*>(block);
     QV_TRACE(0, "In __start_conn_thread to send local start response to call id = %d \n res = %u ",
              static_cast<int>(request->CallIndex), narrow(block));
     const AppMutexGuard guard(QV_HERE);
-    answer_open({*request, generation});
+    answer_open({*request, use});
     free(block);
     QV_TRACE(0, "ThreadPostStartEvent.. Close the thread \n");
 }
 
-void post_stop(void* block, const uint32_t* generation) {
+void post_stop(void* block, const UseKey* use) {
     const auto* request = static_cast<const NetCMStartRspInfo*>(block);
     QV_TRACE(0, "In __stop_conn_thread to send local stop response to tid [%d] \n",
              static_cast<int>(request->ThreadId));
     const AppMutexGuard guard(QV_HERE);
-    answer_close({*request, generation});
+    answer_close({*request, use});
     free(block);
     QV_TRACE(0, "__stop_conn_thread.. Close the thread \n");
 }
 
 void* run_start(void* request) {
     const CancelHold hold;
-    post_start(request, &static_cast<LocalRequest*>(request)->generation);
+    post_start(request, &static_cast<LocalRequest*>(request)->use);
     return nullptr;
 }
 
 void* run_stop(void* request) {
     const CancelHold hold;
-    post_stop(request, &static_cast<LocalRequest*>(request)->generation);
+    post_stop(request, &static_cast<LocalRequest*>(request)->use);
     return nullptr;
 }
 
@@ -138,10 +139,10 @@ void* run_stop(void* request) {
 
 namespace quorvel {
 
-LocalRequest* make_local_request(const NetCMStartRspInfo& block, uint32_t generation) {
+LocalRequest* make_local_request(const NetCMStartRspInfo& block, UseKey use) {
     auto* request = static_cast<LocalRequest*>(malloc(sizeof(LocalRequest)));
     if (request != nullptr)
-        *request = {block, generation};
+        *request = {block, use};
     return request;
 }
 

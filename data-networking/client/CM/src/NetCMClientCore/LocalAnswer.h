@@ -7,15 +7,22 @@
 
 namespace quorvel {
 
-// The block of a request, which its thread frees, and the connection that it is about. The block comes first:
-// what is traced of it is its address.
+// Which connection a request is about, and which of the thread's uses of it: he may have closed and opened it
+// again meanwhile.
+struct UseKey {
+    uint32_t generation;
+    uint32_t serial;
+};
+
+// The block of a request, which its thread frees, and what it is about. The block comes first: what is traced
+// of it is its address.
 struct LocalRequest {
     NetCMStartRspInfo block;
-    uint32_t generation;
+    UseKey use;
 };
 
 // Null when there is no memory.
-LocalRequest* make_local_request(const NetCMStartRspInfo& block, uint32_t generation);
+LocalRequest* make_local_request(const NetCMStartRspInfo& block, UseKey use);
 
 // Runs ThreadPostStartEvent or ThreadPostStopEvent for the request's connection on a detached thread. Returns
 // 0 or the error number; then the request is freed already.

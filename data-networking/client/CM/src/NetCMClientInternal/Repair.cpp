@@ -43,6 +43,10 @@ bool is_up() QV_REQUIRES(app_mutex) {
     return load(table().RecvThreadId) != kNoThread;
 }
 
+bool all_is_told() QV_REQUIRES(app_mutex) {
+    return farewells_under_way.load() == 0 && !(is_lost && is_up());
+}
+
 // The calling thread, when it is the receiver of the link as it is now.
 Receiver* receiver_of_the_link() QV_REQUIRES(app_mutex) {
     return is_up() && pthread_equal(load(table().RecvThreadId), pthread_self()) != 0 ? Receiver::self()
@@ -134,15 +138,14 @@ int64_t write_request(int fd, const void* buf, size_t len) {
 
 void wait_for_farewells() {
     // The receiver itself would wait for itself.
-    if (Receiver::self() != nullptr)
+    if (Receiver::self() != nullptr || all_is_told())
         return;
     const Deadline deadline = Deadline::in(kFarewellLimitMs);
     const LentToReceiver lent;
     for (;;) {
         const uint32_t told = farewells_told.load();
-        const bool is_over = farewells_under_way.load() == 0 && !(is_lost && is_up());
         const int32_t left = deadline.left_ms();
-        if (is_over || left == 0)
+        if (all_is_told() || left == 0)
             return;
         wait_while(farewells_told, told, left);
     }

@@ -42,9 +42,10 @@ Reading read_block(int fd, void* buf, size_t len) QV_REQUIRES(app_mutex) {
     return reading;
 }
 
-// Whether there is something to skip for the receiver, whenever it comes.
+// Whether there is something to skip for the receiver, whenever it comes. A server that has hung up may have
+// written it before.
 bool is_missing_of_async(int fd, const Reading& reading) {
-    return async_stream.is(fd) && (reading.end == ReadEnd::TimedOut || reading.may_still_come());
+    return async_stream.is(fd) && reading.end != ReadEnd::Done && reading.end != ReadEnd::Nothing;
 }
 
 // Room for a block while it is read: on the stack where it is of the protocol's sizes, so that reading one

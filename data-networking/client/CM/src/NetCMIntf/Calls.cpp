@@ -7,6 +7,7 @@ namespace {
 
 Connection connections[NETCM_MAX_CALLS] = {};
 uint32_t last_generation = 0;
+uint32_t last_serial = 0;
 
 bool has_id(const Call& call, uint32_t call_id) QV_REQUIRES(table_lock) {
     return load(call.record->InUse) == 1 && static_cast<uint32_t>(load(call.record->CallId)) == call_id;
@@ -180,7 +181,7 @@ bool uses_a_call(int32_t tid, int32_t& thread_index) {
 void add_use(const Call& call, int32_t entry, int32_t place, int32_t thread_index, int32_t profile,
              Position began) {
     NetCMThreadProf& of_thread = call.record->ThreadProf[entry];
-    call.life->uses[entry][place] = {.began = began, .opening = Opening::Awaited};
+    call.life->uses[entry][place] = {.began = began, .serial = ++last_serial, .opening = Opening::Awaited};
     store(of_thread.ProfileId[place], profile);
     store(of_thread.ThreadIndex, thread_index);
 }

@@ -30,7 +30,8 @@ enum class Opening : uint8_t { Awaited, Due, Answered, Over };
 
 // One profile of one thread.
 struct Use {
-    Position began;  // what lies before in the stream is about an earlier connection
+    Position began;   // what lies before in the stream is about an earlier connection
+    uint32_t serial;  // another one each time that the thread opens the profile
     Opening opening;
 };
 

@@ -52,8 +52,8 @@ uint32_t close_profile(int32_t tid, int32_t profile) QV_REQUIRES(app_mutex) {
 // How the start of a local answer went.
 enum class LocalAnswer { Started, NoMemory, NoThread };
 
-LocalAnswer answer_close_locally(const NetCMStartRspInfo& request, uint32_t generation, int& error) {
-    LocalRequest* const block = make_local_request(request, generation);
+LocalAnswer answer_close_locally(const NetCMStartRspInfo& request, UseKey use, int& error) {
+    LocalRequest* const block = make_local_request(request, use);
     if (block == nullptr) {
         QV_TRACE(4, "Memory can't be allocated for rsp_info\n");
         return LocalAnswer::NoMemory;
@@ -68,7 +68,7 @@ LocalAnswer answer_close_locally(const NetCMStartRspInfo& request, uint32_t gene
 
 // How a use of a call is given up.
 struct Leaving {
-    uint32_t generation = 0;
+    UseKey use = {};
     int users = 0;
     int32_t entry = -1;
     int32_t profiles = 0;  // of the thread, when it is the only user
@@ -76,10 +76,13 @@ struct Leaving {
 };
 
 // Counts, and begins the stop of a call whose last user leaves, in one step.
-Leaving look_at(int32_t call_index, int32_t thread_index) {
+Leaving look_at(int32_t call_index, int32_t thread_index, int32_t profile) {
     const Lock lock(table_lock);
     const Call call = slot(call_index);
-    Leaving leaving = {.generation = call.life->generation, .users = count_users(*call.record)};
+    Leaving leaving = {.use = {call.life->generation, 0}, .users = count_users(*call.record)};
+    const int32_t entry = entry_holding(*call.record, thread_index, profile);
+    if (entry >= 0)
+        leaving.use.serial = use_of(call, entry, profile)->serial;
     if (leaving.users != 1)
         return leaving;
     leaving.entry = entry_of(*call.record, thread_index);
@@ -150,15 +153,14 @@ uint32_t NetCMClientRemoveCall(int32_t clientId, int32_t tid, int32_t callId, in
         return NETCM_ERR_INVALID_PARAM;
     const NetCMStartRspInfo request = {static_cast<uint32_t>(tid), static_cast<uint32_t>(callId),
                                        static_cast<uint32_t>(threadIndex), static_cast<uint32_t>(profile)};
-    const Leaving leaving = look_at(callId, threadIndex);
+    const Leaving leaving = look_at(callId, threadIndex, profile);
     int error = 0;
     if (leaving.users == 0)
         return NETCM_ERR_INVALID_PARAM;
     if (leaving.users > 1) {
         QV_TRACE(0, "More than one thread uses this call: count = %d \n", leaving.users);
-        return answer_close_locally(request, leaving.generation, error) == LocalAnswer::Started
-                   ? NETCM_SUCCESS
-                   : NETCM_ERR_FAILURE;
+        return answer_close_locally(request, leaving.use, error) == LocalAnswer::Started ? NETCM_SUCCESS
+                                                                                         : NETCM_ERR_FAILURE;
     }
     int32_t profiles = 0;
     if (leaving.entry >= 0)
@@ -166,7 +168,7 @@ uint32_t NetCMClientRemoveCall(int32_t clientId, int32_t tid, int32_t callId, in
     if (leaving.is_last())
         return send_stop_request(callId, clientId, profile);
     QV_TRACE(0, "More than one profile uses this call. Profile count = [%d]\n", leaving.profiles);
-    const LocalAnswer answer = answer_close_locally(request, leaving.generation, error);
+    const LocalAnswer answer = answer_close_locally(request, leaving.use, error);
     if (answer == LocalAnswer::NoThread)
         QV_TRACE(4, "Local thread creation failed. Error = [%d]\n", error);
     return answer == LocalAnswer::Started ? NETCM_SUCCESS : NETCM_ERR_FAILURE;

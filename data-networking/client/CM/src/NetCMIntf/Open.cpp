@@ -193,15 +193,13 @@ struct Joined {
     bool had_entry = false;  // of the thread
     bool is_new = false;     // the call
     bool is_active = false;
-    uint32_t generation = 0;
+    UseKey use = {};
 };
 
 // The callers have checked that there is room; where there is none, the first place is overwritten.
 Joined put_use(const Call& call, int32_t profile, int32_t thread_index, Position began)
     QV_REQUIRES(table_lock) {
-    Joined joined = {.entry = entry_of(*call.record, thread_index),
-                     .is_active = call.record->IsActive == 1,
-                     .generation = call.life->generation};
+    Joined joined = {.entry = entry_of(*call.record, thread_index), .is_active = call.record->IsActive == 1};
     int32_t place = 0;
     joined.had_entry = joined.entry >= 0;
     if (joined.had_entry)
@@ -218,9 +216,11 @@ Joined join_slot(int32_t index, int32_t profile, int32_t thread_index) {
     const Call call = slot(index);
     if (load(call.record->InUse) != 1)
         return {};
-    const Joined joined = put_use(call, profile, thread_index, began_with(call, profile));
+    Joined joined = put_use(call, profile, thread_index, began_with(call, profile));
+    Use& use = *use_of(call, joined.entry, profile);
     if (joined.is_active)
-        use_of(call, joined.entry, profile)->opening = Opening::Due;
+        use.opening = Opening::Due;
+    joined.use = {call.life->generation, use.serial};
     return joined;
 }
 
@@ -285,7 +285,7 @@ uint32_t NetCMClientAddThreadToCallinfo(int32_t tid, int32_t callIndex, int32_t 
                                         int32_t threadIndex) {
     const NetCMStartRspInfo block = {static_cast<uint32_t>(tid), static_cast<uint32_t>(callIndex),
                                      static_cast<uint32_t>(threadIndex), static_cast<uint32_t>(profile)};
-    LocalRequest* const request = make_local_request(block, 0);
+    LocalRequest* const request = make_local_request(block, {});
     if (request == nullptr)
         return NETCM_ERR_FAILURE;
     const Joined joined = join_slot(callIndex, profile, threadIndex);
@@ -305,7 +305,7 @@ uint32_t NetCMClientAddThreadToCallinfo(int32_t tid, int32_t callIndex, int32_t 
         return NETCM_SUCCESS;
     }
     QV_TRACE(0, "Call is already active, send response to thread \n");
-    request->generation = joined.generation;
+    request->use = joined.use;
     QV_TRACE(0, "Rsp pointer = %u \n", narrow(request));
     pthread_t thread{};
     const int error = start_local_thread(LocalAnswerKind::Open, request, thread);
