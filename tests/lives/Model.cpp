@@ -1,0 +1,261 @@
+#include "Model.h"
+
+#include <algorithm>
+
+#include "Report.h"
+
+namespace quorvel::lives {
+
+// ---- Op
+
+Op::Op(Model& of, int of_user, Kind of_kind, const char* of_name, int32_t of_argument, Needs of_needs)
+    : model(of), user(of_user), kind(of_kind), name(of_name), argument(of_argument), needs(of_needs) {
+    model.begin(*this);
+}
+
+Op::~Op() {
+    if (!over)
+        model.object(std::string(name) + " was not judged");
+}
+
+// ---- Model
+
+Model::Model(Troubles troubles, uint32_t first_ticket)
+    : troubles_(troubles),
+      ledger_(first_ticket),
+      uses_(truth_),
+      kills_("the kill of profile", NETCM_MAX_KILLS, true),
+      proper_("the question for the proper profile of application", NETCM_MAX_PROPER_PROFILES, false) {}
+
+void Model::object(const std::string& why) const {
+    report::fail(why);
+}
+
+void Model::note(int who, const char* text) {
+    const Lock lock(mutex_);
+    history_.note(who, "%s", text);
+}
+
+// ---- The beginning and the end of a call
+
+void Model::begin(Op& op) {
+    const Lock lock(mutex_);
+    op.begun = history_.note(op.user, "%s(%d)", op.name, op.argument);
+    op.profile = op.argument;
+    op.was_registered = registrations_.is_in(op.user);
+    op.most = registrations_.most();
+    op.anybody = op.most > 0;
+    op.instances = registrations_.instances();
+    op.link = truth_.link();
+    op.broken = truth_.is_broken();
+    op.away = away_;
+    switch (op.kind) {
+        case Kind::Register:
+            registrations_.arrives(op.user);
+            for (Op* other : ops_) {
+                other->anybody = true;
+                ++other->most;
+            }
+            break;
+        case Kind::Deregister:
+            if (op.user >= kUsers)
+                break;
+            op.had_use = uses_.has_any(op.user) || hears_end(op.user, 1, kProfiles);
+            registrations_.leaves(op.user);
+            broadcasts_.release(op.user);
+            break;
+        case Kind::Open:
+            begin_open(op, op.profile);
+            break;
+        case Kind::Close:
+            begin_close(op);
+            break;
+        case Kind::Kill:
+            op.had_kill = kills_.has(op.user, op.profile) ||
+                          0 != count_hearing([&](const Hearing& one) {
+                              return one.type == NETCM_EVENT_KILL_RSP && one.user == op.user;
+                          });
+            if (op.user < kUsers)
+                op.place = kills_.take(op.user, op.profile, registrations_.instance(op.user));
+            begin_kill(op, op.user, op.profile);
+            break;
+        case Kind::Cleanup:
+            kills_.mix();
+            break;
+        case Kind::Lookup:
+            op.serials = uses_.serials(op.profile);
+            op.up = uses_.up(op.profile);
+            break;
+        case Kind::Tunnel:
+            op.places = tunnels_.pending() + 1 + hearing_.size();
+            for (const Op* other : ops_)
+                op.places += other->kind == Kind::Tunnel ? 1 : 0;
+            for (Op* other : ops_)
+                other->places += other->kind == Kind::Tunnel ? 1 : 0;
+            break;
+        case Kind::Proper:
+            op.place =
+                proper_.take(op.user, op.argument, op.user < kUsers ? registrations_.instance(op.user) : 0);
+            break;
+        case Kind::Exchange:
+            op.held = uses_.held();
+            break;
+    }
+    ops_.push_back(&op);
+}
+
+void Model::begin_open(Op& op, int32_t profile) {
+    if (op.user >= kUsers || profile < 1 || profile > kProfiles)
+        return;
+    op.opening = true;
+    op.profile = profile;
+    const int32_t first = first_sharing(profile);
+    const int32_t last = last_sharing(profile);
+    op.had_use = uses_.find(op.user, profile) != nullptr || hears_end(op.user, profile, profile);
+    op.saw_closing |=
+        uses_.is_anybody_closing(profile) || kills_.has_any(first, last) || hears_end(kNobody, first, last);
+    uses_.opens(op.user, profile);
+    for (Op* other : ops_) {
+        if (other == &op || other->kind != Kind::Open || other->profile != profile)
+            continue;
+        other->alone = false;
+        op.alone = false;
+    }
+}
+
+void Model::begin_close(Op& op) {
+    Use* use = uses_.find(op.user, op.profile);
+    op.had_use = use != nullptr || hears_end(op.user, op.profile, op.profile);
+    if (use == nullptr)
+        return;
+    op.use = use->number;
+    op.was_closing = use->closing;
+    use->closing = true;
+    for (Op* other : ops_)
+        if ((other->kind == Kind::Open || other->kind == Kind::Kill) && other->profile == op.profile)
+            other->saw_closing = true;
+}
+
+// Also for each kill of a clean-up, which is one call with several of them.
+void Model::begin_kill(Op& op, int user, int32_t profile) {
+    const size_t answered =
+        count_hearing([](const Hearing& one) { return one.type == NETCM_EVENT_KILL_RSP; });
+    op.saw_closing |= uses_.is_anybody_closing(profile) || hears_end(kNobody, profile, profile);
+    op.saw_other_kill |= kills_.has_another(user, profile) || answered != 0;
+    op.places = std::max(op.places, kills_.count() + answered);
+    for (Op* other : ops_) {
+        if (other == &op)
+            continue;
+        if (other->kind == Kind::Open && other->profile >= first_sharing(profile) &&
+            other->profile <= last_sharing(profile))
+            other->saw_closing = true;
+        if (other->kind == Kind::Kill || other->kind == Kind::Cleanup) {
+            other->saw_other_kill |= other->profile == profile;
+            other->places = std::max(other->places, kills_.count());
+        }
+    }
+}
+
+void Model::end(Op& op) {
+    op.over = true;
+    std::erase(ops_, &op);
+    changed_.notify_all();
+}
+
+// ---- What every call may give
+
+void Model::reject(const Op& op, uint32_t result, const std::string& why) const {
+    object("user" + std::to_string(op.user) + ": " + op.name + "(" + std::to_string(op.argument) +
+           ") = " + std::to_string(result) + (why.empty() ? "" : ": " + why));
+}
+
+bool Model::is_settled(Op& op, uint32_t result) {
+    history_.note(op.user, "%s(%d) = %u", op.name, op.argument, result);
+    const bool of_thread = op.needs == Needs::Thread;
+    if (result == NETCM_ERR_NOT_REGISTERED) {
+        if (of_thread ? op.was_registered : registrations_.was_somebody_always_in(op.instances))
+            reject(op, result, "but it is registered");
+        return true;
+    }
+    if (of_thread ? !op.was_registered : !op.anybody)
+        reject(op, result, "but it is not registered");
+    if (result == NETCM_ERR_FAILURE)
+        return op.broken || has(kSignals);
+    if (result == NETCM_ERR_REREGISTER_FAILED)
+        return op.away || (op.broken && has(kSignals));
+    return false;
+}
+
+bool Model::is_refusal(const Op& op, uint32_t result, Asked asked) {
+    asked.refused = true;
+    return ledger_.take(result, asked, op.begun);
+}
+
+// ---- The life as a whole
+
+bool Model::has_everybody_left() const {
+    const Lock lock(mutex_);
+    return registrations_.most() == 0;
+}
+
+std::vector<std::string> Model::owed() const {
+    std::vector<std::string> owed;
+    uses_.add_owed(owed);
+    if (truth_.is_broken())
+        return owed;
+    kills_.add_owed(registrations_, owed);
+    proper_.add_owed(registrations_, owed);
+    tunnels_.add_owed(registrations_, owed);
+    broadcasts_.add_owed(owed);
+    return owed;
+}
+
+std::vector<std::string> Model::wait_until_nothing_is_owed(std::chrono::milliseconds patience) {
+    Lock lock(mutex_);
+    changed_.wait_for(lock, patience, [this] { return owed().empty(); });
+    return owed();
+}
+
+std::optional<std::string> Model::call_longer_than(std::chrono::seconds limit) const {
+    const Lock lock(mutex_);
+    const auto now = std::chrono::steady_clock::now();
+    for (const Op* op : ops_)
+        if (now - op->since > limit)
+            return "user" + std::to_string(op->user) + ": " + op->name + "(" + std::to_string(op->argument) +
+                   ") does not return";
+    return std::nullopt;
+}
+
+// ---- What a user wants to know of itself
+
+bool Model::is_registered(int user) const {
+    const Lock lock(mutex_);
+    return registrations_.is_in(user);
+}
+
+std::vector<int32_t> Model::held_profiles(int user) const {
+    const Lock lock(mutex_);
+    std::vector<int32_t> profiles;
+    for (int32_t profile = 1; profile <= kProfiles; ++profile)
+        if (uses_.find(user, profile) != nullptr)
+            profiles.push_back(profile);
+    return profiles;
+}
+
+bool Model::is_waiting_for(int user, int32_t profile) const {
+    const Lock lock(mutex_);
+    const Use* use = uses_.find(user, profile);
+    return use != nullptr && (!use->answered || use->closing);
+}
+
+bool Model::wait_for_answers(int user, std::chrono::microseconds patience) {
+    Lock lock(mutex_);
+    return changed_.wait_for(lock, patience, [&] { return !uses_.is_waiting(user); });
+}
+
+uint32_t Model::ticket_with(uint16_t lower_half) const {
+    const Lock lock(mutex_);
+    return ledger_.with_lower_half(lower_half);
+}
+
+}  // namespace quorvel::lives
