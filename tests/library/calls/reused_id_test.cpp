@@ -117,11 +117,26 @@ TEST_F(ReusedId, a_profile_whose_close_is_still_to_come_is_closing_wherever_its_
     EXPECT_EQ(user(0).open(2), NETCM_SUCCESS);
     EXPECT_EQ(user(0).open(1), NETCM_ERR_CALL_CLOSING);
     EXPECT_EQ(user(0).kill(1), NETCM_ERR_CALL_CLOSING);
-    EXPECT_EQ(user(0).close(1), NETCM_ERR_NOT_ACTIVE);
-    EXPECT_EQ(count_unanswered(wire::NETCM_CLIENT_STOP_REQ), 1u) << "the id is another connection's";
     ASSERT_TRUE(push_and_settle(stop_response(0, 1)));
     give_id(1);
     EXPECT_EQ(user(0).open(1), NETCM_SUCCESS);
+}
+
+TEST_F(ReusedId, a_user_of_a_killed_call_closes_his_own_use_and_not_the_next_connection) {
+    one_call_up(1);
+    join(registered(1), 1);
+    events::clear();
+    server.on(wire::NETCM_CLIENT_KILL_REQ, silence());
+    EXPECT_EQ(user(0).kill(1), NETCM_SUCCESS);
+    give_id(0);
+    EXPECT_EQ(user(0).open(2), NETCM_SUCCESS);
+    EXPECT_EQ(user(1).close(1), NETCM_SUCCESS);
+    ASSERT_TRUE(events::wait_for(1));
+    EXPECT_EQ(count_unanswered(wire::NETCM_CLIENT_STOP_REQ), 0u) << "the id is another connection's";
+    ASSERT_TRUE(push_and_settle(kill_response(1)));
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_CLOSE_RSP, 1, 0}, {0, NETCM_EVENT_KILL_RSP, 1, 0}}));
+    EXPECT_EQ(user(1).close(1), NETCM_ERR_NOT_ACTIVE);
+    EXPECT_EQ(user(1).deregister(), NETCM_SUCCESS);
 }
 
 TEST_F(ReusedId, nobody_leaves_who_has_still_to_be_told_of_a_close) {

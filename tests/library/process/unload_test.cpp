@@ -18,7 +18,7 @@ class UnloadedLibrary : public ::testing::Test {
 TEST_F(UnloadedLibrary, leaves_a_process_that_has_deregistered_in_peace) {
     const Ended ended = run({UNLOAD_PROBE, QUORVEL_LIBRARY, "leave"});
     EXPECT_EQ(ended.status, 0) << ended.err;
-    EXPECT_EQ(ended.out, std::string(kLeft) + kLeft + "alive\n") << ended.err;
+    EXPECT_EQ(ended.out, std::string().append(kLeft).append(kLeft).append("alive\n")) << ended.err;
 }
 
 TEST_F(UnloadedLibrary, still_delivers_events_to_a_process_that_has_not) {

@@ -159,6 +159,13 @@ bool is_closing_elsewhere(int32_t profile) {
     }));
 }
 
+Call call_elsewhere(int32_t tid, int32_t profile, int32_t& entry) {
+    return departed_named([&](const Call& call) QV_REQUIRES(table_lock) {
+        entry = entry_of_thread(*call.record, tid, profile);
+        return entry >= 0 && call.life->ending != Ending::Refused && call.life->ending != Ending::Told;
+    });
+}
+
 bool uses_a_call(int32_t tid, int32_t& thread_index) {
     const auto is_user = [&](const Call& call) QV_REQUIRES(table_lock) {
         for (const NetCMThreadProf& entry : call.record->ThreadProf) {

@@ -68,6 +68,9 @@ enum class InUse { Any, One };
 Call call_with(int32_t profile, InUse in_use) QV_REQUIRES(table_lock);
 // Whether a connection that has left its slot still has to be closed for a user of the profile.
 bool is_closing_elsewhere(int32_t profile) QV_REQUIRES(table_lock);
+// The connection outside its slot that a thread, by its kernel id, still uses with the profile, and his
+// entry.
+Call call_elsewhere(int32_t tid, int32_t profile, int32_t& entry) QV_REQUIRES(table_lock);
 // Whether a call's end has been asked for, by its record or by what stands beside it.
 bool is_closing(const Call& call) QV_REQUIRES(table_lock);
 bool is_being_stopped(const Call& call) QV_REQUIRES(table_lock);

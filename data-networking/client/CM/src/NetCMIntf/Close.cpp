@@ -23,6 +23,49 @@ UseOfCall find_use(int32_t tid, int32_t call_index, int32_t profile) {
     return entry < 0 ? UseOfCall{} : UseOfCall{load(call.CallId), load(call.ThreadProf[entry].ThreadIndex)};
 }
 
+// How the start of a local answer went.
+enum class LocalAnswer { Started, NoMemory, NoThread };
+
+LocalAnswer answer_close_locally(const NetCMStartRspInfo& request, UseKey use, int& error) {
+    LocalRequest* const block = make_local_request(request, use);
+    if (block == nullptr) {
+        QV_TRACE(4, "Memory can't be allocated for rsp_info\n");
+        return LocalAnswer::NoMemory;
+    }
+    pthread_t thread{};
+    error = start_local_thread(LocalAnswerKind::Close, block, thread);
+    if (error != 0)
+        return LocalAnswer::NoThread;
+    QV_TRACE(0, "Local thread to send close response created, ID = %d \n", static_cast<int>(thread));
+    return LocalAnswer::Started;
+}
+
+// A use of a call whose end has been asked for, and whose id is another connection's meanwhile.
+struct LeftCall {
+    NetCMStartRspInfo request = {};
+    UseKey use = {};
+};
+
+bool find_left_call(int32_t tid, int32_t profile, LeftCall& left) {
+    const Lock lock(table_lock);
+    int32_t entry = -1;
+    const Call call = call_elsewhere(tid, profile, entry);
+    if (!call)
+        return false;
+    left.request = {static_cast<uint32_t>(tid), static_cast<uint32_t>(load(call.record->CallId)),
+                    static_cast<uint32_t>(load(call.record->ThreadProf[entry].ThreadIndex)),
+                    static_cast<uint32_t>(profile)};
+    left.use = {call.life->generation, use_of(call, entry, profile)->serial};
+    return true;
+}
+
+// The server is not asked: it would stop the next connection.
+uint32_t close_left_call(const LeftCall& left) {
+    int error = 0;
+    return answer_close_locally(left.request, left.use, error) == LocalAnswer::Started ? NETCM_SUCCESS
+                                                                                       : NETCM_ERR_FAILURE;
+}
+
 uint32_t close_profile(int32_t tid, int32_t profile) QV_REQUIRES(app_mutex) {
     int32_t caller_index = 0;
     const uint32_t status = admit_caller(QV_HERE, tid, UnknownThread::IsNotPresent, caller_index);
@@ -31,6 +74,9 @@ uint32_t close_profile(int32_t tid, int32_t profile) QV_REQUIRES(app_mutex) {
     int32_t call_id = -1;
     int32_t call_index = -1;
     if (NetCMGetCallIdFromProfileId(profile, &call_id, &call_index) != NETCM_SUCCESS) {
+        LeftCall left;
+        if (find_left_call(tid, profile, left))
+            return close_left_call(left);
         QV_TRACE(2, "Connection referred by profile [%d] is not active\n", profile);
         return NETCM_ERR_NOT_ACTIVE;
     }
@@ -47,23 +93,6 @@ uint32_t close_profile(int32_t tid, int32_t profile) QV_REQUIRES(app_mutex) {
     if (result != NETCM_SUCCESS)
         table().ThreadInfo[use.thread_index].LastSyncError = -1;
     return result;
-}
-
-// How the start of a local answer went.
-enum class LocalAnswer { Started, NoMemory, NoThread };
-
-LocalAnswer answer_close_locally(const NetCMStartRspInfo& request, UseKey use, int& error) {
-    LocalRequest* const block = make_local_request(request, use);
-    if (block == nullptr) {
-        QV_TRACE(4, "Memory can't be allocated for rsp_info\n");
-        return LocalAnswer::NoMemory;
-    }
-    pthread_t thread{};
-    error = start_local_thread(LocalAnswerKind::Close, block, thread);
-    if (error != 0)
-        return LocalAnswer::NoThread;
-    QV_TRACE(0, "Local thread to send close response created, ID = %d \n", static_cast<int>(thread));
-    return LocalAnswer::Started;
 }
 
 // How a use of a call is given up.
