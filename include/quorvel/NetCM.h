@@ -6,24 +6,24 @@
  *     the request, the server's own status word unchanged.
  *  2. Registration is per thread. A thread registers itself with a callback, then opens and closes connections;
  *     the library knows it by its kernel thread id. Up to 16 threads of a process may register.
- *  3. What blocks. A request waits for the server's answer, at most 60 seconds (10 seconds for a block behind an
- *     answer). Requests of a process are served one after another. When the link to the server is found broken,
- *     a request repairs it first; with no server there this takes about three seconds and gives
- *     NETCM_ERR_REREGISTER_FAILED. A wait is not resumed after a signal handler of the application has interrupted
- *     it: the request fails with NETCM_ERR_FAILURE. Handle signals on a thread that makes no requests.
+ *  3. What blocks. A request waits for the server's answer, at most 60 seconds for the whole of it (10 seconds for a
+ *     block behind it). Requests are served one after another. With no server there, the repair of the link takes three
+ *     seconds and gives NETCM_ERR_REREGISTER_FAILED. A wait that a signal handler interrupts is not resumed: the
+ *     request fails with NETCM_ERR_FAILURE, and its answer is never taken for another's. An answer that does not come,
+ *     or a request cut short, ends the link as in rule 7. Nobody is cancelled (pthread_cancel) inside, but behind it.
  *  4. Callbacks run on the library's receiver thread or on a short-lived thread of the library, never on the
  *     thread that asked, with NetCMAppMutex held, and so one at a time (rule 7 has the exception). A callback
- *     that blocks holds up every request and every event of the process. It may call any function of the
- *     library. Deregistering the last thread from a callback is allowed: the receiver ends as soon as the
- *     callback has returned.
+ *     that blocks holds up every request and event. It may call any function, and deregister the last thread: the
+ *     receiver ends when it returns. It must return: pthread_exit and jumping out of the library are forbidden.
  *     The library's threads inherit the signal mask of the thread that starts them.
  *  5. Ownership. An event and everything that it points to live on the library's side and only during the
  *     callback: copy what is needed. Arguments belong to the caller and are not kept, except the callback itself.
- *  6. fork. The child of a process that is registered has no receiver thread, and shares both sockets with its
- *     parent: it must not call the library before it has called one of the exec functions.
- *  7. When the server dies, every connection that was open ends with a NETCM_EVENT_STOP_IND with Result 2, delivered
- *     without NetCMAppMutex, since a request may hold it that waits for the dead server. Threads stay registered;
- *     the next request registers the process with the server again.
+ *  6. fork. In the child the library is as never registered: its descriptors are closed, its locks are free, and a
+ *     registration is one of the child's own; the parent notices nothing. dlclose leaves the library where it is.
+ *  7. When the server dies, every connection ends once with a NETCM_EVENT_STOP_IND with Result 2, delivered
+ *     without NetCMAppMutex, since a request may hold it; kills, tunnel requests and queries that wait are forgotten.
+ *     Threads stay registered; the next request registers the process with the server again. Until it has been told,
+ *     a thread that deregisters waits, a second at most, and is then given NETCM_ERR_ALREADY_EXISTS.
  *  8. A server that has closed its end never kills the process: no SIGPIPE leaves the library. Every descriptor
  *     that the library opens is close-on-exec and above 2.
  */
