@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <future>
 #include <thread>
 
@@ -273,8 +274,10 @@ TEST_F(WaitingLookup, another_thread_does_not_come_between_the_tries) {
     open_profile("lo", "127.0.0.1");
     Responder responder(answer_in_long(1, 10));
     std::future<bool> other;
+    std::atomic<bool> started{false};
     const auto hook = trace::on_line([&](const TraceLine& line) {
-        if (other.valid() || line.text != "Request to get hostname \n" || trace::count(line.text) != 2)
+        if (line.text != "Request to get hostname \n" || trace::count(line.text) != 2 ||
+            started.exchange(true))
             return;
         std::promise<int32_t> thread;
         std::future<int32_t> id = thread.get_future();

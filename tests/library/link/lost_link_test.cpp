@@ -110,6 +110,7 @@ class LargeTunnelRequest : public LostLink {
         return NetCMTunnelRequest(&record);
     }
     void expect_not_sent() {
+        EXPECT_TRUE(eventually(link_is_broken));
         EXPECT_FALSE(trace::contains("Sent Tunnel Request to the CM server \n"));
         EXPECT_TRUE(with_table([](const NetCMClientAppInfo& table) {
             return table.TunnelReq[0].ThreadId == -1 && table.TunnelReq[0].RequestId == -1;
