@@ -14,7 +14,7 @@ Bytes forged(size_t size) {
     const Bytes one = bytes_of(indication(wire::NETCM_CLIENT_STOP_IND, 0, 7, 66));
     Bytes bytes;
     while (bytes.size() < size)
-        bytes = bytes + one;
+        bytes.insert(bytes.end(), one.begin(), one.end());
     bytes.resize(size);
     return bytes;
 }
@@ -128,9 +128,6 @@ TEST_P(SkippedData, is_never_read_as_records) {
 }
 
 TEST_F(AsyncStream, tunnel_data_larger_than_any_buffer_are_skipped_whole) {
-#if defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "does not end under the thread sanitizer: not understood yet";
-#endif
     calls::fail(Call::Malloc, 2);
     ASSERT_TRUE(server.push(bytes_of(tunnel(wire::NETCM_CLIENT_TUNNEL_IND, 1'000'000)) + forged(1'000'000)));
     ASSERT_TRUE(trace::wait_for(kNoMemory));
