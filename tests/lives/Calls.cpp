@@ -38,20 +38,34 @@ const Connection* Calls::sharable(int32_t profile) const {
     return nullptr;
 }
 
-bool Calls::is_free(uint32_t id) const {
+// An end that nobody has asked for, and an answer to a stop that came too late, have to be said before the id
+// is another's, and so has everything about a profile that the next connection is for: nobody could tell
+// afterwards which of the two is meant.
+bool Calls::has_to_say_first(const Connection& ended, int32_t profile) const {
+    return outbox_.has([&](const Pushed& pushed) {
+        if (pushed.serial != ended.serial || pushed.what == Word::Kill)
+            return false;
+        if (pushed.what == Word::Stop)
+            return pushed.status == kStale;
+        return pushed.what == Word::End || pushed.what == Word::Refusal || pushed.profile == profile;
+    });
+}
+
+bool Calls::is_free(uint32_t id, int32_t profile) const {
     for (const Connection& connection : model_.truth().connections()) {
         if (connection.link != model_.truth().link() || connection.id != id)
             continue;
-        if (connection.live() || (!model_.has(kReuse) && !model_.is_finished(connection.serial)))
+        if (connection.live() || (!model_.has(kReuse) && !model_.is_finished(connection.serial)) ||
+            has_to_say_first(connection, profile))
             return false;
     }
     return true;
 }
 
-std::optional<uint32_t> Calls::free_id() {
+std::optional<uint32_t> Calls::free_id(int32_t profile) {
     std::vector<uint32_t> free;
     for (uint32_t id = 0; id < kCallIds; ++id)
-        if (is_free(id))
+        if (is_free(id, profile))
             free.push_back(id);
     if (free.empty())
         return std::nullopt;
@@ -88,7 +102,7 @@ wire::Record Calls::start(int32_t profile) {
     answer.Word2 = static_cast<uint32_t>(profile);
     const Asked asked{wire::NETCM_CLIENT_START_REQ, static_cast<uint32_t>(profile), true};
     const Connection* present = sharable(profile);
-    const auto id = present != nullptr ? std::optional(present->id) : free_id();
+    const auto id = present != nullptr ? std::optional(present->id) : free_id(profile);
     const bool refuses = model_.has(kRefusals) && random_.one_in(12);
     if (refuses && random_.one_in(2)) {
         answer.Status = kStatusWithReason;
@@ -293,7 +307,7 @@ void Calls::let_the_network_act(const Connection& connection) {
         push_noise();
 }
 
-void Calls::tick(bool to_rest) {
+void Calls::tick(bool to_rest, bool network_may_act) {
     for_each_live([&](const Connection& connection) {
         if (connection.state != Connection::State::Starting)
             return push_up(connection);
@@ -307,7 +321,7 @@ void Calls::tick(bool to_rest) {
         else
             come_up(connection);
     });
-    if (to_rest)
+    if (to_rest || !network_may_act)
         return;
     for_each_live([&](const Connection& connection) {
         if (connection.state != Connection::State::Starting)

@@ -22,8 +22,8 @@ class Calls {
     std::vector<int32_t> active() const;
 
     // Time goes by: what is coming up may be up, and the network does what it likes. When everything is to
-    // come to rest, the one surely and the other not.
-    void tick(bool to_rest);
+    // come to rest, the one surely and the other not; nor when it may not act.
+    void tick(bool to_rest, bool network_may_act);
     bool is_anything_starting() const;
     // With the link, all of them are gone.
     void forget() { awaited_.clear(); }
@@ -37,8 +37,9 @@ class Calls {
     void for_each_live(Body body);
     const Connection* find_live(int32_t profile) const;
     const Connection* sharable(int32_t profile) const;
-    std::optional<uint32_t> free_id();
-    bool is_free(uint32_t id) const;
+    std::optional<uint32_t> free_id(int32_t profile);
+    bool is_free(uint32_t id, int32_t profile) const;
+    bool has_to_say_first(const Connection& ended, int32_t profile) const;
     unsigned keys_of(const Connection& connection) const;
     void push_about(const Connection& connection, uint32_t code, Pushed pushed);
     void push_up(const Connection& connection);

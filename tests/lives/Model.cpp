@@ -60,7 +60,7 @@ void Model::begin(Op& op) {
         case Kind::Deregister:
             if (op.user >= kUsers)
                 break;
-            op.had_use = uses_.has_any(op.user) || hears_end(op.user, 1, kProfiles);
+            op.had_use = uses_.has_any(op.user) || hears_end(kNobody, 1, kProfiles);
             registrations_.leaves(op.user);
             broadcasts_.release(op.user);
             break;
@@ -83,6 +83,7 @@ void Model::begin(Op& op) {
             kills_.mix();
             break;
         case Kind::Lookup:
+            op.saw_closing = is_being_ended(op.profile);
             op.serials = uses_.serials(op.profile);
             op.up = uses_.up(op.profile);
             break;
@@ -109,11 +110,8 @@ void Model::begin_open(Op& op, int32_t profile) {
         return;
     op.opening = true;
     op.profile = profile;
-    const int32_t first = first_sharing(profile);
-    const int32_t last = last_sharing(profile);
-    op.had_use = uses_.find(op.user, profile) != nullptr || hears_end(op.user, profile, profile);
-    op.saw_closing |=
-        uses_.is_anybody_closing(profile) || kills_.has_any(first, last) || hears_end(kNobody, first, last);
+    op.had_use = uses_.find(op.user, profile) != nullptr || hears_end(kNobody, profile, profile);
+    op.saw_closing |= is_being_ended(profile);
     uses_.opens(op.user, profile);
     for (Op* other : ops_) {
         if (other == &op || other->kind != Kind::Open || other->profile != profile)
@@ -123,16 +121,36 @@ void Model::begin_open(Op& op, int32_t profile) {
     }
 }
 
+// Whether a close or kill that concerns the profile was asked for and is not told of yet.
+bool Model::is_being_ended(int32_t profile) const {
+    const int32_t first = first_sharing(profile);
+    const int32_t last = last_sharing(profile);
+    // An ended connection is taken for closing when the one that has its id now is closed.
+    return (has(kReuse) && uses_.is_beside_an_end(profile)) || uses_.is_anybody_closing(profile) ||
+           kills_.has_any(first, last) || hears_end(kNobody, first, last);
+}
+
+// Who is killing a profile may have lost his own use of it already.
+bool Model::is_surely_there(uint64_t use) const {
+    const int owner = uses_.owner(use);
+    return uses_.is_still_there(use) && std::none_of(ops_.begin(), ops_.end(), [=](const Op* op) {
+               return op->user == owner && (op->kind == Kind::Kill || op->kind == Kind::Cleanup);
+           });
+}
+
 void Model::begin_close(Op& op) {
     Use* use = uses_.find(op.user, op.profile);
-    op.had_use = use != nullptr || hears_end(op.user, op.profile, op.profile);
+    // The library has an ended call until its last user has been told.
+    op.saw_closing = hears_end(kNobody, first_sharing(op.profile), last_sharing(op.profile));
+    op.had_use = use != nullptr || op.saw_closing;
     if (use == nullptr)
         return;
     op.use = use->number;
     op.was_closing = use->closing;
     use->closing = true;
     for (Op* other : ops_)
-        if ((other->kind == Kind::Open || other->kind == Kind::Kill) && other->profile == op.profile)
+        if ((other->kind == Kind::Open || other->kind == Kind::Kill || other->kind == Kind::Lookup) &&
+            first_sharing(other->profile) == first_sharing(op.profile))
             other->saw_closing = true;
 }
 
@@ -140,14 +158,17 @@ void Model::begin_close(Op& op) {
 void Model::begin_kill(Op& op, int user, int32_t profile) {
     const size_t answered =
         count_hearing([](const Hearing& one) { return one.type == NETCM_EVENT_KILL_RSP; });
-    op.saw_closing |= uses_.is_anybody_closing(profile) || hears_end(kNobody, profile, profile);
+    for (int32_t sharing = first_sharing(profile); sharing <= last_sharing(profile); ++sharing)
+        op.saw_closing |= uses_.is_anybody_closing(sharing) || hears_end(kNobody, sharing, sharing);
+    // What has lost its slot to the next connection cannot be killed again.
+    op.saw_closing |= has(kReuse) && kills_.has_any(first_sharing(profile), last_sharing(profile));
     op.saw_other_kill |= kills_.has_another(user, profile) || answered != 0;
     op.places = std::max(op.places, kills_.count() + answered);
     for (Op* other : ops_) {
         if (other == &op)
             continue;
-        if (other->kind == Kind::Open && other->profile >= first_sharing(profile) &&
-            other->profile <= last_sharing(profile))
+        if ((other->kind == Kind::Open || other->kind == Kind::Lookup) &&
+            other->profile >= first_sharing(profile) && other->profile <= last_sharing(profile))
             other->saw_closing = true;
         if (other->kind == Kind::Kill || other->kind == Kind::Cleanup) {
             other->saw_other_kill |= other->profile == profile;

@@ -120,13 +120,14 @@ void Model::closed(Op& op, uint32_t result) {
         use = nullptr;
     if (use != nullptr) {
         use->closing = result == NETCM_SUCCESS || op.was_closing;
+        use->left_closing |= result == NETCM_ERR_FAILURE || result == NETCM_ERR_REREGISTER_FAILED;
         use->perhaps_gone &= result != NETCM_SUCCESS;
     }
     if (settled) {
         if (result != NETCM_ERR_NOT_REGISTERED && op.user < kUsers)
             errors_[static_cast<size_t>(op.user)].clear();
     } else if (result == NETCM_ERR_NOT_ACTIVE) {
-        if (use != nullptr && !use->perhaps_gone && !op.broken)
+        if (use != nullptr && !use->perhaps_gone && !op.broken && !op.saw_closing)
             reject(op, result, "but the thread has it open");
         if (use != nullptr && use->perhaps_gone)
             uses_.drop(op.user, op.profile);

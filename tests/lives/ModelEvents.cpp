@@ -94,7 +94,9 @@ std::string Model::hear_open_etc(int user, const NetCMEvent& event) {
         std::memcpy(&info, event.Data, sizeof info);
         heard.address = address_of(info);
         if (!heard.address || info.ProfileId != event.ProfileId)
-            return "the details do not fit together";
+            return "the details do not fit together: those of profile " + std::to_string(info.ProfileId) +
+                   (heard.address ? " on connection " + std::to_string(heard.address->serial)
+                                  : ", with an address of no connection");
         history_.note(user, "  of connection %d, address %d", heard.address->serial, heard.address->change);
     } else if (heard.result == kStatusWithReason) {
         if (event.Data == nullptr)
@@ -122,7 +124,8 @@ std::string Model::hear_kill(int user, const NetCMEvent& event) {
         reason = word_at(event.Data);
     if (!truth_.has_pushed(Pushed::What::Kill, event.ProfileId, status, reason))
         return "the server has not said so";
-    return kills_.tell(user, event.ProfileId) ? "" : "the thread has not killed it";
+    return kills_.tell(user, event.ProfileId, registrations_.instance(user)) ? ""
+                                                                             : "the thread has not killed it";
 }
 
 std::string Model::hear_tunnel(int user, const NetCMEvent& event) {
@@ -164,7 +167,7 @@ std::string Model::hear_proper_profile(int user, const NetCMEvent& event) {
     });
     if (!fits || !pushed)
         return "the server has not said so";
-    return proper_.tell(user, application) ? "" : "the thread has not asked";
+    return proper_.tell(user, application, registrations_.instance(user)) ? "" : "the thread has not asked";
 }
 
 }  // namespace quorvel::lives

@@ -29,7 +29,7 @@ void Model::exchanged_for_call(Op& op, uint32_t result, const Asked& asked, std:
     if (result == NETCM_ERR_NOT_REGISTERED) {
         history_.note(op.user, "%s = %u", op.name, result);
         const bool has_call = std::any_of(op.held.begin(), op.held.end(),
-                                          [&](uint64_t number) { return uses_.is_still_there(number); });
+                                          [&](uint64_t number) { return is_surely_there(number); });
         if (has_call && !op.broken && registrations_.was_somebody_always_in(op.instances))
             reject(op, result, "but there is a call");
     } else if (!judge_exchange(op, result, asked, ticket)) {
@@ -85,7 +85,8 @@ void Model::looked_up(Op& op, uint32_t result, const NetCMConnInfo& info) {
     } else if (result == NETCM_ERR_NOT_ACTIVE) {
         const bool is_up = std::any_of(op.up.begin(), op.up.end(),
                                        [&](uint64_t number) { return uses_.is_still_there(number); });
-        if (is_up && !op.broken)
+        // Who is closing may have lost his place to the next connection already.
+        if (is_up && !op.broken && !op.saw_closing)
             reject(op, result, "but it is up");
     } else if (!settled) {
         reject(op, result);

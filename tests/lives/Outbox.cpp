@@ -1,9 +1,15 @@
 #include "Outbox.h"
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
 namespace quorvel::lives {
+
+bool Outbox::has(const std::function<bool(const Pushed&)>& which) const {
+    return std::any_of(parcels_.begin(), parcels_.end(),
+                       [&](const Parcel& parcel) { return which(parcel.pushed); });
+}
 
 Parcel Outbox::take(size_t index) {
     Parcel parcel = std::move(parcels_[index]);

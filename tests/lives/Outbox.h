@@ -3,6 +3,7 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <optional>
 
 #include "Random.h"
@@ -27,8 +28,10 @@ constexpr unsigned key_of_profile(int32_t profile) {
 class Outbox {
   public:
     void put(Parcel parcel) { parcels_.push_back(std::move(parcel)); }
+    size_t size() const { return parcels_.size(); }
     bool empty() const { return parcels_.empty(); }
     void clear() { parcels_.clear(); }
+    bool has(const std::function<bool(const Pushed&)>& which) const;
 
     Parcel take_first() { return take(0); }
     // Any that may be next.

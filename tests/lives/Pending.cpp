@@ -33,10 +33,14 @@ void Places::give_back(uint64_t number) {
     std::erase_if(places_, [&](const Place& place) { return place.number == number; });
 }
 
-bool Places::tell(int user, int32_t key) {
-    const auto found = std::find_if(places_.begin(), places_.end(), [&](const Place& place) {
-        return place.user == user && place.key == key;
-    });
+bool Places::tell(int user, int32_t key, unsigned instance) {
+    const auto find = [&](bool any_instance) {
+        return std::find_if(places_.begin(), places_.end(), [&](const Place& place) {
+            return place.user == user && place.key == key && (any_instance || place.instance == instance);
+        });
+    };
+    const auto of_instance = find(false);
+    const auto found = of_instance != places_.end() ? of_instance : find(true);
     if (found == places_.end())
         return false;
     told_.insert(found->number);

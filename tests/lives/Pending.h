@@ -27,8 +27,9 @@ class Places {
     // What came of it. Where a thread has one place for a key, an older one has been free then.
     void keep(uint64_t number, bool only_perhaps);
     void give_back(uint64_t number);
-    // Whether the thread has one, which it has no more.
-    bool tell(int user, int32_t key);
+    // Whether the thread has one, which it has no more: rather one of this registration than of an earlier
+    // one.
+    bool tell(int user, int32_t key, unsigned instance);
     bool was_told(uint64_t number) const;
 
     bool has(int user, int32_t key) const;

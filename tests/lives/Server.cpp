@@ -1,7 +1,9 @@
 #include "Server.h"
 
+#include <linux/sockios.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -57,7 +59,7 @@ void Server::serve() {
             continue;
         for (; broadcasts_ > 0; --broadcasts_)
             calls_.push_broadcast();
-        calls_.tick(is_at_rest());
+        calls_.tick(is_at_rest(), !is_behind());
         push_some();
         is_done_ = is_at_rest() && broadcasts_ == 0 && !calls_.is_anything_starting() &&
                    (outbox_.empty() || async_socket() == nullptr);
@@ -207,8 +209,24 @@ Server::Socket* Server::async_socket() {
     return nullptr;
 }
 
+// How much the client has still to read. One that asks from a callback reads nothing meanwhile.
+size_t Server::unread() {
+    int bytes = 0;
+    if (const Socket* socket = async_socket(); socket == nullptr || ioctl(socket->fd, SIOCOUTQ, &bytes) != 0)
+        return 0;
+    return static_cast<size_t>(bytes);
+}
+
+// Who is told more than he can deal with never comes to an end.
+bool Server::is_behind() {
+    constexpr size_t kParcels = 20;
+    constexpr size_t kBytes = 8192;
+    return outbox_.size() > kParcels || unread() > kBytes;
+}
+
 Server::Ends Server::push_some() {
-    while (!outbox_.empty() && async_socket() != nullptr) {
+    constexpr size_t kRoom = 65536;
+    while (!outbox_.empty() && async_socket() != nullptr && unread() < kRoom) {
         if (is_disorderly() && random_.one_in(2))
             return Ends::Lives;
         if (push(is_disorderly() ? outbox_.take_any(random_) : outbox_.take_first()) == Ends::Dies)

@@ -48,6 +48,8 @@ class Server {
     Ends take(const SocketPtr& socket, const test::Request& request);
     void register_client(const SocketPtr& socket);
     Ends answer(const SocketPtr& socket, const test::Bytes& bytes);
+    size_t unread();
+    bool is_behind();
     Ends push_some();
     Ends push(const Parcel& parcel);
     void write(int fd, const test::Bytes& bytes, size_t from);

@@ -26,6 +26,13 @@ bool Truth::is_finished(int serial) const {
     return !connection->live() && is_told && connection->end_position <= handled_;
 }
 
+bool Truth::has_ended_by_itself(int serial) const {
+    return std::any_of(pushed_.begin(), pushed_.end(), [=](const Pushed& pushed) {
+        return pushed.serial == serial &&
+               (pushed.what == Pushed::What::End || pushed.what == Pushed::What::Refusal);
+    });
+}
+
 bool Truth::has_pushed(Pushed::What what, int32_t profile, uint32_t status,
                        std::optional<int32_t> reason) const {
     return std::any_of(pushed_.begin(), pushed_.end(), [&](const Pushed& pushed) {

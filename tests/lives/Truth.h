@@ -92,6 +92,7 @@ class Truth {
     int current(int32_t profile) const { return current_[static_cast<size_t>(profile)]; }
     // Whether the library has been told everything about it, and nobody can get to it any more.
     bool is_finished(int serial) const;
+    bool has_ended_by_itself(int serial) const;
     const std::deque<Connection>& connections() const { return connections_; }
     // What has been pushed over the current link.
     const std::vector<Pushed>& pushed() const { return pushed_; }

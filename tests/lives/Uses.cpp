@@ -92,7 +92,7 @@ bool Uses::has_any(int user) const {
 
 bool Uses::is_anybody_closing(int32_t profile) const {
     for (int user = 0; user < kUsers; ++user)
-        if (const Use* use = find(user, profile); use != nullptr && use->closing)
+        if (const Use* use = find(user, profile); use != nullptr && (use->closing || use->left_closing))
             return true;
     return false;
 }
@@ -127,6 +127,23 @@ bool Uses::is_still_there(uint64_t number) const {
     bool found = false;
     for_each([&](int, int32_t, const Use& use) { found |= use.number == number && !use.perhaps_gone; });
     return found;
+}
+
+int Uses::owner(uint64_t number) const {
+    int owner = -1;
+    for_each([&](int user, int32_t, const Use& use) { owner = use.number == number ? user : owner; });
+    return owner;
+}
+
+bool Uses::is_beside_an_end(int32_t profile) const {
+    for (const int serial : serials(profile))
+        if (const Connection* connection = truth_.find(serial))
+            for (const Connection& other : truth_.connections())
+                if (other.link == connection->link && other.id == connection->id && other.serial <= serial &&
+                    !other.live() && !truth_.is_finished(other.serial) &&
+                    (other.serial == serial || truth_.has_ended_by_itself(other.serial)))
+                    return true;
+    return false;
 }
 
 std::vector<int> Uses::serials(int32_t profile) const {

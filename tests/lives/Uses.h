@@ -20,6 +20,7 @@ struct Use {
     std::vector<int> serials{};  // the connections that it may be a use of
     bool answered = false;       // its open
     bool closing = false;        // a close was accepted, or is under way
+    bool left_closing = false;   // a close has failed, and the call stays as it is
     bool perhaps_gone = false;   // its thread has killed the profile: there may be nothing left to tell
     bool touched = false;        // by an event
     bool ended = false;          // by an event, before its open has returned
@@ -62,6 +63,11 @@ class Uses {
     std::vector<uint64_t> up(int32_t profile) const;
     std::vector<uint64_t> held() const;
     bool is_still_there(uint64_t number) const;
+    // Whose it is, or -1.
+    int owner(uint64_t number) const;
+    // Whether a connection that a use of the profile may be on has ended, or was given the id of one that had
+    // ended by itself, and not everybody is told of that end.
+    bool is_beside_an_end(int32_t profile) const;
     // The connections that uses of a profile may be on.
     std::vector<int> serials(int32_t profile) const;
     bool is_waiting(int user) const;

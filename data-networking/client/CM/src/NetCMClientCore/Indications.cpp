@@ -24,7 +24,8 @@ uint32_t for_indicated_call(const uint32_t* record, Change change, Use use) QV_R
     bool changed = false;
     {
         const Lock lock(table_lock);
-        const Call call = call_named(indicated.record.CallId, indicated.at);
+        const Call call =
+            call_named(indicated.record.CallId, static_cast<int32_t>(indicated.record.Word2), indicated.at);
         found = static_cast<bool>(call);
         if (found) {
             indicated.key = key_of(call);
@@ -122,8 +123,8 @@ uint32_t NetCMClientProcesIpChangeInd(const uint32_t* record) {
     QV_TRACE(0, "IP change indication. Call ID = %d Profile ID = %d\n", static_cast<int>(indication.CallId),
              profile);
     CallKey key = {-1, 0};
-    if (!find_call(key,
-                   [&](Position at) QV_REQUIRES(table_lock) { return call_named(indication.CallId, at); })) {
+    if (!find_call(key, [&](Position at)
+                            QV_REQUIRES(table_lock) { return call_named(indication.CallId, profile, at); })) {
         trace_not_active(indication);
         if (indication.Status == 0)
             async_stream.skip_block_that_may_follow();

@@ -4,6 +4,7 @@
 
 #include "client/CM/src/NetCMClientCore/ConnectionRecord.h"
 #include "client/CM/src/NetCMClientCore/Delivery.h"
+#include "client/CM/src/NetCMClientInternal/Stream.h"
 #include "client/CM/src/NetCMIntf/StopRequest.h"
 
 using namespace quorvel;
@@ -19,7 +20,7 @@ struct Asked {
     int32_t profile() const { return static_cast<int32_t>(block.ProfileId); }
     CallKey key() const QV_REQUIRES(table_lock) {
         if (use != nullptr)
-            return {static_cast<int32_t>(block.CallIndex), use->generation};
+            return key_of_use(use->serial);
         return block.CallIndex < NETCM_MAX_CALLS ? key_of(slot(static_cast<int32_t>(block.CallIndex)))
                                                  : CallKey{-1, 0};
     }
@@ -103,6 +104,19 @@ void answer_close(const Asked& asked) QV_REQUIRES(app_mutex) {
     stop_if_left(use.user.key, asked.profile());
 }
 
+bool is_unsure(const Asked& asked) {
+    const Lock lock(table_lock);
+    const Call call = find(asked.key());
+    return call && is_unsure(call, asked.profile());
+}
+
+// Who is put to a call that may have ended, and closes at once, may be the last user of the next one: the
+// server has to be told then.
+void wait_until_sure(const Asked& asked) {
+    for (uint32_t passes = async_stream.passes(); is_unsure(asked); passes = async_stream.passes())
+        async_stream.wait_for_another_pass(passes);
+}
+
 void post_start(void* block, const UseKey* use) {
     const auto* request = static_cast<const NetCMStartRspInfo*>(block);
     QV_TRACE(0, "In __start_conn_thread to send local start response to call id = %d \n res = %u ",
@@ -117,6 +131,8 @@ void post_stop(void* block, const UseKey* use) {
     const auto* request = static_cast<const NetCMStartRspInfo*>(block);
     QV_TRACE(0, "In __stop_conn_thread to send local stop response to tid [%d] \n",
              static_cast<int>(request->ThreadId));
+    if (use != nullptr)
+        wait_until_sure({*request, use});
     const AppMutexGuard guard(QV_HERE);
     answer_close({*request, use});
     free(block);

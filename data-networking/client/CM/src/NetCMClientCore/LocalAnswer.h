@@ -7,10 +7,9 @@
 
 namespace quorvel {
 
-// Which connection a request is about, and which of the thread's uses of it: he may have closed and opened it
-// again meanwhile.
+// Which of the thread's uses a request is about: he may have closed the profile and opened it again
+// meanwhile, and the call may have lost its slot to the next connection.
 struct UseKey {
-    uint32_t generation;
     uint32_t serial;
 };
 

@@ -25,6 +25,7 @@ uint32_t start_succeeded(CallKey key, const wire::Record& response) QV_REQUIRES(
         // The end of the server may have come between.
         if (!call)
             return NETCM_SUCCESS;
+        take_start(call, profile);
         store_connection(call.record->ConnInfo, block, EmptyName::Stored);
         call.record->IsActive = 1;
         info = deliverable(call.record->ConnInfo, profile);

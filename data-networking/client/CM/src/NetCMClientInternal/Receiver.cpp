@@ -120,8 +120,12 @@ Pass receive(DescriptorSet& readable, int async_fd, int control_fd) {
         QV_TRACE(2, "Quorvel client deregistration is detected. Close the async recv thread \n");
         return Pass::Stop;
     }
-    if (readable.contains(async_fd) && NetCMClientLibCbk(async_fd) <= 0)
+    if (!readable.contains(async_fd))
+        return Pass::Again;
+    if (NetCMClientLibCbk(async_fd) <= 0)
         return Pass::Reset;
+    if (async_stream.is(async_fd))
+        async_stream.note_handled();
     return Pass::Again;
 }
 

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "common/Futex.h"
 #include "common/KeepErrno.h"
 #include "common/PmWire.h"
 
@@ -111,6 +112,7 @@ void AsyncStream::begins(int fd) {
     {
         const Lock lock(table_lock);
         in_hand_ = 0;
+        handled_ = taken_;
     }
     store(fd_, fd);
 }
@@ -158,6 +160,23 @@ Position AsyncStream::end_of_arrived() {
             break;
     }
     return arrived;
+}
+
+void AsyncStream::note_handled() {
+    {
+        const Lock lock(table_lock);
+        handled_ = taken_ - held_length_;
+    }
+    ++passes_;
+    if (waiters_ != 0)
+        wake_all(passes_);
+}
+
+void AsyncStream::wait_for_another_pass(uint32_t passes) {
+    constexpr int32_t kMoment = 100;
+    ++waiters_;
+    wait_while(passes_, passes, kMoment);
+    --waiters_;
 }
 
 // Nothing follows an event that was made by hand.

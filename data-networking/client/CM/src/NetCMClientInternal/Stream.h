@@ -6,6 +6,8 @@
 
 #include <sys/types.h>
 
+#include <atomic>
+
 #include "client/CM/src/NetCMClientInternal/Reading.h"
 #include "client/CM/src/NetCMIntf/Calls.h"
 #include "common/Wire.h"
@@ -63,6 +65,13 @@ class AsyncStream {
     Position record_at() const { return record_at_; }
     Position end_of_arrived();
 
+    // Everything before this place has been handled; the receiver says so behind each record.
+    Position handled() const QV_REQUIRES(table_lock) { return handled_; }
+    void note_handled();
+    // A number that changes with it, and a wait for another one: for a moment at most.
+    uint32_t passes() const { return passes_; }
+    void wait_for_another_pass(uint32_t passes);
+
   private:
     int32_t tell_block_from_record();
 
@@ -74,6 +83,9 @@ class AsyncStream {
     size_t held_length_ = 0;
     Position record_at_ = 0;
     Position taken_ QV_GUARDED_BY(table_lock) = 0;
+    Position handled_ QV_GUARDED_BY(table_lock) = 0;
+    std::atomic<uint32_t> passes_ = 0;
+    std::atomic<uint32_t> waiters_ = 0;
     size_t in_hand_ QV_GUARDED_BY(table_lock) = 0;  // of the read that is being made
 };
 inline constinit AsyncStream async_stream;

@@ -1,5 +1,8 @@
 #include "client/CM/src/NetCMIntf/Calls.h"
 
+#include <algorithm>
+
+#include "client/CM/src/NetCMClientInternal/Stream.h"
 #include "client/CM/src/NetCMIntf/Departed.h"
 
 namespace quorvel {
@@ -13,11 +16,37 @@ bool has_id(const Call& call, uint32_t call_id) QV_REQUIRES(table_lock) {
     return load(call.record->InUse) == 1 && static_cast<uint32_t>(load(call.record->CallId)) == call_id;
 }
 
+// The call in use that has the id.
+Call slot_with(uint32_t call_id) QV_REQUIRES(table_lock) {
+    for (int32_t index = 0; index < NETCM_MAX_CALLS; ++index)
+        if (has_id(slot(index), call_id))
+            return slot(index);
+    return {};
+}
+
 bool holds_anywhere(const NetCMCallInfo& call, int32_t profile) QV_REQUIRES(table_lock) {
     for (const NetCMThreadProf& entry : call.ThreadProf)
         if (in_use(entry) && holds(entry, profile))
             return true;
     return false;
+}
+
+// Whether a profile's users, or who has asked for the end, wait for something about it.
+bool is_asked_for(const Call& call, int32_t profile) QV_REQUIRES(table_lock) {
+    return call.life->asked_profile == profile || holds_anywhere(*call.record, profile);
+}
+
+Start* start_of(Connection& life, int32_t profile) {
+    for (Start& start : life.starts)
+        if (start.profile == profile)
+            return &start;
+    return nullptr;
+}
+
+// Whether what began there is perhaps not on the connection whose end was asked for, but on the next one with
+// its id.
+bool may_be_next(const Call& call, Position began) QV_REQUIRES(table_lock) {
+    return call.life->asked_profile != 0 && began > call.life->asked_began && began > async_stream.handled();
 }
 
 template <class Body>
@@ -41,6 +70,12 @@ bool reaches(const Call& call, Position at) QV_REQUIRES(table_lock) {
         any_earlier |= use.began <= at;
     });
     return !any || any_earlier;
+}
+
+void release_empty(NetCMCallInfo& call) QV_REQUIRES(table_lock) {
+    for (NetCMThreadProf& entry : call.ThreadProf)
+        if (in_use(entry) && holds_nothing(entry))
+            release(entry);
 }
 
 void empty_record(NetCMCallInfo& call) QV_REQUIRES(table_lock) {
@@ -81,6 +116,20 @@ Call find(CallKey key) {
     return departed_with(key.generation);
 }
 
+CallKey key_of_use(uint32_t serial) {
+    const auto has_it = [=](const Call& call) QV_REQUIRES(table_lock) {
+        bool found = false;
+        for_each_use(call,
+                     [&](const NetCMThreadProf&, int32_t, const Use& use) { found |= use.serial == serial; });
+        return found;
+    };
+    for (int32_t index = 0; index < NETCM_MAX_CALLS; ++index)
+        if (has_it(slot(index)))
+            return key_of(slot(index));
+    const Call earlier = departed_named(has_it);
+    return earlier ? key_of(earlier) : CallKey{-1, 0};
+}
+
 Call call_with(int32_t profile, InUse in_use) {
     for (int32_t index = 0; index < NETCM_MAX_CALLS; ++index) {
         const Call call = slot(index);
@@ -95,21 +144,25 @@ bool is_closing(const Call& call) {
     return call.record->CallState > kSuspended || call.life->ending != Ending::None;
 }
 
+bool is_closing_for(const Call& call, int32_t profile) {
+    return is_closing(call) && !may_be_next(call, began_with(call, profile));
+}
+
 bool is_being_stopped(const Call& call) {
     return call.record->CallState == kStopSent || call.life->ending == Ending::Stop;
 }
 
-Call call_named(uint32_t call_id, Position at) {
+// What came before the id was given away is about who had it. Of the later events an earlier connection may
+// have some until its end is answered: they name a profile that the one in the slot has nothing to do with.
+Call call_named(uint32_t call_id, int32_t profile, Position at) {
+    const Call present = slot_with(call_id);
+    const bool present_holds = present && holds_anywhere(*present.record, profile);
     if (const Call earlier = departed_named([=](const Call& call) QV_REQUIRES(table_lock) {
-            return has_id(call, call_id) && call.life->ending != Ending::Refused && at < call.life->until;
+            return has_id(call, call_id) && call.life->ending != Ending::Refused &&
+                   (at < call.life->until || (!present_holds && is_asked_for(call, profile)));
         }))
         return earlier;
-    for (int32_t index = 0; index < NETCM_MAX_CALLS; ++index) {
-        const Call call = slot(index);
-        if (has_id(call, call_id))
-            return reaches(call, at) ? call : Call{};
-    }
-    return {};
+    return present;
 }
 
 bool is_being_killed(const Call& call) {
@@ -126,31 +179,40 @@ Call call_without_users_being_killed() {
     return {};
 }
 
-// The latest connection that waits for it: an earlier one that was killed before it was up is of less
-// interest to everybody.
+// Each start that was accepted has one response, those of one id and profile in their order. But for one that
+// was killed before it was up there may be none: behind the place where its id was given away, the next
+// connection is rather meant.
 Call started_call(uint32_t call_id, int32_t profile, uint32_t status, Position at) {
-    for (int32_t index = 0; index < NETCM_MAX_CALLS; ++index) {
-        const Call call = slot(index);
-        if (has_id(call, call_id) && holds_anywhere(*call.record, profile))
-            return call;
-    }
-    if (const Call earlier = departed_named([=](const Call& call) QV_REQUIRES(table_lock) {
-            if (!has_id(call, call_id) || (call.life->ending == Ending::Refused && status == 0))
-                return false;
-            return call.life->killed_profile == profile || holds_anywhere(*call.record, profile);
+    const auto awaits = [=](const Call& call) QV_REQUIRES(table_lock) {
+        if (!has_id(call, call_id))
+            return false;
+        if (call.life->ending == Ending::Refused)
+            return status != 0 && holds_anywhere(*call.record, profile);
+        return start_of(*call.life, profile) != nullptr;
+    };
+    if (const Call before = departed_named([=](const Call& call) QV_REQUIRES(table_lock) {
+            return awaits(call) && (call.life->ending == Ending::Stop || at < call.life->until);
         }))
+        return before;
+    if (const Call present = slot_with(call_id); present && holds_anywhere(*present.record, profile))
+        return present;
+    if (const Call earlier = departed_named(awaits))
         return earlier;
-    return call_named(call_id, at);
+    return call_named(call_id, profile, at);
 }
 
 Call stopped_call(uint32_t call_id, int32_t profile, Position at) {
     if (const Call earlier = departed_named([=](const Call& call) QV_REQUIRES(table_lock) {
             return has_id(call, call_id) && call.life->ending == Ending::Stop &&
-                   holds_anywhere(*call.record, profile);
+                   is_asked_for(call, profile) && at >= call.life->opened && reaches(call, at);
         }))
         return earlier;
-    const Call call = call_named(call_id, at);
-    return call && at >= call.life->opened ? call : Call{};
+    const Call call = call_named(call_id, profile, at);
+    if (!call || at < call.life->opened)
+        return {};
+    // An answer to an earlier stop does not end what waits for the answer to its own.
+    const bool is_its_own = call.life->asked_profile == 0 || is_asked_for(call, profile);
+    return is_its_own ? call : Call{};
 }
 
 bool is_closing_elsewhere(int32_t profile) {
@@ -207,6 +269,20 @@ Position began_with(const Call& call, int32_t profile) {
     return began;
 }
 
+void note_start(const Call& call, int32_t profile, Position began) {
+    if (Start* const free = start_of(*call.life, 0))
+        *free = {profile, began};
+}
+
+void take_start(const Call& call, int32_t profile) {
+    if (Start* const start = start_of(*call.life, profile))
+        *start = {};
+}
+
+bool is_unsure(const Call& call, int32_t profile) {
+    return began_with(call, profile) > async_stream.handled();
+}
+
 int32_t entry_holding(const NetCMCallInfo& call, int32_t thread_index, int32_t profile) {
     for (int32_t entry = 0; entry < NETCM_MAX_THREADS; ++entry)
         if (thread_index != -1 && load(call.ThreadProf[entry].ThreadIndex) == thread_index &&
@@ -242,6 +318,30 @@ void begin_telling(const Call& call, Position at) {
         call.life->ending = Ending::Told;
 }
 
+// Those who left the slot together with a connection that had ended before they began: theirs is the next
+// one.
+void join_the_next(const Call& call) QV_REQUIRES(table_lock) {
+    const Call next = slot(load(call.record->CallId));
+    if (load(next.record->InUse) != 1) {
+        begin_anew(*next.life);
+        store(next.record->CallId, load(call.record->CallId));
+        store(next.record->InUse, 1);
+    }
+    for_each_use(call,
+                 [&](const NetCMThreadProf& entry, int32_t place, const Use& use) QV_REQUIRES(table_lock) {
+                     const int32_t thread_index = load(entry.ThreadIndex);
+                     const int32_t own = entry_of(*next.record, thread_index);
+                     const int32_t to = own >= 0 ? own : std::max(entry_of(*next.record, -1), 0);
+                     const int32_t free = std::max(slot_of(next.record->ThreadProf[to], -1), 0);
+                     add_use(next, to, free, thread_index, load(entry.ProfileId[place]), use.began);
+                     next.life->uses[to][free] = use;
+                 });
+    for (const Start& start : call.life->starts)
+        if (start.profile != 0)
+            note_start(next, start.profile, start.began);
+    free_departed(call);
+}
+
 void end_uses(const Call& call, Position at) {
     for_each_use(call, [&](NetCMThreadProf& entry, int32_t place, Use& use) QV_REQUIRES(table_lock) {
         if (use.began > at)
@@ -249,15 +349,33 @@ void end_uses(const Call& call, Position at) {
         store(entry.ProfileId[place], -1);
         use = {};
     });
-    for (NetCMThreadProf& entry : call.record->ThreadProf)
-        if (in_use(entry) && holds_nothing(entry))
-            release(entry);
-    if (count_users(*call.record) == 0)
+    release_empty(*call.record);
+    for (Start& start : call.life->starts)
+        if (start.began <= at)
+            start = {};
+    // What was asked for may be the end of the next connection already.
+    const bool is_next_asked = call.life->asked_profile != 0 && call.life->asked_began > at;
+    if (count_users(*call.record) == 0 && !is_next_asked)
         return clean(call);
+    if (key_of(call).index < 0 && !is_next_asked)
+        return join_the_next(call);
     call.record->IsActive = 0;
-    call.record->CallState = 0;
     call.record->ConnInfo = {};
+    call.life->opened = at + 1;
+    turn_kills(key_of(call), is_next_asked ? call.life->asked_profile : 0, {-1, 0});
+    if (is_next_asked)
+        return;
+    call.record->CallState = 0;
     call.life->ending = Ending::None;
+}
+
+void ask_for_end(const Call& call, Ending ending, int32_t profile) {
+    const Position began = began_with(call, profile);
+    call.life->ending = ending;
+    if (call.life->asked_profile != 0 && began < call.life->asked_began)
+        return;
+    call.life->asked_profile = profile;
+    call.life->asked_began = began;
 }
 
 void clean(const Call& call) {

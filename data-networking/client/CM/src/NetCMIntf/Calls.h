@@ -35,12 +35,20 @@ struct Use {
     Opening opening;
 };
 
+// A start that the server has accepted and whose response has not come.
+struct Start {
+    int32_t profile;  // 0: none
+    Position began;
+};
+
 struct Connection {
     uint32_t generation;
     Ending ending;
-    int32_t killed_profile;
-    Position opened;  // no close response lies before that is its own
-    Position until;   // where its id was given to the next one
+    int32_t asked_profile;  // in the request for its end
+    Position asked_began;   // where the use began whose end was asked for
+    Position opened;        // no close response lies before that is its own
+    Position until;         // where its id was given to the next one
+    Start starts[8];
     Use uses[NETCM_MAX_THREADS][NETCM_MAX_PROFILES];
 };
 
@@ -61,6 +69,8 @@ Call slot(int32_t index) QV_REQUIRES(table_lock);
 CallKey key_of(const Call& call) QV_REQUIRES(table_lock);
 // The connection in its slot, or where it waits for its end; none when it has ended.
 Call find(CallKey key) QV_REQUIRES(table_lock);
+// The connection that has the use with this number; none when it has ended.
+CallKey key_of_use(uint32_t serial) QV_REQUIRES(table_lock);
 
 // The call in use that holds the profile. A record that somebody has marked by hand with another word than 1
 // is in use for some and not for others.
@@ -71,8 +81,10 @@ bool is_closing_elsewhere(int32_t profile) QV_REQUIRES(table_lock);
 // The connection outside its slot that a thread, by its kernel id, still uses with the profile, and his
 // entry.
 Call call_elsewhere(int32_t tid, int32_t profile, int32_t& entry) QV_REQUIRES(table_lock);
-// Whether a call's end has been asked for, by its record or by what stands beside it.
+// Whether a call's end has been asked for, by its record or by what stands beside it. Not for the users of a
+// profile that may be on the next connection with its id.
 bool is_closing(const Call& call) QV_REQUIRES(table_lock);
+bool is_closing_for(const Call& call, int32_t profile) QV_REQUIRES(table_lock);
 bool is_being_stopped(const Call& call) QV_REQUIRES(table_lock);
 bool is_being_killed(const Call& call) QV_REQUIRES(table_lock);
 // A call that nothing but a kill's response would clean, and whose record alone says so.
@@ -80,11 +92,14 @@ Call call_without_users_being_killed() QV_REQUIRES(table_lock);
 // Whether the thread with that kernel id uses any call; if so, its index.
 bool uses_a_call(int32_t tid, int32_t& thread_index) QV_REQUIRES(table_lock);
 
-// The connection that an event is about: by the call id and the event's place in the stream; for a start or
-// stop response also by the profile.
-Call call_named(uint32_t call_id, Position at) QV_REQUIRES(table_lock);
+// The connection that an event is about: by the call id, the event's place in the stream, and the profile.
+Call call_named(uint32_t call_id, int32_t profile, Position at) QV_REQUIRES(table_lock);
 Call started_call(uint32_t call_id, int32_t profile, uint32_t status, Position at) QV_REQUIRES(table_lock);
 Call stopped_call(uint32_t call_id, int32_t profile, Position at) QV_REQUIRES(table_lock);
+
+// A start of the profile was accepted, and its response has come.
+void note_start(const Call& call, int32_t profile, Position began) QV_REQUIRES(table_lock);
+void take_start(const Call& call, int32_t profile) QV_REQUIRES(table_lock);
 
 // A slot's next connection.
 void begin_anew(Connection& life) QV_REQUIRES(table_lock);
@@ -96,6 +111,10 @@ void add_use(const Call& call, int32_t entry, int32_t place, int32_t thread_inde
 Use* use_of(const Call& call, int32_t entry, int32_t profile) QV_REQUIRES(table_lock);
 // When the connection of a profile's users began, for one more of them.
 Position began_with(const Call& call, int32_t profile) QV_REQUIRES(table_lock);
+// Whether the call that the users of the profile were put to may be an earlier one with the id: its end may
+// be among what had arrived by then and is not handled yet. Afterwards it is theirs, which they share with
+// another profile.
+bool is_unsure(const Call& call, int32_t profile) QV_REQUIRES(table_lock);
 // The entry of a thread that holds the profile, or -1.
 int32_t entry_holding(const NetCMCallInfo& call, int32_t thread_index, int32_t profile)
     QV_REQUIRES(table_lock);
@@ -108,6 +127,9 @@ void begin_telling(const Call& call, Position at) QV_REQUIRES(table_lock);
 void drop_told(NetCMCallInfo& record, const Connection& life) QV_REQUIRES(table_lock);
 // Ends the uses that began before; what remains is a new connection. Frees the record when nothing does.
 void end_uses(const Call& call, Position at) QV_REQUIRES(table_lock);
+
+// Its end is asked for by whoever uses the profile.
+void ask_for_end(const Call& call, Ending ending, int32_t profile) QV_REQUIRES(table_lock);
 
 // Frees a slot, or what has left it.
 void clean(const Call& call) QV_REQUIRES(table_lock);
@@ -135,6 +157,9 @@ class Departure {
 
 // Kills that the server has been asked for, and the connections that they were meant for.
 void note_kill(int32_t profile, CallKey call) QV_REQUIRES(table_lock);
+// The kills of other profiles were not meant for what is in the slot any more, but for another connection, or
+// none.
+void turn_kills(CallKey from, int32_t but_of_profile, CallKey to) QV_REQUIRES(table_lock);
 // The connection of a kill that has been answered. False when no kill of the profile was asked for.
 bool take_kill(int32_t profile, CallKey& call) QV_REQUIRES(table_lock);
 

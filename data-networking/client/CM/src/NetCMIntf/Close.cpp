@@ -55,7 +55,7 @@ bool find_left_call(int32_t tid, int32_t profile, LeftCall& left) {
     left.request = {static_cast<uint32_t>(tid), static_cast<uint32_t>(load(call.record->CallId)),
                     static_cast<uint32_t>(load(call.record->ThreadProf[entry].ThreadIndex)),
                     static_cast<uint32_t>(profile)};
-    left.use = {call.life->generation, use_of(call, entry, profile)->serial};
+    left.use = {use_of(call, entry, profile)->serial};
     return true;
 }
 
@@ -108,7 +108,7 @@ struct Leaving {
 Leaving look_at(int32_t call_index, int32_t thread_index, int32_t profile) {
     const Lock lock(table_lock);
     const Call call = slot(call_index);
-    Leaving leaving = {.use = {call.life->generation, 0}, .users = count_users(*call.record)};
+    Leaving leaving = {.users = count_users(*call.record)};
     const int32_t entry = entry_holding(*call.record, thread_index, profile);
     if (entry >= 0)
         leaving.use.serial = use_of(call, entry, profile)->serial;
@@ -118,7 +118,7 @@ Leaving look_at(int32_t call_index, int32_t thread_index, int32_t profile) {
     if (leaving.entry >= 0)
         leaving.profiles = count_profiles(call.record->ThreadProf[leaving.entry]);
     if (leaving.is_last())
-        begin_stop(call);
+        begin_stop(call, profile);
     return leaving;
 }
 
@@ -126,10 +126,10 @@ Leaving look_at(int32_t call_index, int32_t thread_index, int32_t profile) {
 
 namespace quorvel {
 
-int32_t begin_stop(const Call& call) {
+int32_t begin_stop(const Call& call, int32_t profile) {
     call.record->CallState = kStopSent;
-    if (call.life->ending == Ending::None)
-        call.life->ending = Ending::Stop;
+    if (call.life->ending == Ending::None || call.life->ending == Ending::Stop)
+        ask_for_end(call, Ending::Stop, profile);
     return load(call.record->CallId);
 }
 
@@ -147,10 +147,11 @@ void stop_if_left(CallKey key, int32_t profile) {
     {
         const Lock lock(table_lock);
         const Call call = find(key);
-        // Where a kill is on its way, its response ends the call.
-        if (!call || count_users(*call.record) != 0 || is_being_killed(call))
+        // Where a kill is on its way, its response ends the call. What has left its slot is not there at the
+        // server any more.
+        if (!call || count_users(*call.record) != 0 || is_being_killed(call) || key_of(call).index < 0)
             return;
-        call_id = begin_stop(call);
+        call_id = begin_stop(call, profile);
     }
     if (send_stop_request(call_id, table().ClientId, profile) == NETCM_SUCCESS)
         return;

@@ -88,6 +88,13 @@ void note_kill(int32_t profile, CallKey call) {
     }
 }
 
+void turn_kills(CallKey from, int32_t but_of_profile, CallKey to) {
+    for (AskedKill& kill : asked_kills)
+        if (kill.profile != but_of_profile && kill.call.index == from.index &&
+            kill.call.generation == from.generation)
+            kill.call = to;
+}
+
 bool take_kill(int32_t profile, CallKey& call) {
     for (AskedKill& kill : asked_kills) {
         if (kill.profile != profile)

@@ -23,7 +23,7 @@ Found look_at(int32_t index, int32_t profile) {
     found.is_active = load(call.InUse) != 0 && call.IsActive == 1;
     while (found.is_active && !found.holds && found.entries < NETCM_MAX_THREADS)
         found.holds = holds(call.ThreadProf[found.entries++], profile);
-    found.is_active &= load(call.CallId) != -1;
+    found.is_active &= load(call.CallId) != -1 && !is_unsure(slot(index), profile);
     found.stored = call.ConnInfo;
     return found;
 }

@@ -68,8 +68,7 @@ int32_t give_up(CallKey key, int32_t thread_index, int32_t profile) {
     if (!call)
         return -1;
     call.record->CallState = kKillSent;
-    call.life->ending = Ending::Kill;
-    call.life->killed_profile = profile;
+    ask_for_end(call, Ending::Kill, profile);
     const int32_t entry = entry_of(*call.record, thread_index);
     if (entry < 0)
         return -1;

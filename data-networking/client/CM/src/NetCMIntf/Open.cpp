@@ -216,11 +216,13 @@ Joined join_slot(int32_t index, int32_t profile, int32_t thread_index) {
     const Call call = slot(index);
     if (load(call.record->InUse) != 1)
         return {};
+    const bool unsure = is_unsure(call, profile);
     Joined joined = put_use(call, profile, thread_index, began_with(call, profile));
+    joined.is_active &= !unsure;
     Use& use = *use_of(call, joined.entry, profile);
     if (joined.is_active)
         use.opening = Opening::Due;
-    joined.use = {call.life->generation, use.serial};
+    joined.use = {use.serial};
     return joined;
 }
 
@@ -242,6 +244,7 @@ Joined enter_slot(int32_t call_id, int32_t profile, int32_t thread_index, Positi
     // be told any more, or it is kept beside the slot.
     if (is_new)
         add_use(call, 0, 0, thread_index, profile, 0);
+    note_start(call, profile, is_new ? 0 : began);
     joined.is_new = is_new;
     return joined;
 }

@@ -5,8 +5,8 @@
 
 namespace quorvel {
 
-// Marks the call as closing. Returns the call's id.
-int32_t begin_stop(const Call& call) QV_REQUIRES(table_lock);
+// Marks the call as closing: the profile's last user leaves. Returns the call's id.
+int32_t begin_stop(const Call& call, int32_t profile) QV_REQUIRES(table_lock);
 // Sends the stop request. Returns the result of the send.
 uint32_t send_stop_request(int32_t call_id, int32_t client_id, int32_t profile) QV_REQUIRES(app_mutex);
 

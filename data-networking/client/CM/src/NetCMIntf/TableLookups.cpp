@@ -22,7 +22,7 @@ Found find_by_profile(int32_t profile, InUse in_use) {
     const Call call = call_with(profile, in_use);
     if (!call)
         return {-1, -1, is_closing_elsewhere(profile)};
-    return {key_of(call).index, load(call.record->CallId), is_closing(call)};
+    return {key_of(call).index, load(call.record->CallId), is_closing_for(call, profile)};
 }
 
 }  // namespace
