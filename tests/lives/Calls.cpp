@@ -8,6 +8,8 @@ namespace {
 // Statuses that mean nothing to the library.
 constexpr uint32_t kStale = 9;
 constexpr uint32_t kOdd = 40;
+// Connections with one id of which the client has not heard the last word, when it is given away again.
+constexpr int kMostWithOneId = 1;
 // Of the tickets for reasons.
 constexpr uint32_t kReason = 0x1000;
 
@@ -52,14 +54,16 @@ bool Calls::has_to_say_first(const Connection& ended, int32_t profile) const {
 }
 
 bool Calls::is_free(uint32_t id, int32_t profile) const {
+    int unfinished = 0;
     for (const Connection& connection : model_.truth().connections()) {
         if (connection.link != model_.truth().link() || connection.id != id)
             continue;
         if (connection.live() || (!model_.has(kReuse) && !model_.is_finished(connection.serial)) ||
             has_to_say_first(connection, profile))
             return false;
+        unfinished += model_.is_finished(connection.serial) ? 0 : 1;
     }
-    return true;
+    return unfinished <= kMostWithOneId;
 }
 
 std::optional<uint32_t> Calls::free_id(int32_t profile) {

@@ -121,10 +121,17 @@ void Model::begin_open(Op& op, int32_t profile) {
     }
 }
 
-// Whether a close or kill that concerns the profile was asked for and is not told of yet.
+// Whether a close or kill that concerns the profile was asked for and has not returned, or is not told of
+// yet.
 bool Model::is_being_ended(int32_t profile) const {
     const int32_t first = first_sharing(profile);
     const int32_t last = last_sharing(profile);
+    const bool is_under_way = std::any_of(ops_.begin(), ops_.end(), [=](const Op* op) {
+        return op->kind == Kind::Cleanup ||
+               (op->kind == Kind::Kill && op->profile >= first && op->profile <= last);
+    });
+    if (is_under_way)
+        return true;
     // An ended connection is taken for closing when the one that has its id now is closed.
     return (has(kReuse) && uses_.is_beside_an_end(profile)) || uses_.is_anybody_closing(profile) ||
            kills_.has_any(first, last) || hears_end(kNobody, first, last);

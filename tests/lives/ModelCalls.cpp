@@ -183,7 +183,8 @@ void Model::killed(Op& op, uint32_t result) {
 // Which of its kills were accepted, it does not say.
 void Model::cleaned_up(Op& op, uint32_t result) {
     const Lock lock(mutex_);
-    const bool settled = is_settled(op, result);
+    // The list is the process's, a kill the thread's.
+    const bool settled = (result == NETCM_ERR_NOT_REGISTERED && !op.was_registered) || is_settled(op, result);
     const bool is_of_a_kill = result == NETCM_ERR_CLOSING || result == NETCM_ERR_CALL_CLOSING ||
                               result == NETCM_ERR_NO_FREE_KILL_ENTRY;
     if (!settled && result != NETCM_SUCCESS && !is_of_a_kill &&

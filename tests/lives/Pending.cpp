@@ -34,18 +34,21 @@ void Places::give_back(uint64_t number) {
 }
 
 bool Places::tell(int user, int32_t key, unsigned instance) {
-    const auto find = [&](bool any_instance) {
-        return std::find_if(places_.begin(), places_.end(), [&](const Place& place) {
-            return place.user == user && place.key == key && (any_instance || place.instance == instance);
+    const auto tell_one_of = [&](std::vector<Place>& places, auto which) {
+        const auto found = std::find_if(places.begin(), places.end(), [&](const Place& place) {
+            return place.user == user && place.key == key && which(place);
         });
+        if (found == places.end())
+            return false;
+        told_.insert(found->number);
+        places.erase(found);
+        return true;
     };
-    const auto of_instance = find(false);
-    const auto found = of_instance != places_.end() ? of_instance : find(true);
-    if (found == places_.end())
-        return false;
-    told_.insert(found->number);
-    places_.erase(found);
-    return true;
+    return tell_one_of(places_,
+                       [=](const Place& place) { return place.kept && place.instance == instance; }) ||
+           tell_one_of(lost_, [](const Place&) { return true; }) ||
+           tell_one_of(places_, [=](const Place& place) { return place.instance == instance; }) ||
+           tell_one_of(places_, [](const Place&) { return true; });
 }
 
 bool Places::was_told(uint64_t number) const {
@@ -68,6 +71,10 @@ bool Places::has_any(int32_t first_key, int32_t last_key) const {
 }
 
 void Places::forget() {
+    lost_.clear();
+    for (const Place& place : places_)
+        if (place.kept)
+            lost_.push_back(place);
     // Those under way may be for the new table.
     std::erase_if(places_, [](const Place& place) { return place.kept; });
     mixed_ = false;

@@ -56,6 +56,7 @@ class Places {
     size_t room_;
     bool once_;
     std::vector<Place> places_;
+    std::vector<Place> lost_;  // with the link; what it has brought before may still be told
     std::set<uint64_t> told_;
     uint64_t count_ = 0;
     bool mixed_ = false;

@@ -63,6 +63,7 @@ std::string Uses::opened(int user, int32_t profile, std::optional<int> exact) {
     slot.opening.reset();
     if (use.ended)
         return "";
+    use.perhaps_gone |= use.perhaps_ended;
     if (slot.use && !slot.use->perhaps_gone)
         return "accepted an open of a profile that the thread has open";
     if (exact) {
@@ -109,7 +110,8 @@ bool Uses::is_certainly_held(int32_t profile, int serial) const {
 std::vector<uint64_t> Uses::up(int32_t profile) const {
     std::vector<uint64_t> numbers;
     for (int user = 0; user < kUsers; ++user)
-        if (const Use* use = find(user, profile); use != nullptr && use->answered && !use->perhaps_gone)
+        if (const Use* use = find(user, profile);
+            use != nullptr && use->answered && !use->perhaps_gone && !is_lost(*use))
             numbers.push_back(use->number);
     return numbers;
 }
@@ -254,6 +256,9 @@ std::string Uses::hear(int user, const Heard& heard) {
             continue;
         const std::string wrong = objection(**use, heard);
         if (wrong.empty()) {
+            if (use == &slot.use && (*use)->perhaps_gone && slot.opening &&
+                objection(*slot.opening, heard).empty())
+                slot.opening->perhaps_ended = true;
             apply(*use, heard, use == &slot.opening);
             return "";
         }
@@ -267,6 +272,14 @@ void Uses::suspends(int serial) {
         for (Slot& slot : of_user)
             if (slot.use && slot.use->answered && slot.use->serials == std::vector{serial})
                 ++slot.use->suspends_owed;
+}
+
+// Whether every connection that it may be on was lost with its link.
+bool Uses::is_lost(const Use& use) const {
+    return std::all_of(use.serials.begin(), use.serials.end(), [&](int serial) {
+        const Connection* connection = truth_.find(serial);
+        return connection == nullptr || truth_.is_dead(connection->link);
+    });
 }
 
 // Whether every connection that it may be on has ended.

@@ -24,6 +24,7 @@ struct Use {
     bool perhaps_gone = false;   // its thread has killed the profile: there may be nothing left to tell
     bool touched = false;        // by an event
     bool ended = false;          // by an event, before its open has returned
+    bool perhaps_ended = false;  // or an earlier use that was perhaps still there
     int answers = 0;
     int suspends = 0;
     int resumes = 0;
@@ -97,6 +98,7 @@ class Uses {
     std::string objection(const Use& use, const Heard& heard) const;
     bool fits(const Use& use, const Connection& connection, const Heard& heard) const;
     void apply(std::optional<Use>& use, const Heard& heard, bool is_opening);
+    bool is_lost(const Use& use) const;
     bool is_over(const Use& use) const;
 
     const Truth& truth_;

@@ -90,6 +90,11 @@ uint32_t close_profile(int32_t tid, int32_t profile) QV_REQUIRES(app_mutex) {
     QV_TRACE(0, "call exist for thread [%d] with profile [%d]\n", tid, profile);
     const uint32_t result =
         NetCMClientRemoveCall(table().ClientId, tid, use.call_id, profile, use.thread_index);
+    if (result == NETCM_ERR_INVALID_PARAM) {
+        // The end of the server has come between.
+        QV_TRACE(2, "Connection referred by profile [%d] is not active\n", profile);
+        return NETCM_ERR_NOT_ACTIVE;
+    }
     if (result != NETCM_SUCCESS)
         table().ThreadInfo[use.thread_index].LastSyncError = -1;
     return result;
