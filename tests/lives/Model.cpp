@@ -110,7 +110,8 @@ void Model::begin_open(Op& op, int32_t profile) {
         return;
     op.opening = true;
     op.profile = profile;
-    op.had_use = uses_.find(op.user, profile) != nullptr || hears_end(kNobody, profile, profile);
+    op.had_use = uses_.find(op.user, profile) != nullptr ||
+                 hears_end(kNobody, first_sharing(profile), last_sharing(profile));
     op.saw_closing |= is_being_ended(profile);
     uses_.opens(op.user, profile);
     for (Op* other : ops_) {

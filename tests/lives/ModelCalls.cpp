@@ -129,7 +129,8 @@ void Model::closed(Op& op, uint32_t result) {
     } else if (result == NETCM_ERR_NOT_ACTIVE) {
         if (use != nullptr && !use->perhaps_gone && !op.broken && !op.saw_closing)
             reject(op, result, "but the thread has it open");
-        if (use != nullptr && use->perhaps_gone)
+        // What was lost with its link is not there any more, and still has to be told.
+        if (use != nullptr && use->perhaps_gone && !op.broken)
             uses_.drop(op.user, op.profile);
     } else if (result != NETCM_SUCCESS) {
         reject(op, result);

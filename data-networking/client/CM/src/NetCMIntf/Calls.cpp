@@ -145,7 +145,8 @@ bool is_closing(const Call& call) {
 }
 
 bool is_closing_for(const Call& call, int32_t profile) {
-    return is_closing(call) && !may_be_next(call, began_with(call, profile));
+    const Position began = began_with(call, profile);
+    return began < call.life->telling || (is_closing(call) && !may_be_next(call, began));
 }
 
 bool is_being_stopped(const Call& call) {
@@ -316,6 +317,8 @@ void begin_telling(const Call& call, Position at) {
     for_each_use(call, [&](const NetCMThreadProf&, int32_t, const Use& use) { all &= use.began <= at; });
     if (all)
         call.life->ending = Ending::Told;
+    else
+        call.life->telling = at + 1;
 }
 
 // Those who left the slot together with a connection that had ended before they began: theirs is the next
@@ -362,6 +365,7 @@ void end_uses(const Call& call, Position at) {
     call.record->IsActive = 0;
     call.record->ConnInfo = {};
     call.life->opened = at + 1;
+    call.life->telling = 0;
     turn_kills(key_of(call), is_next_asked ? call.life->asked_profile : 0, {-1, 0});
     if (is_next_asked)
         return;

@@ -48,6 +48,7 @@ struct Connection {
     Position asked_began;   // where the use began whose end was asked for
     Position opened;        // no close response lies before that is its own
     Position until;         // where its id was given to the next one
+    Position telling;       // whose use began before this is being told of the end; 0: nobody
     Start starts[8];
     Use uses[NETCM_MAX_THREADS][NETCM_MAX_PROFILES];
 };
