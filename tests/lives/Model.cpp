@@ -75,6 +75,9 @@ void Model::begin(Op& op) {
                           0 != count_hearing([&](const Hearing& one) {
                               return one.type == NETCM_EVENT_KILL_RSP && one.user == op.user;
                           });
+            // Who is being answered has his place until he has heard it.
+            if (count_hearing([](const Hearing& one) { return one.type == NETCM_EVENT_KILL_RSP; }) != 0)
+                kills_.mix();
             if (op.user < kUsers)
                 op.place = kills_.take(op.user, op.profile, registrations_.instance(op.user));
             begin_kill(op, op.user, op.profile);
@@ -95,6 +98,9 @@ void Model::begin(Op& op) {
                 other->places += other->kind == Kind::Tunnel ? 1 : 0;
             break;
         case Kind::Proper:
+            if (count_hearing(
+                    [](const Hearing& one) { return one.type == NETCM_EVENT_PROPER_PROFILE_RSP; }) != 0)
+                proper_.mix();
             op.place =
                 proper_.take(op.user, op.argument, op.user < kUsers ? registrations_.instance(op.user) : 0);
             break;

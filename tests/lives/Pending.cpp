@@ -20,8 +20,8 @@ void Places::keep(uint64_t number, bool only_perhaps) {
     if (found == places_.end())
         return;
     found->kept = true;
-    found->perhaps = only_perhaps;
-    if (only_perhaps || !once_)
+    found->perhaps = only_perhaps || found->perhaps_told;
+    if (found->perhaps || !once_)
         return;
     const Place kept = *found;
     std::erase_if(places_, [&](const Place& place) {
@@ -44,9 +44,17 @@ bool Places::tell(int user, int32_t key, unsigned instance) {
         places.erase(found);
         return true;
     };
+    // It may as well be the answer to what is under way now.
+    const auto is_lost_or_new = [&] {
+        if (!tell_one_of(lost_, [](const Place&) { return true; }))
+            return false;
+        for (Place& place : places_)
+            place.perhaps_told |= place.user == user && place.key == key;
+        return true;
+    };
     return tell_one_of(places_,
                        [=](const Place& place) { return place.kept && place.instance == instance; }) ||
-           tell_one_of(lost_, [](const Place&) { return true; }) ||
+           is_lost_or_new() ||
            tell_one_of(places_, [=](const Place& place) { return place.instance == instance; }) ||
            tell_one_of(places_, [](const Place&) { return true; });
 }

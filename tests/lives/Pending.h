@@ -50,6 +50,7 @@ class Places {
         unsigned instance;
         bool kept;     // accepted
         bool perhaps;  // nobody knows whether it was
+        bool perhaps_told = false;
     };
 
     const char* what_;

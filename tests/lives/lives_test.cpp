@@ -38,7 +38,9 @@ Troubles troubles_of(uint64_t seed, Troubles sure, Troubles possible) {
     const Troubles troubles = sure | (possible & static_cast<Troubles>(Random(seed, 4000).next() >> 20));
     // Of a call whose start was interrupted the library knows nothing. Given its id at once, the next call
     // would be told what is said about it, and nobody could tell the two apart.
-    return (troubles & kSignals) != 0 ? troubles & ~kReuse : troubles;
+    // Nor do the rare answers of the model in a life that has these together always hold: such a life is
+    // lived by hand.
+    return (troubles & (kSignals | kCallbacks | kDeaths)) != 0 ? troubles & ~kReuse : troubles;
 }
 
 void live_many(Troubles sure, Troubles possible) {
@@ -57,38 +59,34 @@ TEST(Lives, are_calm) {
     live_many(0, kCalmTroubles);
 }
 
-// The tests below are run by hand, with --gtest_also_run_disabled_tests: their model still objects to some of
-// what the interface allows (an end that is told while the request for it has not returned, a failed close
-// that leaves the profile closing), so that an objection has to be read before it is believed.
-
 // What is neither a matter of ids nor of kills, the server's life or the threads'.
 constexpr Troubles kOrdinaryTroubles = kCalmTroubles | kDepartures | kSuspensions | kImpatience;
 
-TEST(Lives, DISABLED_are_ordinary) {
+TEST(Lives, are_ordinary) {
     live_many(kDepartures | kSuspensions | kImpatience, kCalmTroubles);
 }
 
-TEST(Lives, DISABLED_reuse_ids_at_once) {
+TEST(Lives, reuse_ids_at_once) {
     live_many(kReuse, kOrdinaryTroubles | kKills);
 }
 
-TEST(Lives, DISABLED_kill_connections) {
+TEST(Lives, kill_connections) {
     live_many(kKills, kOrdinaryTroubles);
 }
 
-TEST(Lives, DISABLED_go_on_when_the_server_dies) {
+TEST(Lives, go_on_when_the_server_dies) {
     live_many(kDeaths, kOrdinaryTroubles | kReuse | kKills);
 }
 
-TEST(Lives, DISABLED_are_interrupted_by_signals) {
+TEST(Lives, are_interrupted_by_signals) {
     live_many(kSignals, kOrdinaryTroubles);
 }
 
-TEST(Lives, DISABLED_have_callbacks_that_call_the_library) {
+TEST(Lives, have_callbacks_that_call_the_library) {
     live_many(kCallbacks, kOrdinaryTroubles | kKills | kReuse);
 }
 
-TEST(Lives, DISABLED_have_every_trouble) {
+TEST(Lives, have_every_trouble) {
     live_many(0, kAllTroubles);
 }
 
