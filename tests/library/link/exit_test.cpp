@@ -81,6 +81,13 @@ TEST_F(LinkTakeDown, without_an_async_socket_only_the_sync_socket_is_closed) {
     close(async_fd);
 }
 
+TEST_F(LinkTakeDown, a_receiver_that_cannot_be_told_to_stop_sees_the_end_of_the_pipe) {
+    calls::fail(Call::Write, 1, EIO);
+    EXPECT_EQ(NetCMClientExit(sync_fd), 1);
+    EXPECT_TRUE(calls::has_failed(Call::Write));
+    EXPECT_FALSE(is_open(sync_fd));
+}
+
 TEST_F(LinkTakeDown, a_server_that_has_gone_does_not_matter) {
     server.close_sync();
     EXPECT_EQ(NetCMClientExit(sync_fd), 1);

@@ -81,13 +81,18 @@ void close_control_pipe() {
 }
 
 void tell_receiver_to_stop() {
-    // A receiver that is gone does not need to be told.
-    static_cast<void>(write_whole(pipe_ends.write, &kStopWord, sizeof kStopWord));
+    // A receiver that is gone does not need to be told. One that is there must not miss it: the end of the
+    // pipe says the same, and cannot fail.
+    if (write_whole(pipe_ends.write, &kStopWord, sizeof kStopWord) > 0)
+        return;
+    close_descriptor(pipe_ends.write);
+    show_pipe();
 }
 
 bool receiver_is_told_to_stop(int control_fd) {
     uint32_t word = 0;
-    return read(control_fd, &word, sizeof word) > 0 && word == kStopWord;
+    const ssize_t got = read(control_fd, &word, sizeof word);
+    return got == 0 || (got > 0 && word == kStopWord);
 }
 
 }  // namespace quorvel
