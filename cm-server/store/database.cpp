@@ -2,7 +2,7 @@
 
 #include <sys/stat.h>
 
-#include "log.h"
+#include "guard.h"
 
 namespace quorvel::cm {
 namespace {
@@ -99,6 +99,24 @@ void Database::run(const std::string& sql) {
         fail(database_.get());
 }
 
+Statement Database::prepare(const std::string& sql) {
+    undo_what_was_left();
+    return {database_.get(), sql};
+}
+
+void Database::begin() {
+    undo_what_was_left();
+    run("BEGIN IMMEDIATE");
+    in_transaction_ = true;
+}
+
+// An undoing may have failed for want of memory. Nothing is done on top of what it has left: it would be
+// undone with it, or never be written.
+void Database::undo_what_was_left() {
+    if (!in_transaction_ && sqlite3_get_autocommit(database_.get()) == 0)
+        run("ROLLBACK");
+}
+
 std::string Database::name() const {
     return name_of(database_.get());
 }
@@ -123,13 +141,9 @@ int32_t Database::last_inserted() const {
 }
 
 Transaction::~Transaction() {
-    if (!open_)
-        return;
-    try {
-        database_.run("ROLLBACK");
-    } catch (const DatabaseError& error) {
-        log::warning("the store cannot undo an unfinished change: ", error.what());
-    }
+    database_.in_transaction_ = false;
+    if (open_)
+        guarded("the undoing of an unfinished change in the store", [this] { database_.run("ROLLBACK"); });
 }
 
 void Transaction::commit() {

@@ -68,18 +68,23 @@ class Database {
     // Writes all that is in it to a new file.
     void copy_to(const std::string& path);
     void run(const std::string& sql);
-    Statement prepare(const std::string& sql) { return {database_.get(), sql}; }
+    Statement prepare(const std::string& sql);
     int32_t last_inserted() const;
     int changed() const { return sqlite3_changes(database_.get()); }
 
   private:
+    friend class Transaction;
+    void begin();
+    void undo_what_was_left();
+
     std::unique_ptr<sqlite3, Freed<sqlite3_close>> database_;
+    bool in_transaction_ = false;
 };
 
 // All or nothing: what is not committed is undone.
 class Transaction {
   public:
-    explicit Transaction(Database& database) : database_(database) { database_.run("BEGIN IMMEDIATE"); }
+    explicit Transaction(Database& database) : database_(database) { database_.begin(); }
     ~Transaction();
     Transaction(const Transaction&) = delete;
     Transaction& operator=(const Transaction&) = delete;
