@@ -21,9 +21,11 @@ class CallUsers {
     bool holds(int32_t profile) const { return places_.contains(profile); }
     // The one among those that are held that was opened first.
     const Profile& first_profile() const { return profiles_.begin()->second.profile; }
+    uint32_t first_client() const { return clients_.begin()->first; }
     // What a client has opened, in this order.
     std::span<const int32_t> of(uint32_t client) const;
 
+    // Leaves everything as it was when it throws.
     void add(uint32_t client, const Profile& profile);
     // With all that it has opened; a profile that nobody has open any more goes, too. False when it was none.
     bool remove(uint32_t client);
@@ -58,6 +60,9 @@ class CallUsers {
         std::vector<int32_t> order;
         std::unordered_set<int32_t> ids;
     };
+
+    // What has been entered of a profile that the client does not hold yet.
+    void undo(uint32_t client, int32_t profile) noexcept;
 
     uint64_t last_place_ = 0;
     size_t size_ = 0;

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "guard.h"
 #include "log.h"
 
 namespace quorvel::cm {
@@ -46,10 +47,17 @@ std::optional<uint32_t> Calls::find(int32_t profile) const {
     return std::nullopt;
 }
 
-uint32_t Calls::begin(uint32_t call, const Profile& profile) {
-    calls_[call].state = Call::State::kStarting;
-    bearer_->connect(call, network_of(config_, profile));
-    return call;
+void Calls::begin(uint32_t call, uint32_t client, const Profile& profile) {
+    try {
+        calls_[call].users.add(client, profile);
+        calls_[call].state = Call::State::kStarting;
+        bearer_->connect(call, network_of(config_, profile));
+    } catch (...) {
+        // Nobody would ever end it.
+        bearer_->disconnect(call);
+        calls_[call] = Call{};
+        throw;
+    }
 }
 
 std::vector<uint32_t> Calls::in_use() const {
@@ -61,18 +69,20 @@ std::vector<uint32_t> Calls::in_use() const {
 }
 
 std::optional<uint32_t> Calls::start(uint32_t client, const Profile& profile) {
-    std::optional<uint32_t> chosen;
-    for (uint32_t id = 0; id < kCallCount && !chosen; ++id)
-        if (calls_[id].state != Call::State::kFree &&
-            same_connection(calls_[id].users.first_profile(), profile))
-            chosen = id;
-    for (uint32_t id = 0; id < kCallCount && !chosen; ++id)
-        if (calls_[id].state == Call::State::kFree)
-            chosen = begin(id, profile);
-    if (!chosen)
-        return std::nullopt;
-    calls_[*chosen].users.add(client, profile);
-    return chosen;
+    for (uint32_t id = 0; id < kCallCount; ++id) {
+        Call& call = calls_[id];
+        if (call.state == Call::State::kFree || !same_connection(call.users.first_profile(), profile))
+            continue;
+        call.users.add(client, profile);
+        return id;
+    }
+    for (uint32_t id = 0; id < kCallCount; ++id) {
+        if (calls_[id].state != Call::State::kFree)
+            continue;
+        begin(id, client, profile);
+        return id;
+    }
+    return std::nullopt;
 }
 
 void Calls::respond_if_up(uint32_t id, uint32_t client, int32_t profile) {
@@ -170,33 +180,64 @@ void Calls::answer_kill(uint32_t id, uint32_t status, Reason reason) {
         release(id);
 }
 
+// A client that waits for what it cannot be told would wait for ever: the end of its link tells it.
+void Calls::give_up(uint32_t id) {
+    CallUsers& users = calls_[id].users;
+    while (!users.empty()) {
+        const uint32_t user = users.first_client();
+        if (Client* const client = clients_.find(user))
+            client->sync->drop_soon("it cannot be told what has become of its call");
+        users.remove(user);
+    }
+    if (calls_[id].state != Call::State::kFree)
+        release(id);
+}
+
+template <class Action>
+void Calls::or_give_up(uint32_t id, Action&& action) {
+    if (!guarded("the telling of a call's clients", std::forward<Action>(action)))
+        give_up(id);
+}
+
 void Calls::on_up(uint32_t id, const Addresses& addresses) {
-    Call& call = calls_.at(id);
-    call.state = Call::State::kUp;
-    call.addresses = addresses;
-    statistics_.enter(addresses.interface);
-    log::info("call ", log::field("call", id), " is up on ", addresses.interface, " with the address ",
-              to_text(addresses.address));
-    call.users.each([&](uint32_t client, int32_t profile) { push_up(id, client, profile); });
+    or_give_up(id, [&] {
+        Call& call = calls_.at(id);
+        call.addresses = addresses;
+        statistics_.enter(addresses.interface);
+        call.state = Call::State::kUp;
+        log::info("call ", log::field("call", id), " is up on ", addresses.interface, " with the address ",
+                  to_text(addresses.address));
+        call.users.each([&](uint32_t client, int32_t profile) { push_up(id, client, profile); });
+    });
 }
 
 // An operator may have suspended or resumed the call before the network does.
 void Calls::on_suspended(uint32_t id) {
     if (calls_.at(id).state == Call::State::kUp)
-        suspend(id);
+        or_give_up(id, [=, this] { suspend(id); });
 }
 
 void Calls::on_resumed(uint32_t id) {
     if (calls_.at(id).state == Call::State::kSuspended)
-        resume(id);
+        or_give_up(id, [=, this] { resume(id); });
+}
+
+void Calls::on_changed(uint32_t id, const Addresses& addresses) {
+    or_give_up(id, [&] { change(id, addresses); });
+}
+
+void Calls::on_ended(uint32_t id, Reason reason) {
+    or_give_up(id, [=, this] { end(id, kStatusTransport, reason); });
 }
 
 void Calls::on_refused(uint32_t id, Reason reason) {
     log::warning("call ", log::field("call", id), " did not come up: ", to_text(reason));
-    calls_.at(id).users.each([&](uint32_t client, int32_t profile) {
-        clients_.push(client, about(wire::NETCM_CLIENT_START_RSP, id, profile, kStatusTransport, reason));
+    or_give_up(id, [=, this] {
+        calls_.at(id).users.each([&](uint32_t client, int32_t profile) {
+            clients_.push(client, about(wire::NETCM_CLIENT_START_RSP, id, profile, kStatusTransport, reason));
+        });
+        release(id);
     });
-    release(id);
 }
 
 }  // namespace quorvel::cm

@@ -43,7 +43,8 @@ class Calls : public BearerEvents {
     std::optional<uint32_t> find(int32_t profile) const;
 
     // The id of the call that the client now waits for or shares; nothing when all calls are taken. The
-    // response is pushed by respond_if_up() or, later, by the bearer.
+    // response is pushed by respond_if_up() or, later, by the bearer. Leaves the calls as they were when it
+    // throws.
     std::optional<uint32_t> start(uint32_t client, const Profile& profile);
     void respond_if_up(uint32_t call, uint32_t client, int32_t profile);
     // The client leaves the call with all its profiles. False when it does not use the call.
@@ -67,15 +68,19 @@ class Calls : public BearerEvents {
     void on_refused(uint32_t call, Reason reason) override;
     void on_suspended(uint32_t call) override;
     void on_resumed(uint32_t call) override;
-    void on_changed(uint32_t call, const Addresses& addresses) override { change(call, addresses); }
-    void on_ended(uint32_t call, Reason reason) override { end(call, kStatusTransport, reason); }
+    void on_changed(uint32_t call, const Addresses& addresses) override;
+    void on_ended(uint32_t call, Reason reason) override;
 
   private:
     void push_up(uint32_t call, uint32_t client, int32_t profile);
     // The same event to every client of the call, once.
     void tell_clients(uint32_t call, wire::Event code, uint32_t status, Reason reason = Reason::kNone);
     void release(uint32_t call);
-    uint32_t begin(uint32_t call, const Profile& profile);
+    // Ends the call, and the link of everybody who uses it.
+    void give_up(uint32_t call);
+    template <class Action>
+    void or_give_up(uint32_t call, Action&& action);
+    void begin(uint32_t call, uint32_t client, const Profile& profile);
 
     const Config& config_;
     Clients& clients_;

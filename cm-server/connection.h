@@ -72,6 +72,8 @@ class Connection {
     void write(std::vector<std::byte> bytes, std::chrono::milliseconds delay = std::chrono::milliseconds(0));
     // Ends the connection after what the socket takes at once has been sent.
     void close(const std::string& why) noexcept;
+    // Ends it now for both ends; the object stays until whoever is using it has returned.
+    void drop_soon(const char* why);
 
   private:
     static void readable(bufferevent*, void* connection);
@@ -81,7 +83,6 @@ class Connection {
     void read();
     void serve(std::span<const std::byte> bytes);
     size_t held() const;
-    void drop_soon(const char* why);
     void watch_for_stall();
     void put_out(const std::vector<std::byte>& bytes);
     size_t put_out_at_once(const std::vector<std::byte>& bytes);
