@@ -21,7 +21,13 @@ struct ScriptedServer::Connection {
     const int fd;
     const int id;
     std::atomic<bool> is_async{false};
+    void forget_what_was_begun() {
+        is_async = false;
+        early.clear();
+    }
+
     Bytes received;
+    Bytes early;  // to be pushed, when the client's async socket is known
 };
 
 ScriptedServer::ScriptedServer() {
@@ -165,7 +171,7 @@ void ScriptedServer::close_sync() {
 void ScriptedServer::leave_async_connections_behind() {
     const std::lock_guard lock(mutex_);
     for (const ConnectionPtr& connection : connections_)
-        connection->is_async = false;
+        connection->forget_what_was_begun();
 }
 
 // The latest, should a client have several.
@@ -245,8 +251,13 @@ bool ScriptedServer::take_request(const ConnectionPtr& connection, Request& requ
     request = std::move(*taken);
     if (request.command() == wire::NETCM_CLIENT_REGISTER_REQ)
         leave_async_connections_behind();
-    if (request.command() == wire::NETCM_CLIENT_ASYNC_REGISTER_REQ)
+    if (request.command() == wire::NETCM_CLIENT_ASYNC_REGISTER_REQ) {
         connection->is_async = true;
+        // It may be read behind a request that it is to bring the outcome of.
+        const std::lock_guard lock(mutex_);
+        for (const ConnectionPtr& other : connections_)
+            write_all(connection->fd, std::exchange(other->early, {}));
+    }
     request.connection = connection->id;
     request.is_async = connection->is_async;
     return true;
@@ -283,7 +294,8 @@ void ScriptedServer::perform(const ConnectionPtr& connection, const Answer& answ
         if (const auto* send = std::get_if<Send>(&step)) {
             write_all(connection->fd, send->bytes);
         } else if (const auto* pushed = std::get_if<Push>(&step)) {
-            try_push(pushed->bytes);
+            if (!try_push(pushed->bytes) && !wait_for_async_socket(std::chrono::milliseconds(0)))
+                connection->early.insert(connection->early.end(), pushed->bytes.begin(), pushed->bytes.end());
         } else if (const auto* delay = std::get_if<Delay>(&step)) {
             pollfd woken = {wake_, POLLIN, 0};
             poll(&woken, 1, static_cast<int>(delay->time.count()));
