@@ -5,7 +5,7 @@
 #include "quorvel/NetCM.h"
 #include "support/Eventually.h"
 #include "support/LeakCheck.h"
-#include "support/LibraryCalls.h"
+#include "support/LibraryFaults.h"
 
 namespace quorvel::lives {
 namespace {
@@ -36,9 +36,11 @@ bool is_among(const std::set<int32_t>& now, const std::set<int32_t>& before) {
 
 }  // namespace
 
-Remains::Remains() : descriptors_(test::open_descriptors()), threads_(test::threads()) {
+Remains::Remains()
+    : descriptors_(test::open_descriptors()),
+      threads_(test::threads()),
+      blocks_(test::calls::blocks_of_library()) {
     test::calls::reset();
-    forget_blocks_of_library();
     test::calls::skip_sleeps();
 }
 
@@ -49,8 +51,9 @@ std::string Remains::find() const {
     const std::string descriptors = test::leaked(descriptors_, test::open_descriptors());
     if (!descriptors.empty())
         left += "descriptors: " + descriptors + "; ";
-    if (blocks_of_library() != 0)
-        left += std::to_string(blocks_of_library()) + " blocks of memory; ";
+    const long blocks = test::calls::blocks_of_library() - blocks_;
+    if (blocks != 0)
+        left += std::to_string(blocks) + " blocks of memory; ";
     return left + what_is_left_in_the_table();
 }
 

@@ -1,7 +1,6 @@
 // What a life may not leave behind: descriptors, threads, memory, anything in the client's table.
 #pragma once
 
-#include <cstddef>
 #include <set>
 #include <string>
 
@@ -20,10 +19,7 @@ class Remains {
   private:
     test::Descriptors descriptors_;
     std::set<int32_t> threads_;
+    long blocks_;
 };
-
-// Blocks that the library has allocated and not freed since the last reset of the calls' counts.
-size_t blocks_of_library();
-void forget_blocks_of_library();
 
 }  // namespace quorvel::lives

@@ -20,6 +20,8 @@
 #include <ctime>
 #include <mutex>
 
+#include "support/LibraryFaults.h"
+
 namespace quorvel::test {
 namespace {
 
@@ -27,15 +29,22 @@ struct Order {
     std::atomic<size_t> made{0};
     std::atomic<size_t> fail_from{0};  // 0: never
     std::atomic<size_t> fail_times{0};
+    std::atomic<size_t> fail_also{0};  // 0: never
     std::atomic<int> error{0};
-    std::atomic<bool> failed{false};
+    std::atomic<size_t> failures{0};
     std::atomic<size_t> hook_at{0};  // 0: never
+
+    bool is_to_fail(size_t number) const {
+        const size_t from = fail_from;
+        return (from != 0 && number >= from && number - from < fail_times) || number == fail_also;
+    }
 };
 
 constinit std::array<Order, static_cast<size_t>(Call::kCount)> orders{};
 constinit std::atomic<uintptr_t> library_begin{0};
 constinit std::atomic<uintptr_t> library_end{0};
 constinit std::atomic<int> next_poll_events{-1};
+constinit std::atomic<long> blocks{0};
 constinit std::atomic<bool> sleeps_are_skipped{false};
 constinit std::atomic<time_t> stopped_time{-1};  // -1: time passes
 
@@ -93,10 +102,9 @@ int error_of(Call call, const void* caller, int usual_error) {
     size_t hook_at = number;
     if (ordered.hook_at.compare_exchange_strong(hook_at, 0))
         run_hook(call);
-    const size_t from = ordered.fail_from;
-    if (from == 0 || number < from || number - from >= ordered.fail_times)
+    if (!ordered.is_to_fail(number))
         return 0;
-    ordered.failed = true;
+    ++ordered.failures;
     return ordered.error != 0 ? ordered.error.load() : usual_error;
 }
 
@@ -106,6 +114,19 @@ bool fails(Call call, const void* caller, int usual_error) {
     if (error != 0)
         errno = error;
     return error != 0;
+}
+
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr bool kCountsBlocks = false;
+#else
+constexpr bool kCountsBlocks = true;
+#endif
+
+// Hands on what an allocation has given, and counts it when it is the library's.
+void* counted(void* block, const void* caller) {
+    if (kCountsBlocks && block != nullptr && calls::is_library_code(caller))
+        ++blocks;
+    return block;
 }
 
 }  // namespace
@@ -123,8 +144,8 @@ size_t count(Call call) {
 
 void reset() {
     for (Order& ordered : orders) {
-        ordered.fail_from = ordered.hook_at = ordered.made = 0;
-        ordered.failed = false;
+        ordered.fail_from = ordered.fail_also = ordered.hook_at = ordered.made = 0;
+        ordered.failures = 0;
     }
     next_poll_events = -1;
     sleeps_are_skipped = false;
@@ -136,15 +157,27 @@ void reset() {
 
 void fail(Call call, size_t nth, int error, size_t times) {
     Order& ordered = order(call);
-    ordered.fail_from = 0;
-    ordered.failed = false;
+    ordered.fail_from = ordered.fail_also = 0;
+    ordered.failures = 0;
     ordered.error = error;
     ordered.fail_times = times;
     ordered.fail_from = ordered.made + nth;
 }
 
 bool has_failed(Call call) {
-    return order(call).failed;
+    return failures(call) != 0;
+}
+
+void fail_also(Call call, size_t nth) {
+    order(call).fail_also = order(call).made + nth;
+}
+
+size_t failures(Call call) {
+    return order(call).failures;
+}
+
+long blocks_of_library() {
+    return blocks;
 }
 
 void before(Call call, std::function<void()> hook, size_t nth) {
@@ -181,6 +214,7 @@ std::vector<unsigned> sleeps() {
 }  // namespace quorvel::test
 
 using quorvel::test::Call;
+using quorvel::test::counted;
 using quorvel::test::error_of;
 using quorvel::test::fails;
 
@@ -200,28 +234,43 @@ using quorvel::test::fails;
     }())
 
 QV_WRAPPER void* malloc(size_t size) noexcept {
-    return fails(Call::Malloc, QV_CALLER, ENOMEM) ? nullptr : QV_REAL(malloc)(size);
+    return fails(Call::Malloc, QV_CALLER, ENOMEM) ? nullptr : counted(QV_REAL(malloc)(size), QV_CALLER);
 }
 
 QV_WRAPPER void* calloc(size_t count, size_t size) noexcept {
-    return fails(Call::Malloc, QV_CALLER, ENOMEM) ? nullptr : QV_REAL(calloc)(count, size);
+    return fails(Call::Malloc, QV_CALLER, ENOMEM) ? nullptr
+                                                  : counted(QV_REAL(calloc)(count, size), QV_CALLER);
 }
 
 QV_WRAPPER void* realloc(void* block, size_t size) noexcept {
-    return fails(Call::Malloc, QV_CALLER, ENOMEM) ? nullptr : QV_REAL(realloc)(block, size);
+    if (fails(Call::Malloc, QV_CALLER, ENOMEM))
+        return nullptr;
+    void* const moved = QV_REAL(realloc)(block, size);
+    return block == nullptr ? counted(moved, QV_CALLER) : moved;
 }
 
 QV_WRAPPER int posix_memalign(void** block, size_t alignment, size_t size) noexcept {
-    const int error = error_of(Call::Malloc, QV_CALLER, ENOMEM);
-    return error != 0 ? error : QV_REAL(posix_memalign)(block, alignment, size);
+    int error = error_of(Call::Malloc, QV_CALLER, ENOMEM);
+    if (error == 0)
+        error = QV_REAL(posix_memalign)(block, alignment, size);
+    if (error == 0)
+        counted(*block, QV_CALLER);
+    return error;
 }
 
 QV_WRAPPER char* strdup(const char* text) noexcept {
-    return fails(Call::Malloc, QV_CALLER, ENOMEM) ? nullptr : QV_REAL(strdup)(text);
+    if (fails(Call::Malloc, QV_CALLER, ENOMEM))
+        return nullptr;
+    return static_cast<char*>(counted(QV_REAL(strdup)(text), QV_CALLER));
 }
 
 QV_WRAPPER int vasprintf(char** text, const char* format, va_list values) noexcept {
-    return fails(Call::Format, QV_CALLER, ENOMEM) ? -1 : QV_REAL(vasprintf)(text, format, values);
+    if (fails(Call::Format, QV_CALLER, ENOMEM))
+        return -1;
+    const int length = QV_REAL(vasprintf)(text, format, values);
+    if (length >= 0)
+        counted(*text, QV_CALLER);
+    return length;
 }
 
 QV_WRAPPER int asprintf(char** text, const char* format, ...) noexcept {
@@ -231,8 +280,18 @@ QV_WRAPPER int asprintf(char** text, const char* format, ...) noexcept {
     va_start(values, format);
     const int length = QV_REAL(vasprintf)(text, format, values);
     va_end(values);
+    if (length >= 0)
+        counted(*text, QV_CALLER);
     return length;
 }
+
+#if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
+QV_WRAPPER void free(void* block) noexcept {
+    if (block != nullptr && quorvel::test::calls::is_library_code(QV_CALLER))
+        --quorvel::test::blocks;
+    QV_REAL(free)(block);
+}
+#endif
 
 QV_WRAPPER int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
                               void* argument) noexcept {
