@@ -37,6 +37,15 @@ if(QUORVEL_SANITIZE)
   add_compile_options(-fsanitize=${QUORVEL_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${QUORVEL_SANITIZE})
 endif()
+# What is delivered is counted, and the tests are not: said by each folder of the former.
+if(QUORVEL_COVERAGE)
+  add_link_options(--coverage)
+endif()
+macro(quorvel_count_coverage)
+  if(QUORVEL_COVERAGE)
+    add_compile_options(--coverage -fprofile-update=atomic)
+  endif()
+endmacro()
 if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
   # The locks are checked at compile time; only clang knows the attributes.
   add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wthread-safety>)
@@ -46,7 +55,7 @@ endif()
 # since every program that starts with them pays for each of those.
 set(QUORVEL_LIBRARY_LINK_OPTIONS
   LINKER:-z,now LINKER:-z,relro LINKER:-z,noseparate-code LINKER:--as-needed -static-libgcc)
-if(NOT QUORVEL_SANITIZE)
+if(NOT QUORVEL_SANITIZE AND NOT QUORVEL_COVERAGE)
   # What a compiler links around a library serves constructors and destructors, which none of these has, and costs
   # its look-ups at every program's start.
   list(APPEND QUORVEL_LIBRARY_LINK_OPTIONS LINKER:-z,defs -nostartfiles)
