@@ -13,11 +13,6 @@
 namespace quorvel::cm {
 namespace {
 
-struct Step {
-    std::chrono::milliseconds at{0};
-    nlohmann::json command;
-};
-
 std::string place(const std::string& path, const toml::source_region& source) {
     return path + ":" + std::to_string(source.begin.line) + ": ";
 }
@@ -37,6 +32,8 @@ Step read_step(const std::string& path, const toml::table& table) {
     return step;
 }
 
+}  // namespace
+
 std::vector<Step> read_steps(const std::string& path) {
     toml::table root;
     try {
@@ -52,8 +49,6 @@ std::vector<Step> read_steps(const std::string& path) {
         steps.push_back(read_step(path, *entry.as_table()));
     return steps;
 }
-
-}  // namespace
 
 void run_scenario(const std::string& socket, const std::string& path) {
     const auto steps = read_steps(path);
