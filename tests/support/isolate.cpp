@@ -30,7 +30,7 @@ constexpr int kLauncherFailed = 125;
 
 struct KeptFolder {
     std::string path;
-    int fd;
+    int fd = -1;
 };
 
 [[noreturn]] void fail(const std::string& what) {
@@ -74,15 +74,22 @@ void keep(std::vector<KeptFolder>& kept, const char* path) {
     for (const KeptFolder& other : kept)
         if (other.path == folder)
             return;
-    const int fd = open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0)
-        fail(folder);
-    kept.push_back({folder, fd});
+    kept.push_back({folder});
 }
 
-void replace_tmp(const std::vector<KeptFolder>& kept) {
+// In the namespace already: what was opened in the old one belongs to its mounts, which cannot be bound here.
+void open_folders(std::vector<KeptFolder>& kept) {
+    for (KeptFolder& folder : kept) {
+        folder.fd = open(folder.path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+        if (folder.fd < 0)
+            fail(folder.path);
+    }
+}
+
+void replace_tmp(std::vector<KeptFolder>& kept) {
     if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
         fail("cannot make the mounts private");
+    open_folders(kept);
     if (mount("tmpfs", "/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") != 0)
         fail("cannot mount an empty /tmp");
     for (const KeptFolder& folder : kept) {
