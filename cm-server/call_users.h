@@ -13,6 +13,9 @@
 
 namespace quorvel::cm {
 
+inline constexpr uint32_t kLowestPacketDataState = 1;
+inline constexpr uint32_t kHighestPacketDataState = 3;
+
 class CallUsers {
   public:
     bool empty() const { return clients_.empty(); }
@@ -22,6 +25,11 @@ class CallUsers {
     // The one among those that are held that was opened first.
     const Profile& first_profile() const { return profiles_.begin()->second.profile; }
     uint32_t first_client() const { return clients_.begin()->first; }
+    // Of a profile that is held, as an application has set it; it goes with the last who has the profile
+    // open.
+    uint32_t& packet_data_state(int32_t profile) {
+        return profiles_.at(places_.at(profile)).packet_data_state;
+    }
     // What a client has opened, in this order.
     std::span<const int32_t> of(uint32_t client) const;
 
@@ -55,6 +63,7 @@ class CallUsers {
     struct Held {
         Profile profile;
         size_t users = 0;
+        uint32_t packet_data_state = kLowestPacketDataState;
     };
     struct Opened {
         std::vector<int32_t> order;

@@ -17,6 +17,15 @@ Message about(wire::Event code, uint32_t call, int32_t profile, uint32_t status 
     return message;
 }
 
+// Which interface it was that did not come up, or that no network of the configuration leads anywhere.
+std::string way_of(const Call& call, const Profile& profile) {
+    if (!call.wanted_interface.empty())
+        return " over the interface " + call.wanted_interface;
+    return std::string(", for which no network of the kind \"") +
+           (profile.kind == NETCM_IFACE_PDP ? "pdp" : "wlan") + "\" leads to \"" + profile.access_point +
+           "\"";
+}
+
 }  // namespace
 
 const char* to_text(Call::State state) {
@@ -47,11 +56,18 @@ std::optional<uint32_t> Calls::find(int32_t profile) const {
     return std::nullopt;
 }
 
+uint32_t* Calls::packet_data_state(int32_t profile) {
+    const auto call = find(profile);
+    return call ? &calls_[*call].users.packet_data_state(profile) : nullptr;
+}
+
 void Calls::begin(uint32_t call, uint32_t client, const Profile& profile) {
     try {
         calls_[call].users.add(client, profile);
         calls_[call].state = Call::State::kStarting;
-        bearer_->connect(call, network_of(config_, profile));
+        const Network network = network_of(config_, profile);
+        calls_[call].wanted_interface = network.interface;
+        bearer_->connect(call, network);
     } catch (...) {
         // Nobody would ever end it.
         bearer_->disconnect(call);
@@ -231,7 +247,9 @@ void Calls::on_ended(uint32_t id, Reason reason) {
 }
 
 void Calls::on_refused(uint32_t id, Reason reason) {
-    log::warning("call ", log::field("call", id), " did not come up: ", to_text(reason));
+    const Profile& first = calls_.at(id).users.first_profile();
+    log::warning("call ", log::field("call", id), ", ", describe(first), way_of(calls_.at(id), first),
+                 ", did not come up: ", to_text(reason));
     or_give_up(id, [=, this] {
         calls_.at(id).users.each([&](uint32_t client, int32_t profile) {
             clients_.push(client, about(wire::NETCM_CLIENT_START_RSP, id, profile, kStatusTransport, reason));

@@ -22,6 +22,7 @@ struct Call {
     State state = State::kFree;
     CallUsers users;
     Addresses addresses;
+    std::string wanted_interface;  // while it comes up
 
     bool connected() const { return state == State::kUp || state == State::kSuspended; }
 };
@@ -41,6 +42,9 @@ class Calls : public BearerEvents {
     std::vector<uint32_t> in_use() const;
     // The call that a profile is on.
     std::optional<uint32_t> find(int32_t profile) const;
+
+    // Of a profile that is on a call; null for any other.
+    uint32_t* packet_data_state(int32_t profile);
 
     // The id of the call that the client now waits for or shares; nothing when all calls are taken. The
     // response is pushed by respond_if_up() or, later, by the bearer. Leaves the calls as they were when it

@@ -20,6 +20,8 @@ void describe(CLI::App& app, Arguments& arguments) {
     app.add_option("--config", arguments.server.config,
                    "Configuration file; without one a profile on lo is served")
         ->check(CLI::ExistingFile);
+    app.add_flag("--check-config", arguments.check_config,
+                 "Check the configuration file, print every fault, and do not serve");
     app.add_option("--log-level", arguments.log_level, "How much to log")
         ->check(CLI::IsMember({"error", "warning", "info", "debug"}))
         ->capture_default_str();

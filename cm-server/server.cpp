@@ -2,12 +2,14 @@
 
 #include <systemd/sd-daemon.h>
 
+#include <algorithm>
 #include <csignal>
 #include <sstream>
 
 #include "control/commands.h"
 #include "control/place.h"
 #include "control/trouble.h"
+#include "control/vocabulary.h"
 #include "guard.h"
 #include "log.h"
 #include "requests/requests.h"
@@ -33,6 +35,7 @@ Server::Server(const ServerOptions& options, Config config)
       calls_(config_, clients_, statistics_),
       bearer_(base_.get(), config_.set_up_limit, interfaces_, calls_),
       store_(options.store, config_.profiles),
+      good_copy_(base_.get(), store_, config_.good_copy_after),
       networks_(config_, store_, interfaces_),
       links_(base_.get(), interfaces_, [this] { links_changed(); }),
       last_status_(networks_.indication().record),
@@ -42,7 +45,7 @@ Server::Server(const ServerOptions& options, Config config)
       control_(base_.get(), control_path_to_serve(options.socket), tap_,
                [this](const nlohmann::json& command) { return execute(command); }),
       end_(base_.get(), [this](const char* signal) { stop(signal); }),
-      hang_up_(base_.get(), SIGHUP, [this] { reload(); }) {
+      hang_up_(base_.get(), SIGHUP, [this] { hung_up(); }) {
     ignore_other_signals();
     log::when_waiting([this] { log_again_.start(kLogAgain); });
     calls_.use(bearer_);
@@ -60,6 +63,10 @@ std::unique_ptr<ListeningSocket> Server::listen() {
 }
 
 nlohmann::json Server::execute(const nlohmann::json& command) {
+    if (const auto wrong = fault_in(command))
+        throw ControlError(wrong->what);
+    if (command.at("command") == "reload")
+        return reload_for_operator();
     const Trouble trouble{clients_, faults_, [this](std::chrono::milliseconds away) { restart(away); }};
     if (const auto done = execute_trouble(trouble, command))
         return *done;
@@ -86,6 +93,7 @@ void Server::come_back() {
 
 void Server::run() {
     log::info("listening on ", socket_->path());
+    warn_of_other_profiles();
     sd_notify(0, "READY=1");
     event_base_dispatch(base_.get());
 }
@@ -96,19 +104,36 @@ void Server::stop(const char* why) {
     event_base_loopbreak(base_.get());
 }
 
-void Server::reload() {
+std::string Server::reload() {
     if (options_.config.empty())
-        return log::info("SIGHUP: there is no configuration file to read again");
+        return "there is no configuration file to read again";
     sd_notify(0, "RELOADING=1");
+    std::string faults;
     try {
         apply(read_config(options_.config));
     } catch (const ConfigError& error) {
-        std::istringstream faults(error.what());
-        for (std::string fault; std::getline(faults, fault);)
+        faults = error.what();
+        std::istringstream lines(faults);
+        for (std::string fault; std::getline(lines, fault);)
             log::error(fault);
         log::error("the configuration is left as it was");
     }
     sd_notify(0, "READY=1");
+    return faults;
+}
+
+void Server::hung_up() {
+    if (options_.config.empty())
+        return log::info("SIGHUP: there is no configuration file to read again");
+    reload();
+}
+
+nlohmann::json Server::reload_for_operator() {
+    log::info("the operator asks for the configuration to be read again");
+    if (const std::string faults = reload(); !faults.empty())
+        throw ControlError(faults + (options_.config.empty() ? "" : "\nthe configuration is left as it was"));
+    const std::string other = other_profiles();
+    return {{"text", options_.config + ": read again" + (other.empty() ? "" : "\n" + other)}};
 }
 
 // Connections that are open keep what they were opened with.
@@ -119,15 +144,35 @@ void Server::apply(Config config) {
     holdings_.use(config_.limits.memory);
     door_.use(config_.limits);
     bearer_.use(config_.set_up_limit);
-    const bool other_profiles = store_.use(config_.profiles);
+    good_copy_.use(config_.good_copy_after);
+    store_.use(config_.profiles);
     networks_.count();
     log::info(options_.config,
               ": read again; networks, name servers, limits and the log level are the file's");
-    if (other_profiles)
-        log::warning(options_.config,
-                     ": the profiles differ; those in the database stay until an application restores the "
-                     "factory's");
+    warn_of_other_profiles();
     links_changed();
+}
+
+// What the file says of profiles is the factory's; the database has what applications have made of it since.
+std::string Server::other_profiles() {
+    if (options_.config.empty() || !config_.has_profiles)
+        return "";
+    const auto names = store_.differing();
+    if (names.empty())
+        return "";
+    std::string list;
+    constexpr size_t kMost = 5;
+    for (size_t i = 0; i < std::min(names.size(), kMost); ++i)
+        list += (i == 0 ? "" : ", ") + names[i];
+    if (names.size() > kMost)
+        list += " and " + std::to_string(names.size() - kMost) + " more";
+    return options_.config + ": the profiles differ from those in the database, which stay: " + list +
+           ". \"netcm profile restore\" takes the file's over; all others are lost then";
+}
+
+void Server::warn_of_other_profiles() {
+    if (const std::string text = other_profiles(); !text.empty())
+        log::warning(text);
 }
 
 void Server::links_changed() {

@@ -19,6 +19,7 @@
 #include "listening_socket.h"
 #include "monitor/tap.h"
 #include "requests/requests.h"
+#include "store/good_copy.h"
 #include "store/store.h"
 
 namespace quorvel::cm {
@@ -47,8 +48,13 @@ class Server : private Connection::Handler {
     void attach_client(Connection& connection, const Request& request);
     void forget(uint32_t client);
     void stop(const char* why);
-    // What the file says now, as far as it can change while the server runs.
-    void reload();
+    // What the file says now, as far as it can change while the server runs. Gives its faults.
+    std::string reload();
+    void hung_up();
+    nlohmann::json reload_for_operator();
+    // In words, with what to do; nothing when the database has what the file says.
+    std::string other_profiles();
+    void warn_of_other_profiles();
     void apply(Config config);
     void make_room_for_one();
     void links_changed();
@@ -81,6 +87,7 @@ class Server : private Connection::Handler {
     Calls calls_;
     Bearers bearer_;
     Store store_;
+    GoodCopy good_copy_;
     Networks networks_;
     Settings settings_;
     LinkWatch links_;

@@ -1,6 +1,7 @@
 #include "socket_path.h"
 
 #include <fcntl.h>
+#include <pwd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -60,6 +61,17 @@ std::map<std::string, Inherited> inherited_sockets() {
     return result;
 }
 
+// ": process 4711 of user me", as far as the system says.
+std::string listener_of(int fd) {
+    ucred peer{};
+    socklen_t size = sizeof(peer);
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
+        return "";
+    const passwd* user = getpwuid(peer.uid);
+    return ": process " + std::to_string(peer.pid) + " of user " +
+           (user != nullptr ? user->pw_name : std::to_string(peer.uid));
+}
+
 // Makes room, or says why there is none.
 void clear_stale(const std::string& path) {
     struct stat found {};
@@ -69,8 +81,9 @@ void clear_stale(const std::string& path) {
         fail(path, "something that is no socket is there; it is left alone");
     const int fd = connect_to(path);
     if (fd >= 0) {
+        const std::string who = listener_of(fd);
         close(fd);
-        fail(path, "another server is running there");
+        fail(path, "another server is running there" + who);
     }
     if (errno != ECONNREFUSED && errno != ENOENT)
         fail(path, std::string("another server may be running there: ") + std::strerror(errno));

@@ -36,28 +36,49 @@ std::optional<std::chrono::milliseconds> milliseconds(ConfigTable& table, const 
     return number ? std::optional(std::chrono::milliseconds(*number)) : std::nullopt;
 }
 
+Reason read_reason(ConfigTable& table) {
+    const auto number = table.number("refusal", 0, UINT32_MAX);
+    const auto reason = static_cast<Reason>(number.value_or(0));
+    if (number && !is_known(reason)) {
+        std::string all;
+        for (uint32_t known = 1; is_known(static_cast<Reason>(known)); ++known)
+            all += (known == 1 ? "" : ", ") + std::to_string(known) + " (" +
+                   to_text(static_cast<Reason>(known)) + ")";
+        table.fault_at("refusal", " must be 0 for none, or a reason: " + all);
+    }
+    return reason;
+}
+
 Simulation read_simulation(ConfigTable& table) {
     Simulation simulation;
     simulation.delay = milliseconds(table, "delay").value_or(simulation.delay);
-    simulation.refusal = static_cast<Reason>(table.number("refusal", 0, UINT32_MAX).value_or(0));
+    simulation.refusal = read_reason(table);
     simulation.lost_after = milliseconds(table, "lost-after");
     constexpr uint32_t kExample = 0xC0000201;  // 192.0.2.1
     simulation.address = table.address("address").value_or(in_addr{htonl(kExample)});
     return simulation;
 }
 
+void check_link(ConfigTable& table, const Network& network) {
+    for (const char* key : {"delay", "refusal", "lost-after", "address"})
+        table.refuse(key, " needs bearer = \"simulated\"");
+    if (network.interface.empty())
+        table.fault("a network needs an interface");
+}
+
 Network read_network(ConfigTable& table) {
     Network network;
     const bool pdp = table.choice("kind", {"pdp", "wlan"}).value_or(0) == 0;
     network.kind = pdp ? NETCM_IFACE_PDP : NETCM_IFACE_WIFI;
+    table.refuse(pdp ? "essid" : "apn", pdp ? " needs kind = \"wlan\"" : " needs kind = \"pdp\"");
     network.access_point = table.text(pdp ? "apn" : "essid").value_or("");
     network.dns = table.addresses("dns");
     const bool simulated = table.choice("bearer", {"link", "simulated"}).value_or(0) == 1;
     network.interface = table.text("interface", IFNAMSIZ - 1).value_or(simulated ? "simulated0" : "");
     if (simulated)
         network.simulation = read_simulation(table);
-    else if (network.interface.empty())
-        table.fault("a network needs an interface");
+    else
+        check_link(table, network);
     return network;
 }
 
@@ -97,6 +118,7 @@ Config read_config(const std::string& path) {
     Config config;
     config.dns = table.addresses("dns");
     config.set_up_limit = milliseconds(table, "set-up-limit").value_or(config.set_up_limit);
+    config.good_copy_after = milliseconds(table, "good-copy-after").value_or(config.good_copy_after);
     table.tables("network", [&](ConfigTable& entry) { config.networks.push_back(read_network(entry)); });
     if (const auto level = table.choice("log-level", {"error", "warning", "info", "debug"}))
         config.log_level = static_cast<log::Level>(*level);
@@ -104,6 +126,7 @@ Config read_config(const std::string& path) {
     read_profiles(table, config);
     table.finish();
     faults.raise();
+    config.has_profiles = !config.profiles.empty();
     const Config built_in = built_in_config();
     if (config.profiles.empty())
         config.profiles = built_in.profiles;

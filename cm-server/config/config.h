@@ -34,10 +34,13 @@ struct Network {
 
 struct Config {
     std::vector<FactoryProfile> profiles;
+    bool has_profiles = false;  // of its own, and not those of a server without a file
     std::vector<Network> networks;
     std::vector<in_addr> dns;
     // How long a connection may wait for its interface.
     std::chrono::milliseconds set_up_limit{5000};
+    // How old the good copy of the database may get.
+    std::chrono::milliseconds good_copy_after{60000};
     Limits limits;
     std::optional<log::Level> log_level;
 };

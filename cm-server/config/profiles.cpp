@@ -1,6 +1,11 @@
 #include "config/profiles.h"
 
+#include <arpa/inet.h>
+#include <net/if.h>
+
 #include <algorithm>
+#include <charconv>
+#include <string_view>
 
 #include "protocol/message.h"
 #include "store/check.h"
@@ -50,6 +55,64 @@ void read_fields(ConfigTable& table, NetPMProfile& record, bool forms) {
     }
 }
 
+const char* what_has(Part part) {
+    switch (part) {
+        case Part::kPdp:
+            return " needs kind = \"pdp\"";
+        case Part::kWlan:
+            return " needs kind = \"wlan\"";
+        case Part::kWep:
+            return " needs kind = \"wlan\" and security-mode = 2 or 3";
+        case Part::kPsk:
+            return " needs kind = \"wlan\" and security-mode = 4, 6 or 8";
+        case Part::kEap:
+            return " needs kind = \"wlan\" and security-mode = 5, 7 or 9";
+    }
+    return " belongs to another kind of profile";
+}
+
+// What other kinds of profiles have, and this one has not.
+void refuse_other_fields(ConfigTable& table, const NetPMProfile& record) {
+    const auto fields = profile_fields();
+    for (const Field& field : fields) {
+        const auto is_ours = [&](const Field& other) {
+            return std::string_view(field.column) == other.column && has_part(record, other.part);
+        };
+        const bool own_key = std::string_view(field.column) == "interface";  // of both kinds
+        if (!own_key && std::ranges::none_of(fields, is_ours))
+            table.refuse(key_of(field), what_has(field.part));
+    }
+}
+
+void check_proxy(ConfigTable& table, const std::string& proxy) {
+    const size_t colon = proxy.find(':');
+    in_addr address{};
+    unsigned port = 0;
+    const char* end = proxy.data() + proxy.size();
+    const bool good = colon != std::string::npos &&
+                      inet_pton(AF_INET, proxy.substr(0, colon).c_str(), &address) == 1 &&
+                      std::from_chars(&proxy[colon] + 1, end, port).ptr == end && port >= 1 && port <= 65535;
+    if (!good)
+        table.fault_at("proxy", " must be an IPv4 address and a port, such as \"192.0.2.1:8080\"");
+}
+
+void check_passphrase(ConfigTable& table, const std::string& key) {
+    constexpr size_t kShortest = 8;
+    constexpr size_t kOfDigits = 64;
+    const bool digits = key.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+    if (key.size() < kShortest || key.size() > kOfDigits || (key.size() == kOfDigits && !digits))
+        table.fault_at("psk", " must be a passphrase of 8 to 63 characters, or 64 hexadecimal digits");
+}
+
+// What an application may store, and no network can be reached with.
+void check_sense(ConfigTable& table, const NetPMProfile& record) {
+    if (const auto proxy = table.text("proxy"))
+        check_proxy(table, *proxy);
+    if (has_part(record, Part::kPsk))
+        if (const auto key = table.text("psk"))
+            check_passphrase(table, *key);
+}
+
 void read_dns(ConfigTable& table, NetPMProfile& record) {
     const auto servers = table.addresses("dns");
     const bool pdp = record.ProfileType == NETPM_PROFILE_PDP;
@@ -84,8 +147,11 @@ FactoryProfile read_factory_profile(ConfigTable& table) {
     read_fields(table, record, false);
     read_fields(table, record, true);
     read_dns(table, record);
+    refuse_other_fields(table, record);
+    check_sense(table, record);
+    const auto interface = table.text("interface", IFNAMSIZ - 1);
     if (record.ProfileType == NETPM_PROFILE_PDP)
-        profile.interface = table.text("interface").value_or("");
+        profile.interface = interface.value_or("");
     profile.is_default = table.flag("default").value_or(false);
     try {
         check_profile(record);

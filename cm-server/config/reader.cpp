@@ -4,19 +4,24 @@
 
 #include <algorithm>
 
+#include "command-line/Suggestion.h"
 #include "config/config.h"
 
 namespace quorvel::cm {
 
 void ConfigFaults::add(const toml::source_region& where, const std::string& what) {
-    if (!text_.empty())
-        text_ += "\n";
-    text_ += file_ + ":" + std::to_string(where.begin.line) + ": " + what;
+    const std::string fault = file_ + ":" + std::to_string(where.begin.line) + ": " + what;
+    // A key may be asked for twice.
+    if (std::ranges::find(faults_, fault) == faults_.end())
+        faults_.push_back(fault);
 }
 
 void ConfigFaults::raise() const {
-    if (!text_.empty())
-        throw ConfigError(text_);
+    std::string text;
+    for (const std::string& fault : faults_)
+        text += (text.empty() ? "" : "\n") + fault;
+    if (!text.empty())
+        throw ConfigError(text);
 }
 
 const toml::node* ConfigTable::take(const std::string& key) {
@@ -100,6 +105,8 @@ std::vector<in_addr> ConfigTable::addresses(const std::string& key) {
             else
                 faults_.add(entry.source(), key + ": this is no IPv4 address");
         }
+    if (constexpr size_t kMost = 2; list != nullptr && list->size() > kMost)
+        faults_.add(list->get(kMost)->source(), key + ": two servers at most");
     return result;
 }
 
@@ -131,10 +138,16 @@ void ConfigTable::tables(const std::string& key, const std::function<void(Config
     }
 }
 
+void ConfigTable::refuse(const std::string& key, const std::string& why) {
+    if (take(key) != nullptr)
+        fault_at(key, why);
+}
+
 void ConfigTable::finish() {
     for (const auto& [key, node] : table_)
         if (std::ranges::find(known_, key.str()) == known_.end())
-            faults_.add(key.source(), "unknown key \"" + std::string(key.str()) + "\"");
+            faults_.add(key.source(), "unknown key \"" + std::string(key.str()) + "\"" +
+                                          command_line::did_you_mean(std::string(key.str()), known_));
 }
 
 }  // namespace quorvel::cm

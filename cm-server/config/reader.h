@@ -21,7 +21,7 @@ class ConfigFaults {
 
   private:
     std::string file_;
-    std::string text_;
+    std::vector<std::string> faults_;
 };
 
 // A table whose keys are all known in the end: what has not been asked for is a fault.
@@ -33,6 +33,7 @@ class ConfigTable {
     std::optional<bool> flag(const std::string& key);
     std::optional<int64_t> number(const std::string& key, int64_t lowest, int64_t highest);
     std::optional<in_addr> address(const std::string& key);
+    // Two at most: a connection carries no more.
     std::vector<in_addr> addresses(const std::string& key);
     // Calls `read` for the table of this name, if there is one.
     void table(const std::string& key, const std::function<void(ConfigTable&)>& read);
@@ -41,11 +42,15 @@ class ConfigTable {
     // One of `names`, as its index.
     std::optional<size_t> choice(const std::string& key, std::initializer_list<const char*> names);
 
+    // A key that this table cannot have, although it exists elsewhere.
+    void refuse(const std::string& key, const std::string& why);
     void fault(const std::string& what) { faults_.add(table_.source(), what); }
     void finish();
 
-  private:
+    // Of a key that is there, whose name goes before.
     void fault_at(const std::string& key, const std::string& what);
+
+  private:
     const toml::node* take(const std::string& key);
     template <class T>
     std::optional<T> value(const std::string& key, const char* expected);

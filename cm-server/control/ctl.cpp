@@ -203,6 +203,7 @@ void add_ctl(CLI::App& app, const std::string& socket) {
     const auto draft = std::make_shared<Draft>();
     CLI::App& list = ctl.add("list", "List clients and calls", draft, print_list);
     list.add_flag("--json", draft->as_json, "Print JSON");
+    ctl.add("reload", "Read the configuration file again, as SIGHUP does", std::make_shared<Draft>());
     ctl.add("payment", "Print the payment setting that an application has made", std::make_shared<Draft>());
 }
 

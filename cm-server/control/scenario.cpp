@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "control/client.h"
+#include "control/vocabulary.h"
 
 namespace quorvel::cm {
 namespace {
@@ -17,37 +18,78 @@ std::string place(const std::string& path, const toml::source_region& source) {
     return path + ":" + std::to_string(source.begin.line) + ": ";
 }
 
-Step read_step(const std::string& path, const toml::table& table) {
+nlohmann::json to_json(const toml::table& table) {
     std::ostringstream text;
     text << toml::json_formatter(table);
-    Step step;
-    step.command = nlohmann::json::parse(text.str());
-    const auto at = table["at"].value<int64_t>();
-    if (!at || *at < 0)
-        throw AskError(place(path, table.source()) + "a step needs a time, at = MILLISECONDS");
-    if (!table["command"].is_string())
-        throw AskError(place(path, table.source()) + "a step needs a command");
-    step.command.erase("at");
-    step.at = std::chrono::milliseconds(*at);
-    return step;
+    return nlohmann::json::parse(text.str());
 }
+
+// Where a key stands; the table, when it has none of this name.
+const toml::source_region& source_of(const toml::table& table, const std::string& key) {
+    for (const auto& [name, value] : table)
+        if (name.str() == key)
+            return name.source();
+    return table.source();
+}
+
+class Reader {
+  public:
+    explicit Reader(std::string path) : path_(std::move(path)) {}
+
+    // Throws AskError with every fault: a scenario that stops in the middle shows nothing.
+    std::vector<Step> steps() {
+        const toml::table root = parse();
+        const toml::array* list = root["step"].as_array();
+        if (list == nullptr || !list->is_array_of_tables())
+            throw AskError(path_ + ": there is no [[step]]");
+        for (const auto& [key, value] : root)
+            if (key.str() != "step")
+                fault(key.source(),
+                      "unknown key \"" + std::string(key.str()) + "\"; a step begins with [[step]]");
+        std::vector<Step> steps;
+        for (const toml::node& entry : *list)
+            steps.push_back(step(*entry.as_table()));
+        if (!faults_.empty())
+            throw AskError(faults_);
+        return steps;
+    }
+
+  private:
+    toml::table parse() const {
+        try {
+            return toml::parse_file(path_);
+        } catch (const toml::parse_error& error) {
+            throw AskError(place(path_, error.source()) + std::string(error.description()));
+        }
+    }
+
+    void fault(const toml::source_region& where, const std::string& what) {
+        faults_ += (faults_.empty() ? "" : "\n") + place(path_, where) + what;
+    }
+
+    Step step(const toml::table& table) {
+        Step step;
+        step.command = to_json(table);
+        step.command.erase("at");
+        const auto at = table["at"].value_exact<int64_t>();
+        if (!at || *at < 0)
+            fault(source_of(table, "at"), "a step needs a time, at = MILLISECONDS");
+        step.at = std::chrono::milliseconds(at.value_or(0));
+        if (!table["command"].is_string())
+            fault(table.source(), "a step needs a command");
+        else if (const auto wrong = fault_in(step.command))
+            fault(source_of(table, wrong->key), wrong->what);
+        return step;
+    }
+
+    std::string path_;
+    std::string faults_;
+};
 
 }  // namespace
 
 std::vector<Step> read_steps(const std::string& path) {
-    toml::table root;
-    try {
-        root = toml::parse_file(path);
-    } catch (const toml::parse_error& error) {
-        throw AskError(place(path, error.source()) + std::string(error.description()));
-    }
-    const toml::array* list = root["step"].as_array();
-    if (list == nullptr || !list->is_array_of_tables())
-        throw AskError(path + ": there is no [[step]]");
-    std::vector<Step> steps;
-    for (const toml::node& entry : *list)
-        steps.push_back(read_step(path, *entry.as_table()));
-    return steps;
+    return Reader(path).steps();
 }
 
 void run_scenario(const std::string& socket, const std::string& path) {

@@ -2,6 +2,10 @@
 
 namespace quorvel::cm {
 
+bool is_known(Reason reason) {
+    return reason <= Reason::kLost;
+}
+
 std::string to_text(Reason reason) {
     switch (reason) {
         case Reason::kNone:

@@ -22,6 +22,8 @@ enum class Reason : uint32_t {
     kLost = 6,
 };
 
+bool is_known(Reason reason);
+
 // "the network interface is down"; a number nobody knows is given as a number.
 std::string to_text(Reason reason);
 

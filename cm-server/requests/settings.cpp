@@ -8,31 +8,29 @@ int32_t profile_of(const Request& request) {
     return static_cast<int32_t>(request.header.Arg4);
 }
 
-// Only a connection that is there has a packet-data state.
-NetCMStatus check_profile(Services services, const Request& request) {
-    return services.calls.find(profile_of(request)) ? NETCM_SUCCESS : NETCM_ERR_NOT_ACTIVE;
-}
-
 }  // namespace
 
+// Only a connection that is there has a packet-data state.
 void get_packet_data_state(Services services, Client& client, const Request& request) {
-    const auto& states = services.settings.packet_data_states;
-    const auto found = states.find(profile_of(request));
-    Message answer = answer_to(request, check_profile(services, request));
-    if (answer.record.Status == NETCM_SUCCESS)
-        answer.record.Word2 = found == states.end() ? kLowestPacketDataState : found->second;
+    const uint32_t* state = services.calls.packet_data_state(profile_of(request));
+    Message answer = answer_to(request, state != nullptr ? NETCM_SUCCESS : NETCM_ERR_NOT_ACTIVE);
+    if (state != nullptr)
+        answer.record.Word2 = *state;
     log_request(client, "asks for the packet-data state of profile ", profile_of(request), ": ",
                 answer.record.Word2);
     client.sync->send(answer);
 }
 
 void set_packet_data_state(Services services, Client& client, const Request& request) {
-    const uint32_t state = request.header.Arg3;
-    const bool valid = state >= kLowestPacketDataState && state <= kHighestPacketDataState;
-    const NetCMStatus status = valid ? check_profile(services, request) : NETCM_ERR_INVALID_PARAM;
+    const uint32_t wanted = request.header.Arg3;
+    const bool valid = wanted >= kLowestPacketDataState && wanted <= kHighestPacketDataState;
+    uint32_t* state = services.calls.packet_data_state(profile_of(request));
+    NetCMStatus status = valid ? NETCM_SUCCESS : NETCM_ERR_INVALID_PARAM;
+    if (valid && state == nullptr)
+        status = NETCM_ERR_NOT_ACTIVE;
     if (status == NETCM_SUCCESS)
-        services.settings.packet_data_states[profile_of(request)] = state;
-    log_request(client, "sets the packet-data state of profile ", profile_of(request), " to ", state,
+        *state = wanted;
+    log_request(client, "sets the packet-data state of profile ", profile_of(request), " to ", wanted,
                 status == NETCM_SUCCESS ? "" : ": refused");
     client.sync->send(answer_to(request, status));
 }

@@ -1,6 +1,11 @@
 #include "store/database.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 
 #include "guard.h"
 
@@ -18,6 +23,34 @@ std::string name_of(sqlite3* database) {
     if (error == SQLITE_CORRUPT || error == SQLITE_NOTADB)
         throw DamagedDatabase(what);
     throw DatabaseError(what);
+}
+
+using Handle = std::unique_ptr<sqlite3, Freed<sqlite3_close>>;
+
+// A file that is there. Unlike the server's own database it is opened without a change of the process's
+// umask, which other threads share.
+Handle open_file(const std::string& path) {
+    sqlite3* opened = nullptr;
+    const int result = sqlite3_open_v2(path.c_str(), &opened, SQLITE_OPEN_READWRITE, nullptr);
+    Handle handle(opened);
+    if (result != SQLITE_OK)
+        throw DatabaseError(path + ": " + (opened != nullptr ? sqlite3_errmsg(opened) : "out of memory"));
+    return handle;
+}
+
+void check_whole(sqlite3* database) {
+    Statement statement(database, "PRAGMA quick_check(1)");
+    const std::string found = statement.step() ? statement.text(0) : "no answer";
+    if (found != "ok")
+        throw DamagedDatabase(name_of(database) + ": " + found);
+}
+
+// Profiles hold passwords.
+void make_private(const std::string& path) {
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (fd < 0)
+        throw DatabaseError(path + ": " + std::strerror(errno));
+    close(fd);
 }
 
 }  // namespace
@@ -94,6 +127,10 @@ Database::Database(const std::string& path) {
     run("PRAGMA foreign_keys = ON");
 }
 
+void Database::check() {
+    check_whole(database_.get());
+}
+
 void Database::run(const std::string& sql) {
     if (sqlite3_exec(database_.get(), sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK)
         fail(database_.get());
@@ -121,19 +158,14 @@ std::string Database::name() const {
     return name_of(database_.get());
 }
 
-void Database::copy_to(const std::string& path) {
-    const mode_t before = umask(077);
-    sqlite3* opened = nullptr;
-    const int result = sqlite3_open(path.c_str(), &opened);
-    umask(before);
-    const std::unique_ptr<sqlite3, Freed<sqlite3_close>> copy(opened);
-    sqlite3_backup* backup =
-        result == SQLITE_OK ? sqlite3_backup_init(opened, "main", database_.get(), "main") : nullptr;
-    constexpr int kEverything = -1;
-    if (backup != nullptr)
-        sqlite3_backup_step(backup, kEverything);
-    if (backup == nullptr || sqlite3_backup_finish(backup) != SQLITE_OK)
-        throw DatabaseError(path + ": " + sqlite3_errmsg(opened));
+void Database::when_committed(std::function<void()> action) {
+    committed_ = std::make_unique<std::function<void()>>(std::move(action));
+    const auto call = [](void* context) {
+        (*static_cast<std::function<void()>*>(context))();
+        constexpr int kGoOn = 0;
+        return kGoOn;
+    };
+    sqlite3_commit_hook(database_.get(), call, committed_.get());
 }
 
 int32_t Database::last_inserted() const {
@@ -144,6 +176,25 @@ Transaction::~Transaction() {
     database_.in_transaction_ = false;
     if (open_)
         guarded("the undoing of an unfinished change in the store", [this] { database_.run("ROLLBACK"); });
+}
+
+void copy_database(const std::string& from, const std::string& to) {
+    make_private(to);
+    const Handle source = open_file(from);
+    const Handle copy = open_file(to);
+    constexpr int kEverything = -1;
+    constexpr int kPatienceMs = 2000;
+    sqlite3_busy_timeout(source.get(), kPatienceMs);
+    sqlite3_backup* backup = sqlite3_backup_init(copy.get(), "main", source.get(), "main");
+    if (backup != nullptr)
+        sqlite3_backup_step(backup, kEverything);
+    if (backup == nullptr || sqlite3_backup_finish(backup) != SQLITE_OK)
+        fail(copy.get());
+}
+
+void check_database(const std::string& path) {
+    const Handle file = open_file(path);
+    check_whole(file.get());
 }
 
 void Transaction::commit() {

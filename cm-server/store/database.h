@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
 #include <stdexcept>
@@ -65,8 +66,10 @@ class Database {
     void wait_no_more() { run("PRAGMA busy_timeout = 0"); }
     // The file, or ":memory:".
     std::string name() const;
-    // Writes all that is in it to a new file.
-    void copy_to(const std::string& path);
+    // Runs the action whenever something is about to be committed. It must not use the database, nor throw.
+    void when_committed(std::function<void()> action);
+    // Throws DamagedDatabase when not all of it can be read.
+    void check();
     void run(const std::string& sql);
     Statement prepare(const std::string& sql);
     int32_t last_inserted() const;
@@ -77,9 +80,17 @@ class Database {
     void begin();
     void undo_what_was_left();
 
+    // At a place of its own, which SQLite knows: a database may move.
+    std::unique_ptr<std::function<void()>> committed_;
     std::unique_ptr<sqlite3, Freed<sqlite3_close>> database_;
     bool in_transaction_ = false;
 };
+
+// Writes all that is in the database of one file to another, which is its owner's alone. Over connections of
+// its own: another thread may use the database meanwhile. Throws DatabaseError.
+void copy_database(const std::string& from, const std::string& to);
+// Throws DamagedDatabase when not all of it can be read.
+void check_database(const std::string& path);
 
 // All or nothing: what is not committed is undone.
 class Transaction {

@@ -40,16 +40,9 @@ std::string set_aside(const std::string& path) {
     return aside;
 }
 
-void check(Database& database) {
-    Statement statement = database.prepare("PRAGMA quick_check(1)");
-    const std::string found = statement.step() ? statement.text(0) : "no answer";
-    if (found != "ok")
-        throw DamagedDatabase(database.name() + ": " + found);
-}
-
 Database open_checked(const std::string& path) {
     Database database(path);
-    check(database);
+    database.check();
     return database;
 }
 
@@ -84,15 +77,21 @@ Database open_or_rescue(const std::string& path) {
     return Database(path);
 }
 
-void keep_good_copy(Database& database, const std::string& path) {
+void make_good_copy(const std::string& path) {
+    const std::string good = good_copy_of(path);
+    const std::string fresh = good + ".new";
+    copy_database(path, fresh);
+    // What is damaged is damaged in its copy, too.
+    check_database(fresh);
+    if (std::rename(fresh.c_str(), good.c_str()) != 0)
+        throw DatabaseError(good + ": " + std::strerror(errno));
+}
+
+void keep_good_copy(const std::string& path) {
     if (path == kInMemory)
         return;
-    const std::string fresh = good_copy_of(path) + ".new";
     try {
-        std::remove(fresh.c_str());
-        database.copy_to(fresh);
-        if (std::rename(fresh.c_str(), good_copy_of(path).c_str()) != 0)
-            throw DatabaseError(std::strerror(errno));
+        make_good_copy(path);
     } catch (const DatabaseError& error) {
         log::warning(good_copy_of(path), ": no good copy can be kept: ", error.what());
     }

@@ -11,7 +11,10 @@ namespace quorvel::cm {
 // is opened is a copy of the last good state, or a new database where there is none. Throws DatabaseError.
 Database open_or_rescue(const std::string& path);
 
-// Keeps the state of now as the good copy, FILE.good; the log says when that fails.
-void keep_good_copy(Database& database, const std::string& path);
+// Keeps the state of now as the good copy, FILE.good: a whole one, checked before it takes the place of the
+// older. From any thread. Throws DatabaseError.
+void make_good_copy(const std::string& path);
+// The same, and the log says when it fails. A store in memory has none.
+void keep_good_copy(const std::string& path);
 
 }  // namespace quorvel::cm

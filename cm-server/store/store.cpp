@@ -71,12 +71,16 @@ Store::Store(const std::string& path, std::vector<FactoryProfile> factory)
     : path_(path), lock_(path), database_(open_or_rescue(path)), factory_(std::move(factory)) {
     if (bring_up_to_date(database_))
         restore();
-    keep_good_copy(database_, path_);
+    keep_good_copy(path_);
     database_.wait_no_more();
+    database_.when_committed([this] {
+        if (changes_ != nullptr)
+            changes_->on_change();
+    });
 }
 
 Store::~Store() {
-    guarded("the good copy of the store", [this] { keep_good_copy(database_, path_); });
+    guarded("the good copy of the store", [this] { keep_good_copy(path_); });
 }
 
 size_t Store::count_of(uid_t owner) {
@@ -233,14 +237,23 @@ void Store::restore() {
         observer_->on_restored();
 }
 
-bool Store::use(std::vector<FactoryProfile> factory) {
-    const auto same = [](const FactoryProfile& a, const FactoryProfile& b) {
-        return std::memcmp(&a.record, &b.record, sizeof(a.record)) == 0 && a.interface == b.interface &&
-               a.is_default == b.is_default;
-    };
-    const bool others = !std::equal(factory.begin(), factory.end(), factory_.begin(), factory_.end(), same);
-    factory_ = std::move(factory);
-    return others;
+bool Store::is_as(int32_t id, const FactoryProfile& profile) {
+    Statement row = database_.prepare("SELECT interface FROM profile WHERE id = ?");
+    if (!row.bind(id).step() || row.text(0) != profile.interface)
+        return false;
+    NetPMProfile stored = read(id);
+    stored.ProfileId = profile.record.ProfileId;
+    if (std::memcmp(&stored, &profile.record, sizeof(stored)) != 0)
+        return false;
+    return !profile.is_default || default_id(static_cast<NetPMProfileType>(stored.ProfileType)) == id;
+}
+
+std::vector<std::string> Store::differing() {
+    std::vector<std::string> result;
+    for (size_t i = 0; i < factory_.size(); ++i)
+        if (const auto id = static_cast<int32_t>(i + 1); !is_as(id, factory_[i]))
+            result.push_back(std::to_string(id) + " \"" + factory_[i].record.ProfileName + "\"");
+    return result;
 }
 
 void Store::tell(const std::optional<Profile>& before, const std::optional<Profile>& after) const {

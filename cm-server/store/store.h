@@ -47,6 +47,15 @@ class StoreObserver {
     ~StoreObserver() = default;
 };
 
+// Told when something changes, by what must not use the store.
+class StoreChanges {
+  public:
+    virtual void on_change() = 0;
+
+  protected:
+    ~StoreChanges() = default;
+};
+
 // Throws PmRefusal for what a client asks in vain, and DatabaseError when the database fails.
 class Store {
   public:
@@ -91,15 +100,21 @@ class Store {
     // What a connection needs of a profile; nothing when there is no such profile.
     std::optional<Profile> connection(int32_t id);
     std::vector<NamedInterface> named_interfaces();
-    // What restoring brings back from here on; true when it is something else.
-    bool use(std::vector<FactoryProfile> factory);
+    // What restoring brings back from here on.
+    void use(std::vector<FactoryProfile> factory) { factory_ = std::move(factory); }
+    // Those among what restoring brings back that are not here as they would be then: 2 "mobile".
+    std::vector<std::string> differing();
     void watch(StoreObserver* observer) { observer_ = observer; }
+    // Nobody is told of a store in memory, which has no file to care for.
+    void watch_changes(StoreChanges* changes) { changes_ = path_ == kInMemory ? nullptr : changes; }
+    const std::string& path() const { return path_; }
 
   private:
     void write(int32_t id, const NetPMProfile& profile);
     void write_part(int32_t id, const NetPMProfile& profile, const char* table);
     void write_rest(int32_t id, const NetPMProfile& profile);
     void read_part(int32_t id, NetPMProfile& profile, const char* table);
+    bool is_as(int32_t id, const FactoryProfile& profile);
     void make_default(int32_t id, uint32_t type);
     void tell(const std::optional<Profile>& before, const std::optional<Profile>& after) const;
 
@@ -108,6 +123,7 @@ class Store {
     Database database_;
     std::vector<FactoryProfile> factory_;
     StoreObserver* observer_ = nullptr;
+    StoreChanges* changes_ = nullptr;
 };
 
 // The file that holds the store when none is named: below the user's state directory, which is made.

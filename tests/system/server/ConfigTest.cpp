@@ -1,4 +1,5 @@
 // The configuration file.
+#include <algorithm>
 #include <fstream>
 
 #include "server/RawClient.h"
@@ -41,6 +42,65 @@ essid = 5
     };
     for (const std::string& fault : faults)
         EXPECT_NE(ended.err.find(kFile + fault), std::string::npos) << fault << "\nin\n" << ended.err;
+}
+
+TEST(ServerConfig, says_what_was_meant_and_what_cannot_work) {
+    const Ended ended = with_config(R"(dns = ["192.0.2.1", "192.0.2.2", "192.0.2.3"]
+log-levle = "info"
+[[network]]
+interface = "lo"
+delay = 5
+[[network]]
+essid = "home"
+bearer = "simulated"
+refusal = 4711
+[[profile]]
+name = "mobile"
+interface = "an-interface-of-forty-bytes-is-too-long-"
+proxy = "192.0.2.1"
+psk = "a passphrase"
+essid = "home"
+[[profile]]
+name = "home"
+kind = "wlan"
+essid = "home"
+psk = "a passphrase"
+[[profile]]
+name = "short"
+kind = "wlan"
+essid = "short"
+security-mode = 4
+psk = "abc"
+)");
+    EXPECT_EQ(ended.status, 1);
+    const std::vector<std::string> faults{
+        ":1: dns: two servers at most",
+        ":2: unknown key \"log-levle\"; did you mean log-level?",
+        ":5: delay needs bearer = \"simulated\"",
+        ":7: essid needs kind = \"wlan\"",
+        ":9: refusal must be 0 for none, or a reason: 1 (there is no such network interface), 2 (",
+        ":12: interface must not be longer than 15 bytes",
+        ":13: proxy must be an IPv4 address and a port, such as \"192.0.2.1:8080\"",
+        ":14: psk needs kind = \"wlan\" and security-mode = 4, 6 or 8",
+        ":15: essid needs kind = \"wlan\"",
+        ":20: psk needs kind = \"wlan\" and security-mode = 4, 6 or 8",
+        ":26: psk must be a passphrase of 8 to 63 characters, or 64 hexadecimal digits",
+    };
+    for (const std::string& fault : faults)
+        EXPECT_NE(ended.err.find(kFile + fault), std::string::npos) << fault << "\nin\n" << ended.err;
+    EXPECT_EQ(std::ranges::count(ended.err, '\n'), std::ssize(faults)) << ended.err;
+}
+
+TEST(ServerConfig, can_be_checked_alone) {
+    std::ofstream(kFile) << "[[network]]\ninterface = \"lo\"\n";
+    const Ended good = run({CM_SERVER_PATH, "--check-config", "--config", kFile});
+    EXPECT_EQ(good.status, 0) << good.err;
+    EXPECT_EQ(good.out, std::string(kFile) + ": no fault found; 1 network, 1 profile\n");
+    std::ofstream(kFile) << "interface = \"lo\"\n";
+    const Ended bad = run({CM_SERVER_PATH, "--check-config", "--config", kFile});
+    EXPECT_EQ(bad.status, 1);
+    EXPECT_EQ(bad.err, std::string("cm-server: ") + kFile + ":1: unknown key \"interface\"\n");
+    EXPECT_EQ(run({CM_SERVER_PATH, "--check-config"}).status, 1);
 }
 
 TEST(ServerConfig, that_is_no_toml_is_told_with_its_line) {

@@ -70,7 +70,8 @@ TEST_F(Operator, stops_a_call_with_a_reason) {
 
 TEST_F(Operator, changes_an_address) {
     client.open(1);
-    expect_refused({"ip-change", "--address", "nonsense"}, "\"nonsense\" is no IPv4 address");
+    expect_refused({"ip-change", "--address", "nonsense"},
+                   "address must be an IPv4 address, not \"nonsense\"");
     expect_done({"ip-change", "--address", "192.0.2.7", "--dns", "192.0.2.1", "--interface", "other0"},
                 "call 0 (profile 1 \"local\") has the address 192.0.2.7");
     const wire::Record event = client.async().record();
@@ -108,8 +109,10 @@ TEST_F(Operator, sends_tunnel_data_to_those_who_want_it) {
     EXPECT_EQ(event.CallId, 5u);
     EXPECT_EQ(client.async().bytes(2), std::string("\0\xff", 2));
     EXPECT_TRUE(other.async().silent());
-    expect_refused({"tunnel", "--hex", "0g"}, "this is no hexadecimal data");
-    expect_refused({"tunnel", "--hex", "012"}, "hexadecimal data has two digits for each byte");
+    expect_refused({"tunnel", "--hex", "0g"},
+                   "hex must be hexadecimal data, two digits for each byte, not \"0g\"");
+    expect_refused({"tunnel", "--hex", "012"},
+                   "hex must be hexadecimal data, two digits for each byte, not \"012\"");
     client.ask(wire::NETCM_CLIENT_DEREGISTER_TUNNEL_IND_REQ);
     expect_refused({"tunnel", "hello"}, "no client has registered for tunnel indications");
 }

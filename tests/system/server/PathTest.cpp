@@ -47,7 +47,8 @@ TEST(ServerPath, of_a_running_server_is_not_taken) {
     CmServer server;
     const Ended second = run({CM_SERVER_PATH, "--db", ":memory:"});
     EXPECT_EQ(second.status, 1);
-    EXPECT_EQ(second.err, "cm-server: " + kPath + ": another server is running there\n");
+    EXPECT_EQ(second.err, "cm-server: " + kPath + ": another server is running there: process " +
+                              std::to_string(server.program().pid()) + " of user root\n");
     EXPECT_NO_THROW(RawClient());
 }
 

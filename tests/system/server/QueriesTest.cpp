@@ -113,6 +113,16 @@ TEST_F(ServerAnswers, the_packet_data_state_of_a_connection) {
     EXPECT_EQ(set(4), NETCM_ERR_INVALID_PARAM);
 }
 
+TEST_F(ServerAnswers, the_packet_data_state_of_the_next_connection_anew) {
+    const auto get = [&] { return client.ask(wire::NETCM_CLIENT_GET_PACKET_DATA_STATE_REQ, {.Arg4 = 1}); };
+    const uint32_t call = client.open(1);
+    client.ask(wire::NETCM_CLIENT_SET_PACKET_DATA_STATE_REQ, {.Arg3 = 3, .Arg4 = 1});
+    EXPECT_EQ(get().Word2, 3u);
+    client.stop(call, 1);
+    client.open(1);
+    EXPECT_EQ(get().Word2, 1u);
+}
+
 TEST_F(ServerAnswers, tunnel_data_with_the_same_data_and_an_id_for_each_request) {
     const std::string data("a\0b", 3);
     const wire::Record first = client.ask(wire::NETCM_CLIENT_TUNNEL_REQ, {.Arg3 = 9, .Arg4 = 3}, data);

@@ -74,6 +74,32 @@ TEST_F(Reload, says_that_profiles_stay_as_they_are) {
     EXPECT_STREQ(profile_in(ask_pm(client, 4, 1)).ProfileName, "other");
 }
 
+TEST_F(Reload, is_the_operators_too) {
+    std::ofstream(kConfigPath) << network(0);
+    EXPECT_EQ(ctl({"reload"}).out, std::string(kConfigPath) + ": read again\n");
+    EXPECT_EQ(reason(), 0u);
+    std::ofstream(kConfigPath) << "refusal = 0\n";
+    const Ended ended = ctl({"reload"});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.err, std::string("cm-server: ") + kConfigPath +
+                             ":1: unknown key \"refusal\"\nthe configuration is left as it was\n");
+    EXPECT_EQ(reason(), 0u);
+}
+
+TEST(ReloadedFile, whose_profiles_are_not_in_the_database_is_told_at_every_start) {
+    const std::string profile = "[[profile]]\nname = \"other\"\napn = \"other\"\n";
+    { CmServer first("", {"--db", "/tmp/kept.db"}); }
+    CmServer server(profile, {"--db", "/tmp/kept.db"});
+    server.program().wait_for_err(
+        "the profiles differ from those in the database, which stay: 1 \"other\". \"netcm profile restore\" "
+        "takes "
+        "the file's over");
+    EXPECT_NE(ctl({"reload"}).out.find("the profiles differ"), std::string::npos);
+    RawClient client;
+    EXPECT_EQ(ask_pm(client, 13).error, 0u);
+    EXPECT_EQ(ctl({"reload"}).out, std::string(kConfigPath) + ": read again\n");
+}
+
 TEST(ServerSignals, hang_up_without_a_file_is_no_end) {
     CmServer server;
     server.program().send_signal(SIGHUP);

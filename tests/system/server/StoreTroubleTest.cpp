@@ -7,6 +7,7 @@
 
 #include "server/RawClient.h"
 #include "support/CmServer.h"
+#include "support/Eventually.h"
 
 namespace quorvel::test {
 namespace {
@@ -88,6 +89,55 @@ TEST(DamagedStore, is_set_aside_and_the_last_good_copy_taken) {
     RawClient client;
     EXPECT_STREQ(profile_in(ask_pm(client, 4, kept)).ProfileName, "kept");
     EXPECT_EQ(set_aside(), 1u);
+}
+
+// Of what is in the copy that the server keeps of its database; -1 without one.
+int profiles_in_copy() {
+    sqlite3* database = nullptr;
+    sqlite3_stmt* statement = nullptr;
+    int count = -1;
+    if (sqlite3_open_v2((kPath + ".good").c_str(), &database, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
+        sqlite3_prepare_v2(database, "SELECT count(*) FROM profile", -1, &statement, nullptr) == SQLITE_OK &&
+        sqlite3_step(statement) == SQLITE_ROW)
+        count = sqlite3_column_int(statement, 0);
+    sqlite3_finalize(statement);
+    sqlite3_close(database);
+    return count;
+}
+
+TEST(DamagedStore, comes_back_as_it_was_a_while_before_the_server_was_killed) {
+    int32_t kept = 0;
+    {
+        CmServer server("good-copy-after = 1\n", kFile);
+        RawClient client;
+        add(client, "first");
+        kept = add(client, "kept");
+        EXPECT_TRUE(eventually([] { return profiles_in_copy() == 3; }));
+        server.program().send_signal(SIGKILL);
+        server.program().wait();
+    }
+    overwrite(kPath, 0);
+    CmServer server("", kFile);
+    RawClient client;
+    EXPECT_STREQ(profile_in(ask_pm(client, 4, kept)).ProfileName, "kept");
+}
+
+TEST(DamagedStore, does_not_take_the_place_of_its_good_copy) {
+    const int32_t kept = leave("kept");
+    {
+        CmServer server("good-copy-after = 1\n", kFile);
+        RawClient client;
+        // The server has all of it in its memory, and goes on.
+        overwrite(kPath, 8192);
+        add(client, "more");
+        server.program().wait_for_err("error: the good copy of the database stays as it was: ");
+        server.program().send_signal(SIGKILL);
+        server.program().wait();
+    }
+    CmServer server("", kFile);
+    server.program().wait_for_err("the server goes on with the last good copy");
+    RawClient client;
+    EXPECT_STREQ(profile_in(ask_pm(client, 4, kept)).ProfileName, "kept");
 }
 
 TEST(DamagedStore, is_noticed_wherever_the_damage_is) {

@@ -114,7 +114,7 @@ TEST_F(Trouble, takes_the_server_away_and_brings_it_back) {
 TEST_F(Trouble, is_refused_when_it_makes_no_sense) {
     EXPECT_NE(ctl({"fault", "nonsense"}).status, 0);
     EXPECT_EQ(ctl({"fault", "late", "1", "--event", "NOTHING"}).err,
-              "cm-server: there is no answer or event \"NOTHING\"\n");
+              "cm-server: event must be the name or the code of an answer or event, not \"NOTHING\"\n");
 }
 
 TEST_F(Trouble, can_be_written_down_with_its_times) {
@@ -143,6 +143,44 @@ TEST_F(Trouble, that_is_written_down_wrongly_is_told_with_its_line) {
     EXPECT_EQ(ctl({"run", "/tmp/scenario.toml"}).err,
               "cm-server: /tmp/scenario.toml:1: a step needs a command\n");
     EXPECT_NE(ctl({"run", "/tmp/absent.toml"}).status, 0);
+}
+
+TEST_F(Trouble, that_is_written_down_wrongly_at_its_end_does_not_begin) {
+    client.open(1);
+    std::ofstream("/tmp/scenario.toml") << R"([[step]]
+at = 0
+command = "suspend"
+[[step]]
+at = 20
+command = "resum"
+[[step]]
+at = 40
+command = "stop"
+raeson = 5
+[[step]]
+at = 60
+command = "fault"
+kind = "loud"
+[[step]]
+at = 80
+command = "suspend"
+times = 4
+[[step]]
+at = 90
+command = "close"
+socket = "sync"
+)";
+    const Ended ended = ctl({"run", "/tmp/scenario.toml"});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.out, "");
+    EXPECT_EQ(ended.err,
+              "cm-server: /tmp/scenario.toml:6: there is no command \"resum\"; did you mean resume?\n"
+              "/tmp/scenario.toml:10: unknown key \"raeson\"; did you mean reason?\n"
+              "/tmp/scenario.toml:14: kind must be late, code, status, half, count, length or silent, not "
+              "\"loud\"\n"
+              "/tmp/scenario.toml:18: suspend takes no times\n"
+              "/tmp/scenario.toml:19: close needs client\n");
+    EXPECT_NE(ctl({"list"}).out.find(" up "), std::string::npos);
 }
 
 }  // namespace

@@ -5,9 +5,13 @@
 #include <string>
 #include <vector>
 
-namespace quorvel::netcm {
+namespace quorvel::command_line {
 
 // The words that may stand at the end of a command line whose last word is begun.
 std::vector<std::string> completions(const CLI::App& app, const std::vector<std::string>& words);
 
-}  // namespace quorvel::netcm
+// The commands and options that may stand directly behind this command.
+std::vector<std::string> commands_of(const CLI::App& app);
+std::vector<std::string> options_of(const CLI::App& app);
+
+}  // namespace quorvel::command_line
