@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Printer.h"
 #include "Session.h"
@@ -18,9 +19,18 @@ namespace quorvel::netcm {
 // The options that stand before or behind any subcommand.
 struct CommonOptions {
     bool json = false;
+    // Seconds that the CM server may take to answer, when they have been given.
+    std::optional<double> timeout;
+    // What stands behind "--" of a command that runs another.
+    std::vector<std::string> behind;
+    // With which netcm ends when everything has been done.
+    mutable int status = 0;
 
     Printer printer() const;
 };
+
+// Starts what `--timeout` says, if it has been given.
+void limit_time(const CommonOptions& common);
 
 // Adds a subcommand. Its options are a struct that declares them with `define(CLI::App&)`; `run` gets them
 // when the subcommand has been chosen.
@@ -30,7 +40,10 @@ CLI::App* add_command(CLI::App& parent, const CommonOptions& common, const char*
     CLI::App* command = parent.add_subcommand(name, help);
     const auto options = std::make_shared<Options>();
     options->define(*command);
-    command->callback([&common, options, run] { run(common, *options); });
+    command->callback([&common, options, run] {
+        limit_time(common);
+        run(common, *options);
+    });
     return command;
 }
 
@@ -42,6 +55,7 @@ struct NoOptions {
 void add_connection_commands(CLI::App& app, const CommonOptions& common);
 void add_control_commands(CLI::App& app, const CommonOptions& common);
 void add_information_commands(CLI::App& app, const CommonOptions& common);
+void add_top_command(CLI::App& app, const CommonOptions& common);
 void add_tunnel_commands(CLI::App& app, const CommonOptions& common);
 void add_profile_commands(CLI::App& app, const CommonOptions& common);
 void add_application_commands(CLI::App& app, const CommonOptions& common);
@@ -59,7 +73,7 @@ constexpr int32_t kLargestId = std::numeric_limits<int32_t>::max();
 // The PROFILE of a command that needs one.
 CLI::Option* add_profile(CLI::App& command, int32_t& profile);
 
-// `--for SECONDS` of a command that stays: without it, until it is interrupted.
+// `--for TIME` of a command that stays: without it, until it is interrupted.
 struct StayOption {
     std::optional<double> seconds;
 
@@ -67,15 +81,12 @@ struct StayOption {
     Deadline deadline() const;
 };
 
-// `--timeout SECONDS` of a command that waits for an answer.
-struct TimeoutOption {
-    double seconds = 30;
-
-    void define(CLI::App& command);
-    Deadline deadline() const;
-    // The event that passes the test; throws a Failure when it did not come.
-    Event await(Session& session, const EventTest& test, const std::string& what) const;
-};
+// When an answer has to be there: after the time-out, or after half a minute.
+Deadline answer_deadline(const CommonOptions& common);
+// The event that passes the test; throws a Failure when it did not come.
+Event await(const CommonOptions& common, Session& session, const EventTest& test, const std::string& what);
+// Opens the profile (0: the default), or throws a Failure.
+Event open(const CommonOptions& common, Session& session, int32_t profile);
 
 // An option that takes pdp or wifi, or a list of them.
 template <class Interfaces>

@@ -87,7 +87,13 @@ struct DataToJson {
     void operator()(std::monostate) const {}
     void operator()(const Reason& reason) const { out["reason"] = reason.word; }
     void operator()(const NetCMConnInfo& info) const { out.update(to_json(info)); }
-    void operator()(const NetworkStatus& status) const { out["status"] = status.words; }
+    void operator()(const NetworkStatus& status) const {
+        out["status"] = status.words;
+        const auto name = [](int32_t word) { return network_status_text(static_cast<uint32_t>(word)); };
+        if (const auto [pdp, wifi] = std::pair(name(status.words[0]), name(status.words[1])); pdp && wifi) {
+            out["meaning"] = std::string("packet data ") + pdp + ", Wi-Fi " + wifi;
+        }
+    }
     void operator()(const TunnelBytes& tunnel) const {
         out["request_id"] = tunnel.request_id;
         out["length"] = tunnel.bytes.size();

@@ -15,6 +15,7 @@ using namespace std::chrono_literals;
 
 // How long a close response may take before netcm leaves without it.
 constexpr auto kCloseTime = 10s;
+constexpr auto kCloseTimeInterrupted = 4s;
 
 // Never destroyed: a thread of the library may still deliver while the process ends.
 Queue<Event>& queue() {
@@ -110,13 +111,21 @@ void Session::follow(Deadline deadline, const EventHandler& seen) {
     await([](const Event&) { return false; }, deadline, seen);
 }
 
-std::optional<Event> Session::open(int32_t profile, const EventHandler& seen) {
+void Session::tell(uint32_t type) {
+    queue().push({std::chrono::system_clock::now(), type, 0, 0, {}});
+}
+
+std::optional<Event> Session::open(int32_t profile, Deadline deadline, const EventHandler& seen) {
     const std::string what = "cannot open " + name_of(profile);
+    const bool default_one = profile == 0;
     if (const uint32_t status = NetCMConnectionOpen(&profile, 1); status != NETCM_SUCCESS) {
+        if (default_one && status == NETCM_ERR_INVALID_PROFILE) {
+            throw Failure(std::string("cannot open a connection: ") + kNoDefaultProfile);
+        }
         throw Failure(what + ": " + describe_open_failure(status, transport_error()));
     }
     const auto is_response = [](const Event& event) { return event.type == NETCM_EVENT_OPEN_RSP; };
-    std::optional<Event> response = await(is_response, std::nullopt, seen);
+    std::optional<Event> response = await(is_response, deadline, seen);
     if (response && response->result != 0) {
         seen(*response);
         const auto status = static_cast<uint32_t>(response->result);
@@ -127,7 +136,7 @@ std::optional<Event> Session::open(int32_t profile, const EventHandler& seen) {
 
 // A connection is released by its close response, and just as well by an indication that it has ended.
 void Session::await_released(const EventHandler& seen) {
-    const Deadline deadline = in(kCloseTime);
+    const Deadline deadline = in(interrupted() ? kCloseTimeInterrupted : kCloseTime);
     for (bool in_use = true; in_use;) {
         in_use = !profiles_in_use().empty();
         // In slices: a connection of a server that has died ends without a further event.

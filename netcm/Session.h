@@ -35,14 +35,22 @@ class Session {
     std::optional<Event> await(const EventTest& test, Deadline deadline, const EventHandler& seen);
 
     // Asks for a connection (profile 0: the default) and waits for the open response. Nothing when
-    // interrupted; throws a Failure when the connection is refused.
-    std::optional<Event> open(int32_t profile, const EventHandler& seen);
+    // interrupted or when the deadline has passed; throws a Failure when the connection is refused.
+    std::optional<Event> open(int32_t profile, Deadline deadline, const EventHandler& seen);
 
     // Closes every connection that this thread uses, waits for the responses, and deregisters. The events
     // that arrive meanwhile go to `seen`.
     void end(const EventHandler& seen);
 
     bool interrupted() const;
+    // The signal that has interrupted it, unless a terminal has sent that to other processes as well; or else
+    // 0.
+    int signal_to_hand_on() const { return watch_.signal_to_hand_on(); }
+    // While another process is waited for nobody is in a hurry.
+    void take_time(bool patient) { watch_.take_time(patient); }
+
+    // From another thread: an event of netcm's own, among those of the library.
+    static void tell(uint32_t type);
 
   private:
     void await_released(const EventHandler& seen);

@@ -73,6 +73,10 @@ void require_success(uint32_t status, const std::string& what, const std::string
     if (status == NETCM_SUCCESS) {
         return;
     }
+    constexpr uint32_t kNoDefault = 104;
+    if (status == kNoDefault) {
+        throw Failure(what + ": " + kNoDefaultProfile);
+    }
     throw Failure(what + ": " + describe_status(status) + (hint.empty() ? "" : "\n" + hint));
 }
 

@@ -30,6 +30,10 @@ class Failure : public std::runtime_error {
 // the user can do about it.
 void require_success(uint32_t status, const std::string& what, const std::string& hint = "");
 
+// There is no profile that is meant when none is named.
+inline constexpr const char* kNoDefaultProfile =
+    "there is no default profile; \"netcm profile default N\" makes profile N the default";
+
 // The same for the outcome of an open, which carries a transport error when the status is 21.
 constexpr uint32_t kTransportFailure = 21;
 std::string describe_open_failure(uint32_t status, int32_t transport_error);

@@ -124,12 +124,10 @@ void run_interfaces(const CommonOptions& common, const InterfacesOptions& option
 
 struct ProperOptions : AppOption {
     bool as_event = false;
-    TimeoutOption timeout;
 
     void define(CLI::App& command) {
         AppOption::define(command);
         command.add_flag("--async", as_event, "Ask without waiting, and take the answer from an event");
-        timeout.define(command);
     }
 };
 
@@ -140,7 +138,7 @@ void print_proper_event(const CommonOptions& common, const ProperOptions& option
         const auto* proper = std::get_if<ProperProfile>(&event.data);
         return proper != nullptr && proper->app_id == options.app;
     };
-    const Event event = options.timeout.await(session, is_answer, "proper-profile response");
+    const Event event = await(common, session, is_answer, "proper-profile response");
     common.printer().event(to_json(event));
     require_success(std::get<ProperProfile>(event.data).status, what);
 }

@@ -126,9 +126,9 @@ struct PacketDataOptions {
             ->check(CLI::Range(0, kLargestId));
     }
 
-    void open_with(Session& session) const {
-        if (open_first && !session.open(*open_first, forget)) {
-            throw Failure("interrupted before the connection was up");
+    void open_with(const CommonOptions& common, Session& session) const {
+        if (open_first) {
+            open(common, session, *open_first);
         }
     }
 };
@@ -141,7 +141,7 @@ void print_packet_data_state(const CommonOptions& common) {
 
 void run_packet_data_get(const CommonOptions& common, const PacketDataOptions& options) {
     Session session;
-    options.open_with(session);
+    options.open_with(common, session);
     print_packet_data_state(common);
     session.end(forget);
 }
@@ -160,7 +160,7 @@ struct PacketDataSetOptions : PacketDataOptions {
 
 void run_packet_data_set(const CommonOptions& common, const PacketDataSetOptions& options) {
     Session session;
-    options.open_with(session);
+    options.open_with(common, session);
     require_success(NetCMSetPacketDataState(options.state), "cannot set the packet-data state",
                     kNeedsConnection);
     print_packet_data_state(common);

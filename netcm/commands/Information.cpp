@@ -93,8 +93,8 @@ struct InfoOptions {
 void run_info(const CommonOptions& common, const InfoOptions& options) {
     const std::string what = "no details of profile " + std::to_string(options.profile);
     Session session;
-    if (options.open_first && !session.open(options.profile, forget)) {
-        throw Failure(what + ": interrupted");
+    if (options.open_first) {
+        open(common, session, options.profile);
     }
     NetCMConnInfo info{};
     require_success(

@@ -5,6 +5,7 @@
 
 #include "../Command.h"
 #include "../Status.h"
+#include "../TimeLimit.h"
 #include "../resolve/Background.h"
 #include "../resolve/Inbox.h"
 #include "../resolve/Lookup.h"
@@ -150,13 +151,11 @@ void resolve_over(const Event& opened, const ResolveOptions& options, Report& re
     }
 }
 
-void resolve_over_profile(const ResolveOptions& options, Report& report) {
+void resolve_over_profile(const CommonOptions& common, const ResolveOptions& options, Report& report) {
     Session session([] { inbox().interrupt(); });
-    const std::optional<Event> opened = session.open(options.profile.value_or(0), forget);
-    if (!opened) {
-        throw Failure("interrupted before the connection was up");
-    }
-    resolve_over(*opened, options, report, [&session] { return !session.interrupted(); });
+    const Event opened = open(common, session, options.profile.value_or(0));
+    stop_time_limit();
+    resolve_over(opened, options, report, [&session] { return !session.interrupted(); });
     session.end(forget);
     if (session.interrupted()) {
         throw Failure("interrupted");
@@ -187,7 +186,7 @@ void run_resolve(const CommonOptions& common, const ResolveOptions& asked) {
     if (!options.needs_profile()) {
         resolve_from(options.given, options, report, [] { return true; });
     } else if (!options.names.empty() || !options.reverse.empty()) {
-        resolve_over_profile(options, report);
+        resolve_over_profile(common, options, report);
     }
     report.require_all();
 }

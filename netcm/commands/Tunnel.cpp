@@ -1,6 +1,7 @@
 // netcm tunnel send, tunnel listen
 #include <quorvel/NetCM.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -10,6 +11,7 @@
 #include "../Command.h"
 #include "../Hex.h"
 #include "../Status.h"
+#include "../TimeLimit.h"
 
 namespace quorvel::netcm {
 namespace {
@@ -33,11 +35,12 @@ struct SendOptions {
     std::string text;
     std::string hex;
     std::string file;
+    const CLI::Option_group* given = nullptr;
     int32_t param = 0;
-    TimeoutOption timeout;
 
     void define(CLI::App& command) {
         CLI::Option_group* source = command.add_option_group("data", "One of");
+        given = source;
         source->add_option("DATA", text, "The text to send")->type_name("");
         source->add_option("--hex", hex, "Bytes to send, as hexadecimal digits")
             ->type_name("DIGITS")
@@ -46,7 +49,14 @@ struct SendOptions {
             ->type_name("FILE");
         source->require_option(0, 1);
         command.add_option("--param", param, "The parameter word (0)")->type_name("NUMBER");
-        timeout.define(command);
+    }
+
+    // Nothing may be meant, but has to be said: netcm tunnel send "".
+    void require_data() const {
+        const auto options = given->get_options();
+        if (std::ranges::none_of(options, [](const CLI::Option* option) { return option->count() > 0; })) {
+            throw CLI::RequiredError("data to send (DATA, --hex or --file)");
+        }
     }
 
     Bytes bytes() const {
@@ -57,6 +67,7 @@ struct SendOptions {
 };
 
 void run_send(const CommonOptions& common, const SendOptions& options) {
+    options.require_data();
     Bytes bytes = options.bytes();
     Session session;
     NetCMTunnelData request{options.param, 0, static_cast<uint32_t>(bytes.size()), bytes.data()};
@@ -66,7 +77,7 @@ void run_send(const CommonOptions& common, const SendOptions& options) {
         return event.type == NETCM_EVENT_TUNNEL_RSP && answer != nullptr &&
                answer->request_id == request.RequestId;
     };
-    common.printer().event(to_json(options.timeout.await(session, is_answer, "tunnel response")));
+    common.printer().event(to_json(await(common, session, is_answer, "tunnel response")));
     session.end(forget);
 }
 
@@ -74,6 +85,7 @@ void run_listen(const CommonOptions& common, const StayOption& stay) {
     Printer printer = common.printer();
     Session session;
     require_success(NetCMClientRegisterTunnelInd(), "cannot register for tunnel data");
+    stop_time_limit();
     session.follow(stay.deadline(), [&](const Event& event) {
         if (event.type == NETCM_EVENT_TUNNEL_IND) {
             printer.event(to_json(event));

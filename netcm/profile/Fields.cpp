@@ -46,7 +46,8 @@ constexpr std::array kFields{
              "DNS servers, at most two"),
     PDP("qos_type", kUnsigned, QosInfo.QosType, "Quality of service"),
     PDP("traffic_class", kUnsigned, QosInfo.Qos.QosUmts.TrafficClass, "UMTS traffic class"),
-    PDP("auth_type", kUnsigned, AuthInfo.AuthType, "Authentication type"),
+    PDP("auth_type", kUnsigned, AuthInfo.AuthType,
+        "Authentication: none (0), pap (1), chap (2), or another number"),
     PDP("user_name", kText, AuthInfo.UserName, "User name"),
     FIELD("password", kPdp, kText, PdpProfInfo.AuthInfo.Password, kSecret, "Password"),
     PDP("gateway", kAddress, DefGateway, "Default gateway"),
@@ -61,7 +62,8 @@ constexpr std::array kFields{
     WLAN("rate", kSigned, rate, "Bit rate"),
     WLAN("standard", kSigned, standard, "802.11 standard"),
     WLAN("mode", kSigned, wlan_mode, "Network mode"),
-    WLAN("security_mode", kSigned, security.sec_mode, "1 open; 2, 3 WEP; 4, 6, 8 PSK; 5, 7, 9 EAP"),
+    WLAN("security_mode", kSigned, security.sec_mode,
+         "1 open; 2, 3 wep; 4, 6, 8 psk; 5, 7, 9 eap; a name means the first"),
     WLAN("encryption_mode", kSigned, security.encrypt_mode, "Encryption mode"),
     FIELD_OF("wep_keys", kWep, kText, WlanProfInfo.security.form.wep.wepKey,
              WlanProfInfo.security.form.wep.wepKey[0], kSecret, "WEP keys, at most four"),
@@ -105,6 +107,24 @@ Part form_of(int32_t security_mode) {
             break;
     }
     return Part::kWlan;
+}
+
+// Names for numbers. A security mode has several numbers for most of its forms; a name means the first.
+struct Word {
+    std::string_view key;
+    std::string_view word;
+    std::string_view number;
+};
+constexpr std::array kWords{
+    Word{"auth_type", "none", "0"},     Word{"auth_type", "pap", "1"},     Word{"auth_type", "chap", "2"},
+    Word{"security_mode", "open", "1"}, Word{"security_mode", "wep", "2"}, Word{"security_mode", "psk", "4"},
+    Word{"security_mode", "eap", "5"},
+};
+
+std::string_view number_for(const Field& field, std::string_view text) {
+    const auto is_meant = [&](const Word& word) { return word.key == field.key && word.word == text; };
+    const auto found = std::ranges::find_if(kWords, is_meant);
+    return found == kWords.end() ? text : found->number;
 }
 
 template <class T>
@@ -179,7 +199,8 @@ std::string masked(const Field& field, const std::string& text) {
     return field.secret && !text.empty() ? kAsterisks : text;
 }
 
-std::string problem_with(const Field& field, std::string_view text) {
+std::string problem_with(const Field& field, std::string_view given) {
+    const std::string_view text = number_for(field, given);
     switch (field.kind) {
         case Kind::kType:
             return text == "pdp" || text == "wlan" ? "" : "is neither pdp nor wlan";
@@ -231,7 +252,8 @@ std::string read_field(const NetPMProfile& profile, const Field& field, size_t i
     return "";
 }
 
-void store_field(NetPMProfile& profile, const Field& field, size_t index, std::string_view text) {
+void store_field(NetPMProfile& profile, const Field& field, size_t index, std::string_view given) {
+    const std::string_view text = number_for(field, given);
     std::byte* const place = const_cast<std::byte*>(place_of(profile, field, index));
     const auto store = [place](const auto& value) { std::memcpy(place, &value, sizeof value); };
     switch (field.kind) {

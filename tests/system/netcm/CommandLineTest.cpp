@@ -37,7 +37,18 @@ TEST(NetcmCommandLine, a_wrong_command_line_ends_with_status_2) {
 }
 
 TEST(NetcmCommandLine, an_unknown_command_is_named) {
-    EXPECT_THAT(netcm({"opn"}).err, HasSubstr("netcm: unknown command: opn\n"));
+    EXPECT_EQ(netcm({"nonsense"}).err, "netcm: unknown command: nonsense\nTry 'netcm --help'.\n");
+}
+
+TEST(NetcmCommandLine, what_was_meant_is_told) {
+    EXPECT_EQ(netcm({"opne"}).err, "netcm: unknown command: opne; did you mean open?\nTry 'netcm --help'.\n");
+    EXPECT_EQ(netcm({"profile", "lst"}).err,
+              "netcm: unknown command: lst; did you mean list?\nTry 'netcm profile --help'.\n");
+    EXPECT_EQ(netcm({"open", "--jsn"}).err,
+              "netcm: unknown option: --jsn; did you mean --json?\nTry 'netcm open --help'.\n");
+    EXPECT_EQ(netcm({"open", "--for", "5x"}).err,
+              "netcm: --for: \"5x\" is no time; it is a number with ms, s, m, h or d: 90s, 1.5h\n"
+              "Try 'netcm open --help'.\n");
 }
 
 TEST(NetcmCommandLine, shows_its_version) {
@@ -102,6 +113,21 @@ TEST(NetcmCompletion, works_in_a_shell) {
                                "; COMP_WORDS=(" NETCM_PATH " op); COMP_CWORD=1; _netcm " NETCM_PATH
                                "; echo \"${COMPREPLY[@]}\"";
     EXPECT_EQ(run({"bash", "-c", script}).out, "open\n");
+}
+
+TEST(NetcmCompletion, works_in_zsh) {
+    // What the shell itself would show is handed over by this function.
+    const std::string script = std::string("compadd() { shift; print -l -- \"$@\" }; words=(" NETCM_PATH
+                                           " profile de); CURRENT=3; source ") +
+                               NETCM_ZSH_COMPLETION;
+    EXPECT_EQ(run({"zsh", "-f", "-c", script}).out, "default\ndelete\n");
+}
+
+TEST(NetcmCompletion, works_in_fish) {
+    const std::string script =
+        std::string("set -x HOME /tmp; function netcm; " NETCM_PATH " $argv; end; source ") +
+        NETCM_FISH_COMPLETION + "; complete -C 'netcm profile de'";
+    EXPECT_EQ(run({"fish", "--no-config", "-c", script}).out, "default\ndelete\n");
 }
 
 }  // namespace

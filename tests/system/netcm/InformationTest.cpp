@@ -29,8 +29,10 @@ TEST(NetcmList, shows_what_any_process_has_open) {
     CmServer server(kTwoKinds);
     Held first("1");
     Held second("2");
-    const json connections{{{"interface", "pdp"}, {"profile_id", 1}, {"apn", "internet"}},
-                           {{"interface", "wifi"}, {"profile_id", 2}, {"apn", "my network"}}};
+    json connections{{{"interface", "pdp"}, {"profile_id", 1}, {"apn", "internet"}, {"call_id", 0}},
+                     {{"interface", "wifi"}, {"profile_id", 2}, {"apn", "my network"}, {"call_id", 1}}};
+    for (json& connection : connections)
+        connection.update({{"device", "lo"}, {"address", "127.0.0.1"}, {"state", "up"}, {"users", 1}});
     const json all = netcm_json({"list"});
     EXPECT_EQ(all["ids"], json({1, 2}));
     EXPECT_EQ(all["names"], json({"cellular", "home"}));

@@ -242,7 +242,7 @@ TEST(NetcmResolveInput, what_cannot_be_meant_is_explained) {
     for (const auto& [reason, options] : wrong) {
         const Ended ended = netcm(Words{"resolve"} + options);
         EXPECT_EQ(ended.status, 2);
-        EXPECT_EQ(ended.err, "netcm: " + reason + "\nTry --help.\n");
+        EXPECT_EQ(ended.err, "netcm: " + reason + "\nTry 'netcm resolve --help'.\n");
     }
 }
 

@@ -38,7 +38,14 @@ TEST(NetcmTunnel, sends_a_file) {
 
 TEST(NetcmTunnel, sends_nothing_as_well) {
     CmServer server;
-    EXPECT_EQ(netcm_json({"tunnel", "send"})["length"], 0);
+    EXPECT_EQ(netcm_json({"tunnel", "send", ""})["length"], 0);
+}
+
+TEST(NetcmTunnel, says_that_there_is_nothing_to_send) {
+    const Ended ended = netcm({"tunnel", "send"});
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_EQ(ended.err,
+              "netcm: data to send (DATA, --hex or --file) is required\nTry 'netcm tunnel send --help'.\n");
 }
 
 TEST(NetcmTunnel, names_a_file_that_cannot_be_read) {
