@@ -4,5 +4,6 @@
 
 int main(int argc, char** argv) {
     return quorvel::man::write_pages(
-        quorvel::netcm::describe, {1, "User Commands", "Quorvel " QUORVEL_VERSION, {"--json"}}, argc, argv);
+        quorvel::netcm::describe, {1, "User Commands", "Quorvel " QUORVEL_VERSION, {"--json", "--timeout"}},
+        argc, argv);
 }

@@ -120,7 +120,7 @@ TEST(NetcmCompletion, works_in_zsh) {
     const std::string script = std::string("compadd() { shift; print -l -- \"$@\" }; words=(" NETCM_PATH
                                            " profile de); CURRENT=3; source ") +
                                NETCM_ZSH_COMPLETION;
-    EXPECT_EQ(run({"zsh", "-f", "-c", script}).out, "default\ndelete\n");
+    EXPECT_EQ(run({"zsh", "-f", "-c", script}).out, "delete\ndefault\n");
 }
 
 TEST(NetcmCompletion, works_in_fish) {
