@@ -45,15 +45,6 @@ std::string with_milliseconds(const char* text, const timespec& time) {
     return result.data();
 }
 
-std::string local_clock() {
-    const timespec time = now();
-    tm parts{};
-    localtime_r(&time.tv_sec, &parts);
-    std::array<char, 32> text{};
-    std::strftime(text.data(), text.size(), "%H:%M:%S", &parts);
-    return with_milliseconds(text.data(), time);
-}
-
 std::string utc() {
     const timespec time = now();
     tm parts{};
@@ -85,7 +76,7 @@ std::string text_line(Level level, const std::string& text) {
     // The journal has its own clock.
     if (in_journal())
         return printable(text);
-    return local_clock() + " " + std::string(name(level).text) + ": " + printable(text);
+    return utc() + " " + std::string(name(level).text) + ": " + printable(text);
 }
 
 std::string json_line(Level level, const std::string& text, const std::vector<Field>& fields) {

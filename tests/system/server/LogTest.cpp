@@ -4,6 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
+#include <cstdlib>
+#include <ctime>
 #include <memory>
 #include <thread>
 
@@ -52,6 +55,26 @@ std::unique_ptr<RawClient> first_client() {
             std::this_thread::yield();
         }
     }
+}
+
+// "2026-11-22T02", in UTC.
+std::string hour_now() {
+    const time_t now = time(nullptr);
+    tm parts{};
+    gmtime_r(&now, &parts);
+    std::array<char, 32> text{};
+    std::strftime(text.data(), text.size(), "%FT%H", &parts);
+    return text.data();
+}
+
+TEST(LogTime, is_utc_with_its_date_wherever_the_server_stands) {
+    setenv("TZ", "EAST-9", 1);
+    const std::string before = hour_now();
+    CmServer server;
+    const std::string log = server.stop().err;
+    EXPECT_TRUE(log.starts_with(before) || log.starts_with(hour_now())) << log;
+    EXPECT_EQ(log.substr(19, 1), ".");
+    EXPECT_EQ(log.substr(23, 7), "Z info:");
 }
 
 TEST(UnreadLog, stops_nobody_and_says_later_what_it_has_lost) {
