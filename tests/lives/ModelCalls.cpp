@@ -101,6 +101,9 @@ void Model::opened(Op& op, uint32_t result) {
     } else if (result == NETCM_ERR_CALL_CLOSING) {
         if (!op.saw_closing)
             reject(op, result, "but nobody closes or kills it");
+    } else if (result == NETCM_ERR_MAX_LIMIT) {
+        if (op.most < NETCM_MAX_THREADS)
+            reject(op, result, "but there is room in every call");
     } else if (result == NETCM_ERR_INVALID_PROFILE) {
         if (op.argument != 0 || op.opening)
             reject(op, result, "but there is such a profile");

@@ -54,7 +54,7 @@ bool Places::tell(int user, int32_t key, unsigned instance) {
     };
     return tell_one_of(places_,
                        [=](const Place& place) { return place.kept && place.instance == instance; }) ||
-           is_lost_or_new() ||
+           tell_one_of(places_, [](const Place& place) { return place.kept; }) || is_lost_or_new() ||
            tell_one_of(places_, [=](const Place& place) { return place.instance == instance; }) ||
            tell_one_of(places_, [](const Place&) { return true; });
 }

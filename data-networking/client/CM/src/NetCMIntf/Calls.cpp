@@ -1,6 +1,7 @@
 #include "client/CM/src/NetCMIntf/Calls.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "client/CM/src/NetCMClientInternal/Stream.h"
 #include "client/CM/src/NetCMIntf/Departed.h"
@@ -29,6 +30,13 @@ bool holds_anywhere(const NetCMCallInfo& call, int32_t profile) QV_REQUIRES(tabl
         if (in_use(entry) && holds(entry, profile))
             return true;
     return false;
+}
+
+// Whether the server may name the profile when it speaks of the connection.
+bool is_known(const Call& call, int32_t profile) QV_REQUIRES(table_lock) {
+    const auto& profiles = call.life->profiles;
+    return std::find(profiles, std::end(profiles), profile) != std::end(profiles) ||
+           holds_anywhere(*call.record, profile);
 }
 
 // Whether a profile's users, or who has asked for the end, wait for something about it.
@@ -157,10 +165,10 @@ bool is_being_stopped(const Call& call) {
 // have some until its end is answered: they name a profile that the one in the slot has nothing to do with.
 Call call_named(uint32_t call_id, int32_t profile, Position at) {
     const Call present = slot_with(call_id);
-    const bool present_holds = present && holds_anywhere(*present.record, profile);
+    const bool present_is_meant = present && is_known(present, profile);
     if (const Call earlier = departed_named([=](const Call& call) QV_REQUIRES(table_lock) {
             return has_id(call, call_id) && call.life->ending != Ending::Refused &&
-                   (at < call.life->until || (!present_holds && is_asked_for(call, profile)));
+                   (at < call.life->until || (!present_is_meant && is_known(call, profile)));
         }))
         return earlier;
     return present;
@@ -273,6 +281,9 @@ Position began_with(const Call& call, int32_t profile) {
 void note_start(const Call& call, int32_t profile, Position began) {
     if (Start* const free = start_of(*call.life, 0))
         *free = {profile, began};
+    auto& profiles = call.life->profiles;
+    if (!is_known(call, profile))
+        *std::find(profiles, std::end(profiles) - 1, 0) = profile;
 }
 
 void take_start(const Call& call, int32_t profile) {

@@ -50,6 +50,7 @@ struct Connection {
     Position until;         // where its id was given to the next one
     Position telling;       // whose use began before this is being told of the end; 0: nobody
     Start starts[8];
+    int32_t profiles[8];  // that the server has put to it; of others it says nothing
     Use uses[NETCM_MAX_THREADS][NETCM_MAX_PROFILES];
 };
 
