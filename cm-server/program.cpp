@@ -3,6 +3,9 @@
 #include "control/ctl.h"
 #include "monitor/monitor.h"
 #include "monitor/replay.h"
+#include "record/convert.h"
+#include "record/options.h"
+#include "record/report.h"
 
 namespace quorvel::cm {
 
@@ -36,9 +39,14 @@ void describe(CLI::App& app, Arguments& arguments) {
                    "Milliseconds for which a client may leave a request unfinished")
         ->check(CLI::Range(10, 600000))
         ->capture_default_str();
+    add_record_options(app, arguments.server.record,
+                       "Record everything that passes, from the first byte on, in this file; *.pcapng for "
+                       "Wireshark");
     add_ctl(app, arguments.server.socket);
     add_monitor(app, arguments.server.socket);
     add_replay(app, arguments.server.socket);
+    add_convert(app);
+    add_report(app);
 }
 
 }  // namespace quorvel::cm

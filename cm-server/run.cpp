@@ -34,6 +34,7 @@ int serve(Arguments& arguments) {
         arguments.server.config.empty() ? built_in_config() : read_config(arguments.server.config);
     if (config.log_level && !arguments.server.log_level_given)
         log::set_level(*config.log_level);
+    arguments.server.record.about["program"] = "cm-server " QUORVEL_VERSION;
     Server server(arguments.server, std::move(config));
     server.run();
     return command_line::kDone;

@@ -49,6 +49,8 @@ Server::Server(const ServerOptions& options, Config config)
     ignore_other_signals();
     log::when_waiting([this] { log_again_.start(kLogAgain); });
     calls_.use(bearer_);
+    tap_.use([this] { return present(); });
+    start_recording();
     keep_memory_for_trouble();
 }
 
@@ -65,6 +67,7 @@ std::unique_ptr<ListeningSocket> Server::listen() {
 nlohmann::json Server::execute(const nlohmann::json& command) {
     if (const auto wrong = fault_in(command))
         throw ControlError(wrong->what);
+    note_command(command);
     if (command.at("command") == "reload")
         return reload_for_operator();
     const Trouble trouble{clients_, faults_, [this](std::chrono::milliseconds away) { restart(away); }};
@@ -100,6 +103,8 @@ void Server::run() {
 
 void Server::stop(const char* why) {
     log::info("ends on ", why);
+    tap_.note([why]() -> nlohmann::json { return {{"note", "end"}, {"why", why}}; });
+    tap_.tell();
     sd_notify(0, "STOPPING=1");
     event_base_loopbreak(base_.get());
 }
@@ -217,8 +222,9 @@ void Server::make_room_for_one() {
 void Server::on_send(Connection& connection, const Message& message) {
     const Delivery delivery = faults_.apply(connection.client_id(), message);
     if (delivery.silent)
-        return;
-    tap_.show(connection.client_id(), connection.role() == Connection::Role::kAsync, delivery.message);
+        return note_silence(connection, message);
+    tap_.show(connection.client_id(), connection.role() == Connection::Role::kAsync, delivery.message,
+              message, delivery.delay);
     connection.write(delivery.bytes(), delivery.delay);
 }
 
@@ -235,6 +241,7 @@ void Server::on_request(Connection& connection, const Request& request) {
         return register_client(connection, request);
     if (command == wire::NETCM_CLIENT_ASYNC_REGISTER_REQ)
         return attach_client(connection, request);
+    tap_.show(0, request);
     connection.close(std::string("it sends ") + wire::find_command(command)->name +
                      " before it has registered");
 }
@@ -246,12 +253,14 @@ void Server::register_client(Connection& connection, const Request& request) {
     Message answer =
         make_message(wire::NETCM_CLIENT_REGISTER_RSP, client ? NETCM_SUCCESS : NETCM_ERR_MAX_LIMIT);
     if (client == nullptr) {
+        tap_.show(0, request);
         connection.send(answer);
         return connection.close(
             refused.value_or("there are " + std::to_string(clients_.all().size()) + " clients already"));
     }
     door_.recognise(connection, true);
     answer.record.Word1 = client->id;
+    note_client(*client);
     tap_.show(client->id, request);
     connection.send(answer);
     log::info(describe(*client), " has registered, user ", log::field("user", client->peer.uid),
@@ -260,9 +269,11 @@ void Server::register_client(Connection& connection, const Request& request) {
 
 void Server::attach_client(Connection& connection, const Request& request) {
     Client* client = clients_.attach(connection, request.header.ClientId);
-    if (client == nullptr)
+    if (client == nullptr) {
+        tap_.show(0, request);
         return connection.close("it offers an async socket for client " +
                                 std::to_string(request.header.ClientId) + ", which it is not");
+    }
     door_.recognise(connection, false);
     tap_.show(client->id, request);
     log::info(describe(*client), " receives events");
@@ -272,6 +283,7 @@ void Server::attach_client(Connection& connection, const Request& request) {
 void Server::on_closed(Connection& connection, const std::string& why) {
     const uint32_t id = connection.client_id();
     door_.leave(connection);
+    note_closed(connection, why);
     if (const Client* client = clients_.find(id);
         client != nullptr && connection.role() != Connection::Role::kNone) {
         const bool sync = connection.role() == Connection::Role::kSync;

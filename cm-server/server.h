@@ -31,6 +31,7 @@ struct ServerOptions {
     bool log_level_given = false;
     size_t max_clients = 256;
     ConnectionLimits limits;
+    RecordPlan record;
 };
 
 class Server : private Connection::Handler {
@@ -63,6 +64,14 @@ class Server : private Connection::Handler {
     void restart(std::chrono::milliseconds away);
     void come_back();
     nlohmann::json execute(const nlohmann::json& command);
+    // Who is registered, and which calls there are.
+    std::vector<nlohmann::json> present() const;
+    nlohmann::json who_am_i() const;
+    void start_recording();
+    void note_client(const Client& client);
+    void note_command(const nlohmann::json& command);
+    void note_silence(const Connection& connection, const Message& message);
+    void note_closed(const Connection& connection, const std::string& why);
     Services services() {
         return {clients_, calls_, store_, settings_, statistics_, networks_, interfaces_, config_.limits};
     }
@@ -72,6 +81,7 @@ class Server : private Connection::Handler {
     void on_closed(Connection& connection, const std::string& why) override;
 
     ServerOptions options_;
+    int64_t started_ = microseconds_now();
     Config config_;
     EventBase base_;
     std::unique_ptr<ListeningSocket> socket_;

@@ -76,6 +76,9 @@ int read_and_do(CLI::App& app, int argc, char** argv, const std::function<int()>
     }
     try {
         app.parse(argc, argv);
+    } catch (const CLI::RuntimeError& status) {
+        // A command that has said what it has to say.
+        return status.get_exit_code();
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) {
             return app.exit(error);

@@ -88,6 +88,14 @@ std::string configuration(const Size& size) {
     return text;
 }
 
+// In nanoseconds.
+int64_t processor_time(pid_t process) {
+    clockid_t clock{};
+    timespec time{};
+    must(clock_getcpuclockid(process, &clock) == 0 && clock_gettime(clock, &time) == 0, "no processor time");
+    return int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+}
+
 }  // namespace
 
 void fail(const std::string& what) {
@@ -165,8 +173,8 @@ void Peer::close(uint32_t call, int32_t profile) {
     must(event().Code == wire::NETCM_CLIENT_STOP_RSP, "a close is not answered");
 }
 
-Subject::Subject(const std::string& name, const Size& size)
-    : name_(name), size_(size), path_("/tmp/" + name + ".socket") {
+Subject::Subject(const std::string& name, const Size& size, std::vector<std::string> options)
+    : name_(name), size_(size), options_(std::move(options)), path_("/tmp/" + name + ".socket") {
     must(unshare(CLONE_NEWNET) == 0, "cannot make a network");
     network_ = Descriptor(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC));
     must(network_.get() >= 0, "cannot keep a network");
@@ -214,8 +222,11 @@ pid_t Subject::run(std::vector<std::string> words) const {
 void Subject::start() {
     const std::string config = "/tmp/" + name_ + ".toml";
     std::ofstream(config) << configuration(size_);
-    pid_ = run({CM_SERVER, "--socket", path_, "--config", config, "--db", "/tmp/" + name_ + ".db",
-                "--max-clients", "4096"});
+    std::vector<std::string> words{
+        CM_SERVER,       "--socket", path_, "--config", config, "--db", "/tmp/" + name_ + ".db",
+        "--max-clients", "4096"};
+    words.insert(words.end(), options_.begin(), options_.end());
+    pid_ = run(words);
     for (int i = 0; i < 6000 && control_.get() < 0; ++i) {
         usleep(10'000);
         std::vector<std::string> tried;
@@ -254,10 +265,14 @@ void Subject::set_link(bool up) const {
 }
 
 int64_t Subject::used() const {
-    clockid_t clock{};
-    timespec time{};
-    must(clock_getcpuclockid(pid_, &clock) == 0 && clock_gettime(clock, &time) == 0, "no processor time");
-    return int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+    return processor_time(pid_);
+}
+
+int64_t Subject::used_by_child() const {
+    const std::string pid = std::to_string(pid_);
+    std::ifstream children("/proc/" + pid + "/task/" + pid + "/children");
+    pid_t child = 0;
+    return children >> child ? processor_time(child) : 0;
 }
 
 void Subject::watch() {

@@ -60,7 +60,7 @@ struct Size {
 class Subject {
   public:
     // In a network of its own, which becomes this process's while it is made and when it is entered.
-    Subject(const std::string& name, const Size& size);
+    Subject(const std::string& name, const Size& size, std::vector<std::string> options = {});
     ~Subject();
     Subject(const Subject&) = delete;
     Subject& operator=(const Subject&) = delete;
@@ -78,6 +78,8 @@ class Subject {
     void set_link(bool up) const;
     // The processor time that the server has used, in nanoseconds.
     int64_t used() const;
+    // And what a process that it has started has used; 0 when it has none.
+    int64_t used_by_child() const;
     // Starts the monitor, and ends it.
     void watch();
     void unwatch();
@@ -89,6 +91,7 @@ class Subject {
 
     std::string name_;
     Size size_;
+    std::vector<std::string> options_;
     std::string path_;
     Descriptor network_;
     pid_t pid_ = -1;

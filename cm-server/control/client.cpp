@@ -11,14 +11,15 @@
 #include <vector>
 
 #include "control/place.h"
-#include "monitor/decode.h"
 
 namespace quorvel::cm {
 namespace {
 
 constexpr int kPatienceMs = 10000;
 
-class Socket {
+}  // namespace
+
+class ServerWatch::Socket {
   public:
     explicit Socket(const std::string& server) {
         std::vector<std::string> tried;
@@ -61,6 +62,23 @@ class Socket {
         return line;
     }
 
+    int fd() const { return fd_; }
+    // All whole lines that have arrived; nothing when the server has closed.
+    std::optional<std::string> read_lines() {
+        std::array<char, 65536> piece;
+        const ssize_t got = read(fd_, piece.data(), piece.size());
+        if (got <= 0)
+            return std::nullopt;
+        rest_.append(piece.data(), static_cast<size_t>(got));
+        return take_lines();
+    }
+    std::string take_lines() {
+        const size_t end = rest_.rfind('\n') + 1;
+        std::string lines = rest_.substr(0, end);
+        rest_.erase(0, end);
+        return lines;
+    }
+
   private:
     void wait(short event, int patience) const {
         pollfd waiting{fd_, event, 0};
@@ -71,6 +89,10 @@ class Socket {
     int fd_ = -1;
     std::string rest_;
 };
+
+namespace {
+
+using Socket = ServerWatch::Socket;
 
 nlohmann::json exchange(Socket& server, const nlohmann::json& command) {
     server.write(command.dump() + "\n");
@@ -90,12 +112,29 @@ nlohmann::json ask_server(const std::string& socket, const nlohmann::json& comma
     return exchange(server, command);
 }
 
-void watch_server(const std::string& socket, const std::function<void(const nlohmann::json& passing)>& each) {
-    Socket server(socket);
-    exchange(server, {{"command", "monitor"}});
-    constexpr int kWithoutEnd = -1;
-    while (const auto line = server.read_line(kWithoutEnd))
-        each(decoded(nlohmann::json::parse(*line)));
+ServerWatch::ServerWatch(const std::string& socket) : socket_(std::make_unique<Socket>(socket)) {
+    exchange(*socket_, {{"command", "monitor"}});
+}
+
+ServerWatch::~ServerWatch() = default;
+
+ServerWatch::End ServerWatch::run(int stop, const std::function<void(const std::string& lines)>& each) {
+    // What has come with the answer.
+    if (const std::string first = socket_->take_lines(); !first.empty())
+        each(first);
+    for (;;) {
+        std::array<pollfd, 2> ready{pollfd{stop, POLLIN, 0}, pollfd{socket_->fd(), POLLIN, 0}};
+        poll(ready.data(), ready.size(), -1);
+        if (ready[0].revents != 0)
+            return End::kStopped;
+        if (ready[1].revents == 0)
+            continue;
+        const auto lines = socket_->read_lines();
+        if (!lines)
+            return End::kServerGone;
+        if (!lines->empty())
+            each(*lines);
+    }
 }
 
 }  // namespace quorvel::cm

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
@@ -16,8 +17,24 @@ class AskError : public std::runtime_error {
 // Sends a command to the server that serves on `socket` and gives its answer. Throws AskError.
 nlohmann::json ask_server(const std::string& socket, const nlohmann::json& command);
 
-// Calls `each` for everything that passes between the server and its clients, until the server goes. Throws
-// AskError.
-void watch_server(const std::string& socket, const std::function<void(const nlohmann::json& passing)>& each);
+// What a server tells whoever watches it, line by line.
+class ServerWatch {
+  public:
+    // Throws AskError when there is no server on `socket`.
+    explicit ServerWatch(const std::string& socket);
+    ~ServerWatch();
+    ServerWatch(const ServerWatch&) = delete;
+    ServerWatch& operator=(const ServerWatch&) = delete;
+
+    enum class End { kServerGone, kStopped };
+    // Calls `each` with whole lines, several at a time, until the server goes or `stop`, a descriptor, is
+    // readable.
+    End run(int stop, const std::function<void(const std::string& lines)>& each);
+
+    class Socket;
+
+  private:
+    std::unique_ptr<Socket> socket_;
+};
 
 }  // namespace quorvel::cm

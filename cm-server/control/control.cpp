@@ -3,6 +3,8 @@
 #include <event2/buffer.h>
 #include <unistd.h>
 
+#include <utility>
+
 #include "guard.h"
 #include "log.h"
 #include "monitor/decode.h"
@@ -32,7 +34,11 @@ class Control::Session {
                 if (!guarded("an operator's command", [&] { session.read(); }))
                     session.end();
             },
-            nullptr, [](bufferevent*, short, void* self) { static_cast<Session*>(self)->end(); }, this);
+            [](bufferevent*, void* self) {
+                auto& session = *static_cast<Session*>(self);
+                guarded("what a monitor has lost", [&] { session.tell_loss(); });
+            },
+            [](bufferevent*, short, void* self) { static_cast<Session*>(self)->end(); }, this);
         bufferevent_enable(socket_.get(), EV_READ | EV_WRITE);
     }
 
@@ -43,6 +49,10 @@ class Control::Session {
         while (char* line = evbuffer_readln(input, &size, EVBUFFER_EOL_LF)) {
             const std::unique_ptr<char, Freed<free>> owned(line);
             write(answer({line, size}));
+            if (std::exchange(begins_to_watch_, false)) {
+                control_.tap_.attach(this, [this](const Lines& lines) { watch(lines); });
+                log::info("an operator watches");
+            }
         }
         if (evbuffer_get_length(input) > kLongestCommand)
             end();
@@ -53,18 +63,51 @@ class Control::Session {
         bufferevent_write(socket_.get(), out.data(), out.size());
     }
 
-    // A watcher that does not keep up loses what it cannot take; the server does not wait for it.
-    void watch(const std::string& lines) {
-        if (evbuffer_get_length(bufferevent_get_output(socket_.get())) < kLongestCommand)
-            bufferevent_write(socket_.get(), lines.data(), lines.size());
+    // A watcher that does not keep up loses what it cannot take, which it is told where it is missing; the
+    // server does not wait for it.
+    void watch(const Lines& lines) {
+        const size_t unread = evbuffer_get_length(bufferevent_get_output(socket_.get()));
+        if (unread < (lost_.count > 0 ? kLongestCommand / 2 : kLongestCommand)) {
+            tell_loss();
+            bufferevent_write(socket_.get(), lines.text.data(), lines.text.size());
+            put_out();
+            return;
+        }
+        if (lost_.count == 0)
+            log::warning("a monitor does not keep up; it loses what passes from number ", lines.first, " on");
+        lost_.first = lost_.count == 0 ? lines.first : lost_.first;
+        lost_.count += lines.count;
+        lost_.last = lines.last;
+    }
+
+    // As much as the socket takes: the loop may not come round any more.
+    void put_out() {
+        evbuffer* output = bufferevent_get_output(socket_.get());
+        evbuffer_unfreeze(output, 1);
+        evbuffer_write(output, bufferevent_getfd(socket_.get()));
+        evbuffer_freeze(output, 1);
+    }
+
+    void tell_loss() {
+        if (lost_.count == 0)
+            return;
+        std::string line;
+        append_line(line, make_note({{"note", "lost"},
+                                     {"count", lost_.count},
+                                     {"from", lost_.first},
+                                     {"to", lost_.last},
+                                     {"why", "the monitor has not kept up"}})
+                              .passing());
+        lost_ = {};
+        bufferevent_write(socket_.get(), line.data(), line.size());
     }
 
     nlohmann::json answer(const std::string& line) {
         try {
             const nlohmann::json command = nlohmann::json::parse(line);
             if (command.at("command") == "monitor") {
-                control_.tap_.attach(this, [this](const std::string& lines) { watch(lines); });
-                log::info("an operator watches");
+                // Behind the answer.
+                begins_to_watch_ = true;
                 return {{"ok", true}};
             }
             nlohmann::json result = control_.execute_(command);
@@ -85,6 +128,8 @@ class Control::Session {
 
     Control& control_;
     BufferEvent socket_;
+    bool begins_to_watch_ = false;
+    Lines lost_;  // without their text
 };
 
 Control::Control(event_base* base, const std::string& path, Tap& tap, Execute execute)

@@ -1,12 +1,9 @@
 #include "monitor/decode.h"
 
-#include <algorithm>
-#include <array>
-#include <string_view>
-
 #include "monitor/decode_blocks.h"
 #include "protocol/cursor.h"
 #include "protocol/pm_message.h"
+#include "record/secrets.h"
 #include "store/fields.h"
 
 namespace quorvel::cm {
@@ -16,13 +13,6 @@ using nlohmann::json;
 
 int32_t signed_word(uint32_t word) {
     return static_cast<int32_t>(word);
-}
-
-bool is_secret(std::string_view column) {
-    constexpr std::array<std::string_view, 8> kSecrets{"password",     "wep_key_0",       "wep_key_1",
-                                                       "wep_key_2",    "wep_key_3",       "psk",
-                                                       "eap_password", "eap_key_password"};
-    return std::ranges::find(kSecrets, column) != kSecrets.end();
 }
 
 json profile_json(const NetPMProfile& profile) {

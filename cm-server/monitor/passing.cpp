@@ -1,4 +1,5 @@
-// What passes on the wire, as those who watch it read it.
+#include "monitor/passing.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -26,14 +27,17 @@ Message message_of(std::span<const std::byte> bytes) {
 
 }  // namespace
 
-json decoded(const json& passing) {
-    const auto content = bytes(passing.at("bytes"));
-    const std::string direction = passing.at("direction");
-    json result = passing;
-    result.update(direction == "request" ? decode(request_of(content))
-                                         : decode(message_of(content), direction == "event"));
+json decoded(const std::string& direction, std::span<const std::byte> content) {
+    const json result = direction == "request" ? decode(request_of(content))
+                                               : decode(message_of(content), direction == "event");
     // Bytes that a client has sent as text need not be text.
     return json::parse(to_line(result));
+}
+
+json decoded(const json& passing) {
+    json result = passing;
+    result.update(decoded(passing.at("direction").get<std::string>(), bytes(passing.at("bytes"))));
+    return result;
 }
 
 }  // namespace quorvel::cm

@@ -4,48 +4,47 @@
 #include <cstdio>
 
 #include "log.h"
-#include "monitor/decode.h"
-#include "protocol/cursor.h"
 
 namespace quorvel::cm {
 namespace {
 
-bool is_async_registration(const SessionEntry& entry) {
-    wire::RequestHeader header{};
-    return entry.direction == SessionEntry::Direction::kRequest && Cursor(entry.bytes).read(header) &&
-           header.Command == wire::NETCM_CLIENT_ASYNC_REGISTER_REQ;
+void print(const std::string& line) {
+    std::printf("%s\n", line.c_str());
+    std::fflush(stdout);
 }
 
-// The client id, and in a registration the descriptor that stands in its place, differ from run to run.
-std::vector<std::byte> comparable(std::vector<std::byte> bytes) {
-    constexpr size_t kClientId = offsetof(wire::RequestHeader, ClientId);
-    if (bytes.size() >= sizeof(wire::RequestHeader))
-        std::fill_n(bytes.begin() + kClientId, sizeof(uint32_t), std::byte{0});
-    return bytes;
-}
-
-std::vector<std::byte> bytes_of(const Request& request) {
-    std::vector<std::byte> bytes;
-    append(bytes, request.header);
-    bytes.insert(bytes.end(), request.payload.begin(), request.payload.end());
-    return bytes;
+std::string counted(size_t count, const char* what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
 }  // namespace
 
-Replayer::Replayer(const std::string& socket, std::vector<SessionEntry> session)
+Replayer::Replayer(const std::string& socket, Lives lives, const ReplayOptions& options)
     : base_(make_event_base()),
-      session_(std::move(session)),
+      lives_(std::move(lives)),
+      once_(options.once),
+      play_{lives_, options.speed, [](const std::string& words) { print(words); },
+            [this](const std::string& words) {
+                print(words);
+                otherwise_.push_back(words);
+            }},
+      casting_(lives_.all),
       connections_(base_.get()),
       socket_(base_.get(), socket, kEveryUser, [this](evutil_socket_t fd) { accept(fd); }),
-      end_(base_.get(), [this](const char*) { event_base_loopbreak(base_.get()); }) {
-    // Async sockets register whenever they like; the session's place for it does not matter.
-    std::erase_if(session_, is_async_registration);
-}
+      end_(base_.get(), [this](const char*) { event_base_loopbreak(base_.get()); }) {}
 
-void Replayer::run() {
-    log::info("listening on ", socket_.path(), " with a session of ", session_.size(), " messages");
+bool Replayer::run() {
+    size_t messages = 0;
+    for (const Life& life : lives_.all)
+        messages += life.steps.size();
+    log::info("listening on ", socket_.path(), " with ", counted(messages, "message"), " of ",
+              counted(lives_.all.size(), "client"));
+    if (lives_.lost > 0)
+        log::warning("the record has lost ", lives_.lost,
+                     " entries; where they are missing, clients may be served "
+                     "otherwise");
     event_base_dispatch(base_.get());
+    return verdict();
 }
 
 void Replayer::accept(evutil_socket_t fd) {
@@ -54,62 +53,80 @@ void Replayer::accept(evutil_socket_t fd) {
 }
 
 void Replayer::on_request(Connection& connection, const Request& request) {
-    if (request.header.Command == wire::NETCM_CLIENT_ASYNC_REGISTER_REQ) {
-        connection.assign(Connection::Role::kAsync, 1);
-        async_ = &connection;
-        for (auto& bytes : std::exchange(waiting_, {}))
-            connection.write(std::move(bytes));
-        return;
-    }
-    if (request.header.Command == wire::NETCM_CLIENT_REGISTER_REQ) {
-        connection.assign(Connection::Role::kSync, 1);
-        sync_ = &connection;
-        next_ = 0;
-    }
-    compare(request);
-    give();
+    const bool known = connection.role() != Connection::Role::kNone;
+    if (request.header.Command == wire::NETCM_CLIENT_REGISTER_REQ && !known)
+        return register_client(connection, request);
+    if (request.header.Command == wire::NETCM_CLIENT_ASYNC_REGISTER_REQ && !known)
+        return attach_client(connection, request);
+    const auto player = players_.find(connection.client_id());
+    if (connection.role() != Connection::Role::kSync || player == players_.end())
+        return connection.close("it asks on a socket that has not registered");
+    ++requests_;
+    player->second->ask(request);
 }
 
-void Replayer::compare(const Request& request) {
-    const auto asked = decode(request);
-    const std::string words = asked.at("name").get<std::string>() + " " + to_line(asked.at("fields"));
-    if (next_ >= session_.size()) {
-        std::printf("the session is over, the client asks %s\n", words.c_str());
-    } else {
-        const SessionEntry& expected = session_[next_++];
-        const bool same = comparable(expected.bytes) == comparable(bytes_of(request));
-        std::printf(same ? "%zu: %s\n" : "%zu: the client asks %s\n", next_, words.c_str());
-        if (!same)
-            std::printf("%zu: recorded was %s %s\n", next_, expected.name.c_str(), expected.fields.c_str());
-    }
-    std::fflush(stdout);
+void Replayer::register_client(Connection& connection, const Request& request) {
+    const Life& life =
+        lives_.all[casting_.choose(connection.peer().pid, static_cast<int32_t>(request.header.Arg5))];
+    const uint32_t id = free_id(life.client);
+    connection.assign(Connection::Role::kSync, id);
+    ++clients_;
+    print("process " + std::to_string(connection.peer().pid) + " takes the part of " + life.name());
+    auto player = std::make_unique<Player>(base_.get(), play_, life, id, connection);
+    Player& here = *player;
+    players_[id] = std::move(player);
+    here.register_now();
 }
 
-void Replayer::give() {
-    for (; next_ < session_.size() && session_[next_].direction != SessionEntry::Direction::kRequest;
-         ++next_) {
-        if (session_[next_].direction == SessionEntry::Direction::kEvent)
-            give_to_async(session_[next_]);
-        else if (sync_ != nullptr)
-            sync_->write(session_[next_].bytes);
-    }
+// The recorded id, unless somebody else has it.
+uint32_t Replayer::free_id(uint32_t wanted) const {
+    if (!players_.contains(wanted))
+        return wanted;
+    uint32_t id = players_.rbegin()->first;
+    for (const Life& life : lives_.all)
+        id = std::max(id, life.client);
+    return id + 1;
 }
 
-void Replayer::give_to_async(const SessionEntry& entry) {
-    if (async_ != nullptr)
-        async_->write(entry.bytes);
-    else
-        waiting_.push_back(entry.bytes);
+void Replayer::attach_client(Connection& connection, const Request& request) {
+    const auto player = players_.find(request.header.ClientId);
+    if (player == players_.end() || player->second->async() != nullptr)
+        return connection.close("it offers an async socket for a client which it is not");
+    connection.assign(Connection::Role::kAsync, player->first);
+    player->second->attach(connection);
 }
 
 void Replayer::on_send(Connection&, const Message&) {}
 
 void Replayer::on_closed(Connection& connection, const std::string&) {
-    if (sync_ == &connection)
-        sync_ = nullptr;
-    if (async_ == &connection)
-        async_ = nullptr;
+    const auto player = players_.find(connection.client_id());
+    if (player != players_.end() && connection.role() == Connection::Role::kAsync)
+        player->second->detach();
+    if (player != players_.end() && connection.role() == Connection::Role::kSync) {
+        Connection* async = player->second->async();
+        player->second->leave();
+        players_.erase(player);
+        if (async != nullptr)
+            async->close("its client has gone");
+    }
     connections_.remove(connection);
+    if (once_ && players_.empty() && casting_.left().empty())
+        event_base_loopbreak(base_.get());
+}
+
+bool Replayer::verdict() {
+    for (const auto& [id, player] : players_)
+        player->leave();
+    for (const size_t life : casting_.left())
+        play_.otherwise(lives_.all[life].name() + ": nobody has taken its part");
+    if (otherwise_.empty()) {
+        print("as in the record: " + counted(clients_, "client") + ", " + counted(requests_, "request"));
+        return true;
+    }
+    print("otherwise than in the record, " + counted(otherwise_.size(), "time") + ":");
+    for (const std::string& words : otherwise_)
+        print("  " + words);
+    return false;
 }
 
 }  // namespace quorvel::cm

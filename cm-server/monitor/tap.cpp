@@ -1,11 +1,8 @@
 #include "monitor/tap.h"
 
-#include <array>
 #include <chrono>
-#include <cstdio>
+#include <memory>
 #include <utility>
-
-#include "monitor/decode.h"
 
 namespace quorvel::cm {
 namespace {
@@ -18,6 +15,7 @@ constexpr size_t kEnough = size_t{256} * 1024;
 
 void Tap::attach(const void* key, Watcher watcher) {
     tell();
+    watcher(present());
     watchers_[key] = std::move(watcher);
 }
 
@@ -25,25 +23,76 @@ void Tap::detach(const void* key) {
     watchers_.erase(key);
 }
 
+void Tap::record(const RecordPlan& plan) {
+    recorder_ = std::make_unique<Recorder>(base_, plan, [this] {
+        for (const nlohmann::json& note : present_())
+            recorder_->take(make_note(note).passing());
+    });
+}
+
+Lines Tap::present() const {
+    Lines lines;
+    for (const nlohmann::json& note : present_())
+        append_line(lines.text, make_note(note).passing());
+    return lines;
+}
+
+Passing Tap::next(PassingKind kind, uint32_t client) {
+    Passing passing;
+    passing.number = number_;
+    passing.time = microseconds_now();
+    passing.client = client;
+    passing.kind = kind;
+    return passing;
+}
+
 void Tap::show(uint32_t client, const Request& request) {
-    add("request", client, std::as_bytes(std::span(&request.header, 1)), request.payload);
+    ++number_;
+    if (!watched())
+        return;
+    const Secrets secrets = secrets_of(request);
+    Passing passing = next(PassingKind::kRequest, client);
+    passing.head = std::as_bytes(std::span(&request.header, 1));
+    passing.rest = request.payload;
+    passing.secrets = secrets;
+    add(passing);
 }
 
-void Tap::show(uint32_t client, bool event, const Message& message) {
-    add(event ? "event" : "answer", client, std::as_bytes(std::span(&message.record, 1)), message.block);
+void Tap::show(uint32_t client, bool event, const Message& sent, const Message& meant,
+               std::chrono::milliseconds delay) {
+    ++number_;
+    if (!watched())
+        return;
+    const Secrets secrets = secrets_of(meant);
+    Passing passing = next(event ? PassingKind::kEvent : PassingKind::kAnswer, client);
+    passing.time += std::chrono::microseconds(delay).count();
+    passing.head = std::as_bytes(std::span(&sent.record, 1));
+    passing.rest = sent.block;
+    passing.secrets = secrets;
+    add(passing);
 }
 
-void Tap::add(const char* direction, uint32_t client, std::span<const std::byte> head,
-              std::span<const std::byte> rest) {
+void Tap::note(const std::function<nlohmann::json()>& make) {
+    ++number_;
+    if (!watched())
+        return;
+    const nlohmann::json note = make();
+    const Kept kept = make_note(note);
+    Passing passing = next(PassingKind::kNote, note.value("client", 0U));
+    passing.head = kept.bytes;
+    add(passing);
+}
+
+void Tap::add(const Passing& passing) {
+    if (recorder_)
+        recorder_->take(passing);
     if (watchers_.empty())
         return;
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
-    std::array<char, 128> start{};
-    std::snprintf(start.data(), start.size(), R"({"time":%lld,"client":%u,"direction":"%s","bytes":")",
-                  static_cast<long long>(time), client, direction);
-    lines_.append(start.data()).append(to_hex(head)).append(to_hex(rest)).append("\"}\n");
-    if (lines_.size() > kEnough)
+    append_line(lines_.text, passing);
+    ++lines_.count;
+    lines_.first = lines_.first == 0 ? passing.number : lines_.first;
+    lines_.last = passing.number;
+    if (lines_.text.size() > kEnough)
         tell();
     else if (!due_.running())
         due_.start(kTogether);
@@ -51,8 +100,8 @@ void Tap::add(const char* direction, uint32_t client, std::span<const std::byte>
 
 void Tap::tell() {
     due_.stop();
-    const std::string lines = std::exchange(lines_, {});
-    if (lines.empty())
+    const Lines lines = std::exchange(lines_, {});
+    if (lines.text.empty())
         return;
     for (const auto& [key, watcher] : watchers_)
         watcher(lines);

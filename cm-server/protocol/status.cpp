@@ -1,5 +1,7 @@
 #include "protocol/status.h"
 
+#include "quorvel/NetCM.h"
+
 namespace quorvel::cm {
 
 bool is_known(Reason reason) {
@@ -24,6 +26,29 @@ std::string to_text(Reason reason) {
             return "the network has ended it";
     }
     return "reason " + std::to_string(static_cast<uint32_t>(reason));
+}
+
+std::string status_words(uint32_t status, uint32_t reason) {
+    switch (status) {
+        case NETCM_SUCCESS:
+            return "done";
+        case NETCM_ERR_FAILURE:
+            return "it has failed";
+        case NETCM_ERR_INVALID_PROFILE:
+            return "there is no such profile";
+        case NETCM_ERR_NOT_ACTIVE:
+            return "the client does not use such a connection";
+        case NETCM_ERR_MAX_LIMIT:
+            return "there is no room for another one";
+        case NETCM_ERR_INVALID_PARAM:
+            return "an argument is out of range";
+        case kStatusTransport:
+            return to_text(static_cast<Reason>(reason));
+        case kStatusKilled:
+            return "another client has killed the connection";
+        default:
+            return "status " + std::to_string(status);
+    }
 }
 
 }  // namespace quorvel::cm

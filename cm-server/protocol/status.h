@@ -27,4 +27,7 @@ bool is_known(Reason reason);
 // "the network interface is down"; a number nobody knows is given as a number.
 std::string to_text(Reason reason);
 
+// What a status word of an answer or event says, with the reason behind it where it has one.
+std::string status_words(uint32_t status, uint32_t reason);
+
 }  // namespace quorvel::cm

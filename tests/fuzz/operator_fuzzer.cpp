@@ -14,7 +14,7 @@
 #include "control/scenario.h"
 #include "control/trouble.h"
 #include "log.h"
-#include "monitor/session.h"
+#include "record/reader.h"
 
 using namespace quorvel::cm;
 
@@ -105,6 +105,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     else if (data[0] % 4 == 2)
         read_file<AskError>([&] { read_steps(file.path()); });
     else
-        read_file<SessionError>([&] { read_session(file.path(), data[0] / 64); });
+        read_file<RecordError>([&] { read_record(file.path()); });
     return 0;
 }

@@ -1,23 +1,20 @@
 // The window on the wire.
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <fstream>
-#include <sstream>
 
 #include "common/PmWire.h"
 #include "server/RawClient.h"
+#include "server/Recorded.h"
 #include "support/CmServer.h"
+#include "support/Eventually.h"
 
 namespace quorvel::test {
 namespace {
-
-std::string content(const std::string& path) {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-}
 
 class Monitor : public ::testing::Test {
   public:
@@ -106,8 +103,17 @@ class MonitorJson : public Monitor {
     static constexpr const char* kPasswordBytes = "68756e74657232";
 };
 
-TEST_F(MonitorJson, keeps_bytes_with_their_secrets_to_the_record) {
+TEST_F(MonitorJson, keeps_secrets_out_of_what_is_printed_and_recorded) {
     const std::string out = printed({"--json", "--record", "/tmp/session.jsonl"});
+    EXPECT_EQ(content("/tmp/session.jsonl").find(kPasswordBytes), std::string::npos);
+    EXPECT_NE(content("/tmp/session.jsonl").find("\"password\":\"***\""), std::string::npos);
+    EXPECT_EQ(out.find("\"bytes\""), std::string::npos);
+    EXPECT_EQ(out.find(kPasswordBytes), std::string::npos);
+    EXPECT_EQ(out.find("hunter2"), std::string::npos);
+}
+
+TEST_F(MonitorJson, records_secrets_when_asked_and_prints_none) {
+    const std::string out = printed({"--json", "--record", "/tmp/session.jsonl", "--record-secrets"});
     EXPECT_EQ(out.find("\"bytes\""), std::string::npos);
     EXPECT_EQ(out.find(kPasswordBytes), std::string::npos);
     EXPECT_EQ(out.find("hunter2"), std::string::npos);
@@ -163,10 +169,114 @@ TEST_F(Monitor, shows_one_client_when_asked) {
     EXPECT_EQ(program->wait().out.find(" 1 "), std::string::npos);
 }
 
-TEST_F(Monitor, ends_with_the_server) {
-    attach();
+TEST_F(Monitor, ends_with_the_server_and_says_so) {
+    attach({"--record", "/tmp/session.jsonl"});
+    client.ask(wire::NETCM_CLIENT_GET_SETTINGS_REQ, {.Arg3 = 4});
     server.program().send_signal(SIGTERM);
+    const Ended ended = program->wait();
+    EXPECT_EQ(ended.status, 3);
+    EXPECT_NE(ended.err.find("the server has gone"), std::string::npos);
+    const auto lines = lines_of("/tmp/session.jsonl");
+    // What has passed right before its end is there, too.
+    EXPECT_TRUE(holds(lines, "answer", "NETCM_CLIENT_GET_SETTINGS_RSP"));
+    const auto ends = notes(lines, "end");
+    ASSERT_EQ(ends.size(), 2u);
+    EXPECT_EQ(ends[0].at("why"), "SIGTERM");
+    EXPECT_EQ(ends[1].at("why"), "the server has gone");
+}
+
+TEST_F(Monitor, ends_its_record_when_it_is_asked_to_end) {
+    attach({"--record", "/tmp/session.jsonl"});
+    client.ask(wire::NETCM_CLIENT_GET_SETTINGS_REQ, {.Arg3 = 4});
+    program->wait_for_out("NETCM_CLIENT_GET_SETTINGS_RSP");
+    program->send_signal(SIGTERM);
     EXPECT_EQ(program->wait().status, 0);
+    EXPECT_EQ(lines_of("/tmp/session.jsonl").back().at("note"), "end");
+}
+
+TEST_F(Monitor, tells_who_was_there_before_it) {
+    client.open(1);
+    attach();
+    program->wait_for_out("*** server ");
+    program->wait_for_out("  1 *** client application=0 ");
+    program->wait_for_out("*** call address=127.0.0.1 call=0 ");
+}
+
+TEST_F(Monitor, does_not_truncate_the_record_before_it) {
+    std::ofstream("/tmp/session.jsonl") << "precious\n";
+    attach({"--record", "/tmp/session.jsonl"});
+    EXPECT_EQ(content("/tmp/session.jsonl.1"), "precious\n");
+}
+
+TEST_F(Monitor, says_what_it_has_lost_and_where) {
+    attach({"--record", "/tmp/session.jsonl"});
+    client.ask(wire::NETCM_CLIENT_GET_SETTINGS_REQ, {.Arg3 = 4});
+    program->wait_for_out("NETCM_CLIENT_GET_SETTINGS_RSP");
+    program->send_signal(SIGSTOP);
+    const std::string data(size_t{256} * 1024, 'x');
+    for (int i = 0; i < 8; ++i) {
+        client.ask(wire::NETCM_CLIENT_TUNNEL_REQ, {.Arg4 = static_cast<uint32_t>(data.size())}, data);
+        client.event();
+        client.async().bytes(data.size());
+    }
+    server.program().wait_for_err("a monitor does not keep up");
+    program->send_signal(SIGCONT);
+    program->wait_for_out("*** lost count=");
+    client.ask(wire::NETCM_CLIENT_GET_SETTINGS_REQ, {.Arg3 = 3});
+    program->wait_for_out("NETCM_CLIENT_GET_SETTINGS_REQ key=3");
+    server.stop();
+    program->wait();
+    const auto lines = lines_of_all("/tmp/session.jsonl");
+    EXPECT_EQ(notes(lines, "lost").at(0).at("why"), "the monitor has not kept up");
+    uint64_t first = 0;
+    for (const json& line : lines)
+        first = first == 0 ? line.value("number", uint64_t{0}) : first;
+    EXPECT_GT(expect_whole(lines, first), 0u);
+}
+
+TEST_F(Monitor, records_whole_however_slowly_its_output_is_read) {
+    // Nobody reads what it prints, and a pipe is full soon.
+    ASSERT_EQ(mkfifo("/tmp/pipe", 0600), 0);
+    const int reader = open("/tmp/pipe", O_RDWR | O_CLOEXEC);
+    Program watching(
+        {"/bin/sh", "-c",
+         std::string("exec ") + CM_SERVER_PATH + " monitor --record /tmp/session.jsonl > /tmp/pipe"});
+    server.program().wait_for_err("watches");
+    for (int i = 0; i < 1000; ++i)
+        client.ask(wire::NETCM_CLIENT_GET_SETTINGS_REQ, {.Arg3 = 4});
+    client.ask(wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ);
+    EXPECT_TRUE(eventually([] {
+        return content("/tmp/session.jsonl").find("GET_DEFAULT_PROFILE_ID_RSP") != std::string::npos;
+    }));
+    const auto lines = lines_of("/tmp/session.jsonl");
+    uint64_t first = 0;
+    for (const json& line : lines)
+        first = first == 0 ? line.value("number", uint64_t{0}) : first;
+    EXPECT_EQ(expect_whole(lines, first), 0u);
+    // Nor does it wait for a reader when it is asked to end.
+    watching.send_signal(SIGTERM);
+    EXPECT_EQ(watching.wait().status, 0);
+    close(reader);
+}
+
+TEST(MonitorAlone, waits_for_the_server_to_come_back_when_told_to) {
+    auto server = std::make_unique<CmServer>();
+    Program program({CM_SERVER_PATH, "monitor", "--reconnect", "--record", "/tmp/session.jsonl"});
+    server->program().wait_for_err("watches");
+    { RawClient client(5); }
+    server->stop();
+    program.wait_for_err("the server has gone; waiting for it");
+    server = std::make_unique<CmServer>();
+    program.wait_for_err("the server is back");
+    server->program().wait_for_err("watches");
+    RawClient client(6);
+    program.wait_for_out("application=6");
+    program.send_signal(SIGTERM);
+    EXPECT_EQ(program.wait().status, 0);
+    const auto lines = lines_of("/tmp/session.jsonl");
+    EXPECT_EQ(notes(lines, "server").size(), 2u);
+    EXPECT_EQ(notes(lines, "server gone").size(), 1u);
+    EXPECT_EQ(notes(lines, "client").size(), 2u);
 }
 
 TEST_F(Monitor, may_go_without_the_server_noticing) {
@@ -174,70 +284,6 @@ TEST_F(Monitor, may_go_without_the_server_noticing) {
     program->send_signal(SIGKILL);
     program->wait();
     EXPECT_EQ(client.open(1), 0u);
-}
-
-class Replay : public ::testing::Test {
-  public:
-    // Records a client that opens a profile and asks for a setting.
-    void SetUp() override {
-        CmServer server;
-        Program monitor({CM_SERVER_PATH, "monitor", "--record", kSession});
-        server.program().wait_for_err("watches");
-        RawClient client;
-        client.open(1);
-        client.ask(wire::NETCM_CLIENT_SET_SETTINGS_REQ, {.Arg3 = 2, .Arg4 = 77});
-        client.ask(wire::NETCM_CLIENT_GET_SETTINGS_REQ, {.Arg3 = 2});
-        monitor.wait_for_out("NETCM_CLIENT_GET_SETTINGS_RSP");
-        server.stop();
-    }
-
-    static constexpr const char* kSession = "/tmp/session.jsonl";
-};
-
-TEST_F(Replay, serves_a_session_again_answer_for_answer) {
-    Program replay({CM_SERVER_PATH, "replay", kSession});
-    replay.wait_for_err("listening on");
-    for (int round = 0; round < 2; ++round) {
-        RawClient client;
-        wire::ConnectionBlock block{};
-        EXPECT_EQ(client.open(1, &block), 0u);
-        EXPECT_EQ(dotted(block.IpAddr), "127.0.0.1");
-        EXPECT_EQ(client.ask(wire::NETCM_CLIENT_SET_SETTINGS_REQ, {.Arg3 = 2, .Arg4 = 77}).Status, 0u);
-        EXPECT_EQ(client.ask(wire::NETCM_CLIENT_GET_SETTINGS_REQ, {.Arg3 = 2}).Word2, 77u);
-    }
-    replay.send_signal(SIGTERM);
-    const Ended ended = replay.wait();
-    EXPECT_EQ(ended.status, 0);
-    EXPECT_EQ(ended.out.find("recorded was"), std::string::npos) << ended.out;
-}
-
-TEST_F(Replay, says_where_the_client_asks_something_else) {
-    Program replay({CM_SERVER_PATH, "replay", kSession});
-    replay.wait_for_err("listening on");
-    RawClient client;
-    client.start(9);
-    replay.wait_for_out("the client asks NETCM_CLIENT_START_REQ {\"profile\":9}");
-    replay.wait_for_out("recorded was NETCM_CLIENT_START_REQ {\"profile\":1}");
-}
-
-TEST_F(Replay, outlives_a_client_whose_text_is_no_text) {
-    Program replay({CM_SERVER_PATH, "replay", kSession});
-    replay.wait_for_err("listening on");
-    RawClient client;
-    client.start(1);
-    const std::array<uint32_t, 5> words{1, 0, 0, sizeof(NetPMProfile) + 4, 0};
-    const std::string header(reinterpret_cast<const char*>(words.data()), sizeof(words));
-    client.tell(wire::NETPM_PROFILE_REQ, {}, header + slot(pdp_profile("n\xff", "internet")));
-    replay.wait_for_out("the client asks NETPM_PROFILE_REQ");
-    EXPECT_NO_THROW(RawClient());
-}
-
-TEST(ReplayAlone, refuses_what_is_no_session) {
-    std::ofstream("/tmp/nonsense") << "{}\nnonsense\n";
-    const Ended ended = run({CM_SERVER_PATH, "replay", "/tmp/nonsense"});
-    EXPECT_EQ(ended.status, 1);
-    EXPECT_NE(ended.err.find("/tmp/nonsense:1: "), std::string::npos) << ended.err;
-    EXPECT_EQ(run({CM_SERVER_PATH, "replay", "/tmp/absent"}).status, 1);
 }
 
 }  // namespace
