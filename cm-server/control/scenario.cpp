@@ -37,7 +37,7 @@ class Reader {
     explicit Reader(std::string path) : path_(std::move(path)) {}
 
     // Throws AskError with every fault: a scenario that stops in the middle shows nothing.
-    std::vector<Step> steps() {
+    std::vector<ScenarioStep> steps() {
         const toml::table root = parse();
         const toml::array* list = root["step"].as_array();
         if (list == nullptr || !list->is_array_of_tables())
@@ -46,7 +46,7 @@ class Reader {
             if (key.str() != "step")
                 fault(key.source(),
                       "unknown key \"" + std::string(key.str()) + "\"; a step begins with [[step]]");
-        std::vector<Step> steps;
+        std::vector<ScenarioStep> steps;
         for (const toml::node& entry : *list)
             steps.push_back(step(*entry.as_table()));
         if (!faults_.empty())
@@ -67,8 +67,8 @@ class Reader {
         faults_ += (faults_.empty() ? "" : "\n") + place(path_, where) + what;
     }
 
-    Step step(const toml::table& table) {
-        Step step;
+    ScenarioStep step(const toml::table& table) {
+        ScenarioStep step;
         step.command = to_json(table);
         step.command.erase("at");
         const auto at = table["at"].value_exact<int64_t>();
@@ -88,14 +88,14 @@ class Reader {
 
 }  // namespace
 
-std::vector<Step> read_steps(const std::string& path) {
+std::vector<ScenarioStep> read_steps(const std::string& path) {
     return Reader(path).steps();
 }
 
 void run_scenario(const std::string& socket, const std::string& path) {
     const auto steps = read_steps(path);
     const auto start = std::chrono::steady_clock::now();
-    for (const Step& step : steps) {
+    for (const ScenarioStep& step : steps) {
         std::this_thread::sleep_until(start + step.at);
         const nlohmann::json answer = ask_server(socket, step.command);
         std::printf("%6lld ms  %s\n", static_cast<long long>(step.at.count()),

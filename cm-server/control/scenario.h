@@ -8,13 +8,13 @@
 
 namespace quorvel::cm {
 
-struct Step {
+struct ScenarioStep {
     std::chrono::milliseconds at{0};
     nlohmann::json command;
 };
 
 // The steps of a file. Throws AskError for a file that makes no sense.
-std::vector<Step> read_steps(const std::string& path);
+std::vector<ScenarioStep> read_steps(const std::string& path);
 
 // Runs the steps of a TOML file ([[step]] with `at` in milliseconds, `command` and its arguments) against the
 // server, and prints each. Throws AskError at the first step that is refused, and for a file that makes no
