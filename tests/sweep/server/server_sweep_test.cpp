@@ -309,6 +309,10 @@ class ServerSweep : public ::testing::Test {
 class ServerSweepOf : public ServerSweep, public ::testing::WithParamInterface<Kind> {};
 
 TEST_P(ServerSweepOf, failing_calls_ends_nothing_and_makes_nothing_untrue) {
+    const char* form = std::getenv("QUORVEL_SWEEP");
+    if (GetParam().name == std::string_view("memory_twice") &&
+        (form == nullptr || form != std::string_view("long")))
+        GTEST_SKIP() << "two failures in a row: with QUORVEL_SWEEP=long";
     sweep(GetParam());
 }
 
