@@ -94,9 +94,7 @@ void sweep(CallKey key) {
     const Call call = find(key);
     if (!call)
         return;
-    for (NetCMThreadProf& entry : call.record->ThreadProf)
-        if (in_use(entry) && holds_nothing(entry))
-            release(entry);
+    release_empty(*call.record);
     if (count_users(*call.record) == 0)
         clean(call);
 }

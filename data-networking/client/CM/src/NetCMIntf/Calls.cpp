@@ -80,12 +80,6 @@ bool reaches(const Call& call, Position at) QV_REQUIRES(table_lock) {
     return !any || any_earlier;
 }
 
-void release_empty(NetCMCallInfo& call) QV_REQUIRES(table_lock) {
-    for (NetCMThreadProf& entry : call.ThreadProf)
-        if (in_use(entry) && holds_nothing(entry))
-            release(entry);
-}
-
 void empty_record(NetCMCallInfo& call) QV_REQUIRES(table_lock) {
     store(call.CallId, -1);
     call.CallState = 0;
@@ -100,6 +94,12 @@ void empty_record(NetCMCallInfo& call) QV_REQUIRES(table_lock) {
 }
 
 }  // namespace
+
+void release_empty(NetCMCallInfo& call) {
+    for (NetCMThreadProf& entry : call.ThreadProf)
+        if (in_use(entry) && holds_nothing(entry))
+            release(entry);
+}
 
 void begin_anew(Connection& life) QV_REQUIRES(table_lock) {
     life = {};
@@ -377,7 +377,7 @@ void end_uses(const Call& call, Position at) {
     call.record->ConnInfo = {};
     call.life->opened = at + 1;
     call.life->telling = 0;
-    turn_kills(key_of(call), is_next_asked ? call.life->asked_profile : 0, {-1, 0});
+    forget_killed(key_of(call), is_next_asked ? call.life->asked_profile : 0);
     if (is_next_asked)
         return;
     call.record->CallState = 0;

@@ -133,6 +133,8 @@ void end_uses(const Call& call, Position at) QV_REQUIRES(table_lock);
 // Its end is asked for by whoever uses the profile.
 void ask_for_end(const Call& call, Ending ending, int32_t profile) QV_REQUIRES(table_lock);
 
+// Frees the entries of a record that hold no profile any more.
+void release_empty(NetCMCallInfo& call) QV_REQUIRES(table_lock);
 // Frees a slot, or what has left it.
 void clean(const Call& call) QV_REQUIRES(table_lock);
 // Frees what is kept beside the slots.
@@ -159,9 +161,8 @@ class Departure {
 
 // Kills that the server has been asked for, and the connections that they were meant for.
 void note_kill(int32_t profile, CallKey call) QV_REQUIRES(table_lock);
-// The kills of other profiles were not meant for what is in the slot any more, but for another connection, or
-// none.
-void turn_kills(CallKey from, int32_t but_of_profile, CallKey to) QV_REQUIRES(table_lock);
+// The kills of other profiles were not meant for what is in the slot any more.
+void forget_killed(CallKey call, int32_t but_of_profile) QV_REQUIRES(table_lock);
 // The connection of a kill that has been answered. False when no kill of the profile was asked for.
 bool take_kill(int32_t profile, CallKey& call) QV_REQUIRES(table_lock);
 

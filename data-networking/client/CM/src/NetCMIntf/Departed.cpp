@@ -88,11 +88,11 @@ void note_kill(int32_t profile, CallKey call) {
     }
 }
 
-void turn_kills(CallKey from, int32_t but_of_profile, CallKey to) {
+void forget_killed(CallKey call, int32_t but_of_profile) {
     for (AskedKill& kill : asked_kills)
-        if (kill.profile != but_of_profile && kill.call.index == from.index &&
-            kill.call.generation == from.generation)
-            kill.call = to;
+        if (kill.profile != but_of_profile && kill.call.index == call.index &&
+            kill.call.generation == call.generation)
+            kill.call = {-1, 0};
 }
 
 bool take_kill(int32_t profile, CallKey& call) {
