@@ -51,6 +51,14 @@ if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
   add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wthread-safety>)
 endif()
 
+# quorvel_large_pieces(<target>...): what of the targets' files is the same, large headers' templates above all, is
+# compiled once for a dozen of them.
+function(quorvel_large_pieces)
+  if(QUORVEL_UNITY)
+    set_target_properties(${ARGN} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 12)
+  endif()
+endfunction()
+
 # How the shared libraries of the house are linked: without a run time of their own, complete, and in few segments,
 # since every program that starts with them pays for each of those.
 set(QUORVEL_LIBRARY_LINK_OPTIONS

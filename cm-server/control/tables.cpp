@@ -7,7 +7,7 @@ namespace {
 
 using nlohmann::json;
 
-std::string text(const json& value) {
+std::string cell(const json& value) {
     return value.is_string() ? value.get<std::string>() : value.dump();
 }
 
@@ -15,7 +15,7 @@ std::string text(const json& value) {
 std::string all(const json& list, const char* key) {
     std::string result;
     for (const json& element : list)
-        result += (result.empty() ? "" : ",") + text(element.at(key));
+        result += (result.empty() ? "" : ",") + cell(element.at(key));
     return result.empty() ? "-" : result;
 }
 
@@ -41,14 +41,14 @@ std::string clients_and_calls(const json& data) {
     std::vector<std::vector<std::string>> clients{
         {"CLIENT", "PROCESS", "USER", "APPLICATION", "EVENTS", "TUNNEL", "CALLS"}};
     for (const json& client : data.at("clients"))
-        clients.push_back({text(client.at("client")), text(client.at("process")), text(client.at("user")),
-                           text(client.at("application")), client.at("events").get<bool>() ? "yes" : "no",
+        clients.push_back({cell(client.at("client")), cell(client.at("process")), cell(client.at("user")),
+                           cell(client.at("application")), client.at("events").get<bool>() ? "yes" : "no",
                            client.at("tunnel-indications").get<bool>() ? "yes" : "no",
                            all(client.at("calls"), "call")});
     std::vector<std::vector<std::string>> calls{
         {"CALL", "STATE", "PROFILES", "NAMES", "INTERFACE", "ADDRESS", "CLIENTS"}};
     for (const json& call : data.at("calls"))
-        calls.push_back({text(call.at("call")), text(call.at("state")), all(call.at("profiles"), "profile"),
+        calls.push_back({cell(call.at("call")), cell(call.at("state")), all(call.at("profiles"), "profile"),
                          all(call.at("profiles"), "name"), call.value("interface", "-"),
                          call.value("address", "-"), all(call.at("users"), "client")});
     return table(clients) + "\n" + table(calls);

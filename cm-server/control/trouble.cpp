@@ -75,20 +75,22 @@ json restart(const Trouble& trouble, const json& arguments) {
     return {{"text", "every client is disconnected; back in " + std::to_string(away) + " ms"}};
 }
 
-struct Entry {
+struct TroubleCommand {
     std::string_view name;
     json (*command)(const Trouble&, const json&);
 };
-constexpr std::array kCommands{
-    Entry{"fault", add_fault},    Entry{"faults", list_faults}, Entry{"clear-faults", clear_faults},
-    Entry{"close", close_socket}, Entry{"restart", restart},
+constexpr std::array kTroubleCommands{
+    TroubleCommand{"fault", add_fault},           TroubleCommand{"faults", list_faults},
+    TroubleCommand{"clear-faults", clear_faults}, TroubleCommand{"close", close_socket},
+    TroubleCommand{"restart", restart},
 };
 
 }  // namespace
 
 std::optional<json> execute_trouble(const Trouble& trouble, const json& command) {
-    const auto found = std::ranges::find(kCommands, command.at("command").get<std::string>(), &Entry::name);
-    if (found == kCommands.end())
+    const auto found =
+        std::ranges::find(kTroubleCommands, command.at("command").get<std::string>(), &TroubleCommand::name);
+    if (found == kTroubleCommands.end())
         return std::nullopt;
     log::info("the operator asks: ", command.dump());
     return found->command(trouble, command);

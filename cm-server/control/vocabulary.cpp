@@ -76,18 +76,18 @@ struct Key {
     Check check;
     bool required = false;
 };
-struct Entry {
+struct CommandKeys {
     std::string_view name;
     std::vector<Key> keys;
 };
 
-const std::vector<Entry>& vocabulary() {
+const std::vector<CommandKeys>& vocabulary() {
     const Key call{"call", number};
     const Key profile{"profile", number};
     const Key status{"status", number};
     const Key reason{"reason", number};
     const Key client{"client", number};
-    static const std::vector<Entry> kAll{
+    static const std::vector<CommandKeys> kAll{
         {"suspend", {call, profile, status}},
         {"resume", {call, profile, status}},
         {"stop", {call, profile, status, reason}},
@@ -117,8 +117,8 @@ std::vector<std::string> names_of(const Entries& entries) {
 }
 
 // A key that other commands take is a misunderstanding of another kind than one that nobody takes.
-std::string unknown_key(const Entry& entry, const std::string& key) {
-    const bool elsewhere = std::ranges::any_of(vocabulary(), [&](const Entry& other) {
+std::string unknown_key(const CommandKeys& entry, const std::string& key) {
+    const bool elsewhere = std::ranges::any_of(vocabulary(), [&](const CommandKeys& other) {
         return std::ranges::find(other.keys, key, &Key::name) != other.keys.end();
     });
     const std::string command(entry.name);
@@ -133,7 +133,7 @@ std::optional<CommandFault> fault_in(const json& command) {
     if (!command.is_object() || !command.contains("command") || !command["command"].is_string())
         return CommandFault{"", "this names no command"};
     const auto name = command["command"].get<std::string>();
-    const auto entry = std::ranges::find(vocabulary(), name, &Entry::name);
+    const auto entry = std::ranges::find(vocabulary(), name, &CommandKeys::name);
     if (entry == vocabulary().end())
         return CommandFault{"command", "there is no command \"" + name + "\"" +
                                            command_line::did_you_mean(name, names_of(vocabulary()))};

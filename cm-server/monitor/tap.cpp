@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kTogether{10};
 // So much is not kept until then.
-constexpr size_t kEnough = size_t{256} * 1024;
+constexpr size_t kEnoughLines = size_t{256} * 1024;
 
 }  // namespace
 
@@ -92,7 +92,7 @@ void Tap::add(const Passing& passing) {
     ++lines_.count;
     lines_.first = lines_.first == 0 ? passing.number : lines_.first;
     lines_.last = passing.number;
-    if (lines_.text.size() > kEnough)
+    if (lines_.text.size() > kEnoughLines)
         tell();
     else if (!due_.running())
         due_.start(kTogether);

@@ -17,7 +17,7 @@ namespace {
 
 using nlohmann::json;
 
-constexpr size_t kEnough = size_t{64} * 1024;
+constexpr size_t kEnoughWaiting = size_t{64} * 1024;
 constexpr size_t kMostFiles = 99;
 // A file gets a quarter of the room, so that three quarters of it are used at least.
 constexpr uint64_t kParts = 4;
@@ -217,7 +217,7 @@ void RecordFile::add(const Passing& passing) {
     }
     waiting_ += entry;
     ends_.push_back({waiting_.size(), passing.number});
-    if (waiting_.size() >= kEnough)
+    if (waiting_.size() >= kEnoughWaiting)
         put_waiting();
 }
 

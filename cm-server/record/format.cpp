@@ -12,9 +12,9 @@ namespace {
 
 using nlohmann::json;
 
-class Lines : public RecordFormat {
+class JsonLines : public RecordFormat {
   public:
-    explicit Lines(bool with_fields) : with_fields_(with_fields) {}
+    explicit JsonLines(bool with_fields) : with_fields_(with_fields) {}
 
     std::string opening(const json& begin) override { return to_line(begin) + "\n"; }
     std::string entry(const Passing& passing) override {
@@ -39,7 +39,7 @@ class Lines : public RecordFormat {
 std::unique_ptr<RecordFormat> make_format(const std::string& file, bool with_fields) {
     if (file.ends_with(".pcapng"))
         return std::make_unique<Pcapng>();
-    return std::make_unique<Lines>(with_fields);
+    return std::make_unique<JsonLines>(with_fields);
 }
 
 }  // namespace quorvel::cm

@@ -65,16 +65,16 @@ std::vector<RecordEntry> read_lines(const std::string& path, std::string_view te
     return entries;
 }
 
-struct Part {
+struct RecordPart {
     std::vector<RecordEntry> entries;
     json begin = json::object();
 };
 
-Part read_part(const std::string& path) {
+RecordPart read_part(const std::string& path) {
     const std::string text = content_of(path);
     const auto bytes = std::as_bytes(std::span(text));
     size_t cut = 0;
-    Part part;
+    RecordPart part;
     if (is_pcapng(bytes))
         for (Kept& kept : read_pcapng(path, bytes, cut))
             part.entries.push_back(entry_of(std::move(kept)));
@@ -106,11 +106,11 @@ bool exists(const std::string& path) {
     return std::ifstream(path).good();
 }
 
-std::optional<Part> part_before(const Part& part, const std::string& path) {
+std::optional<RecordPart> part_before(const RecordPart& part, const std::string& path) {
     const auto number = part.begin.value("part", 1U);
     if (number <= 1 || !exists(path))
         return std::nullopt;
-    Part before = read_part(path);
+    RecordPart before = read_part(path);
     if (before.begin.value("record", "") != part.begin.value("record", "") ||
         before.begin.value("part", 0U) + 1 != number)
         return std::nullopt;
@@ -183,7 +183,7 @@ uint64_t Record::lost() const {
 }
 
 Record read_record(const std::string& path) {
-    std::vector<Part> parts{read_part(path)};
+    std::vector<RecordPart> parts{read_part(path)};
     Record record;
     record.files = {path};
     for (std::string before = name_before(path);; before = name_before(before)) {

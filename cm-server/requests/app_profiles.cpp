@@ -53,17 +53,19 @@ void set_payment(Store& store, wire::AppProfMsg& message) {
     store.set_payment(message.AppProf.Param, message.AppProf.ProfileId);
 }
 
-using Entry = StoreCommand<Store&, wire::AppProfMsg&>;
-constexpr std::array kHandlers{
-    Entry{wire::NETPM_APPPROF_ADD_APP_ID, "adds application ", add},
-    Entry{wire::NETPM_APPPROF_DELETE_APP_ID, "deletes application ", remove},
-    Entry{wire::NETPM_APPPROF_CHECK_APP_ID, "asks whether it knows application ", check},
-    Entry{wire::NETPM_APPPROF_GET_APP_INFO, "reads the binding of application ", get},
-    Entry{wire::NETPM_APPPROF_SET_APP_INFO, "binds application ", set},
-    Entry{wire::NETPM_APPPROF_GET_PROPER_PROFILE, "asks for the profile of application ", get_proper},
-    Entry{wire::NETPM_APPPROF_ASYNC_PROPER_PROFILE, "asks for an event with the profile of application ",
-          get_proper},
-    Entry{wire::NETPM_APPPROF_CHANGE_PAYMENT, "changes the payment setting, application ", set_payment},
+using AppProfileCommand = StoreCommand<Store&, wire::AppProfMsg&>;
+constexpr std::array kAppProfileCommands{
+    AppProfileCommand{wire::NETPM_APPPROF_ADD_APP_ID, "adds application ", add},
+    AppProfileCommand{wire::NETPM_APPPROF_DELETE_APP_ID, "deletes application ", remove},
+    AppProfileCommand{wire::NETPM_APPPROF_CHECK_APP_ID, "asks whether it knows application ", check},
+    AppProfileCommand{wire::NETPM_APPPROF_GET_APP_INFO, "reads the binding of application ", get},
+    AppProfileCommand{wire::NETPM_APPPROF_SET_APP_INFO, "binds application ", set},
+    AppProfileCommand{wire::NETPM_APPPROF_GET_PROPER_PROFILE, "asks for the profile of application ",
+                      get_proper},
+    AppProfileCommand{wire::NETPM_APPPROF_ASYNC_PROPER_PROFILE,
+                      "asks for an event with the profile of application ", get_proper},
+    AppProfileCommand{wire::NETPM_APPPROF_CHANGE_PAYMENT, "changes the payment setting, application ",
+                      set_payment},
 };
 
 // The event of the asynchronous request names the application and the profile in words of its own.
@@ -84,8 +86,8 @@ void ask_application_profile(Services services, Client& client, const Request& r
         return;
     const uint32_t application = message.AppProf.AppId;
     const bool with_event = message.Cmd == wire::NETPM_APPPROF_ASYNC_PROPER_PROFILE;
-    const auto [words, error] =
-        carry_out(kHandlers, message.Cmd, "asks something unknown of application ", services.store, message);
+    const auto [words, error] = carry_out(kAppProfileCommands, message.Cmd,
+                                          "asks something unknown of application ", services.store, message);
     message.Result = error;
     message.Cmd += wire::kPmAnswer;
     log_request(client, words, log::field("application", static_cast<int32_t>(application)), outcome(error));

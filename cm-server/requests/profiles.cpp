@@ -157,23 +157,26 @@ void restore(Exchange& exchange) {
     exchange.services.store.restore();
 }
 
-using Entry = StoreCommand<Exchange&>;
-constexpr std::array kHandlers{
-    Entry{wire::NETPM_CLIENT_ADD_PROFILE_REQ, "adds a profile", add},
-    Entry{wire::NETPM_CLIENT_MODIFY_PROFILE_REQ, "changes a profile", modify},
-    Entry{wire::NETPM_CLIENT_DELETE_PROFILE_REQ, "deletes a profile", remove},
-    Entry{wire::NETPM_CLIENT_GET_PROFILE_REQ, "reads a profile", get},
-    Entry{wire::NETPM_CLIENT_GET_PROFILE_STATUS_REQ, "asks for the status of a profile", get_status},
-    Entry{wire::NETPM_CLIENT_GET_DEFAULT_PROFILE_REQ, "reads the default profile", get_default},
-    Entry{wire::NETPM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ, "asks for the default profile", get_default_id},
-    Entry{wire::NETPM_CLIENT_SET_DEFAULT_PROFILE_ID_REQ, "makes a profile the default", set_default},
-    Entry{wire::NETPM_CLIENT_GET_POFILE_LIST_REQ, "lists profiles", list_ids},
-    Entry{wire::NETPM_CLIENT_RESTORE_PROFILES_REQ, "restores the factory's profiles", restore},
-    Entry{wire::NETPM_CLIENT_GET_PROFILE_ATTR_REQ, "asks for the attributes of a profile", get_attributes},
-    Entry{wire::NETPM_CLIENT_GET_PARTIAL_PROFILE_LIST_REQ, "lists profiles with their networks",
-          list_partial},
-    Entry{wire::NETPM_CLIENT_GET_PROFILE_ID_FOR_APN_REQ, "finds profiles by access point", find_by_apn},
-    Entry{wire::NETPM_CLIENT_FIND_PROFILE_IDS_REQ, "finds profiles", find},
+using ProfileCommand = StoreCommand<Exchange&>;
+constexpr std::array kProfileCommands{
+    ProfileCommand{wire::NETPM_CLIENT_ADD_PROFILE_REQ, "adds a profile", add},
+    ProfileCommand{wire::NETPM_CLIENT_MODIFY_PROFILE_REQ, "changes a profile", modify},
+    ProfileCommand{wire::NETPM_CLIENT_DELETE_PROFILE_REQ, "deletes a profile", remove},
+    ProfileCommand{wire::NETPM_CLIENT_GET_PROFILE_REQ, "reads a profile", get},
+    ProfileCommand{wire::NETPM_CLIENT_GET_PROFILE_STATUS_REQ, "asks for the status of a profile", get_status},
+    ProfileCommand{wire::NETPM_CLIENT_GET_DEFAULT_PROFILE_REQ, "reads the default profile", get_default},
+    ProfileCommand{wire::NETPM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ, "asks for the default profile",
+                   get_default_id},
+    ProfileCommand{wire::NETPM_CLIENT_SET_DEFAULT_PROFILE_ID_REQ, "makes a profile the default", set_default},
+    ProfileCommand{wire::NETPM_CLIENT_GET_POFILE_LIST_REQ, "lists profiles", list_ids},
+    ProfileCommand{wire::NETPM_CLIENT_RESTORE_PROFILES_REQ, "restores the factory's profiles", restore},
+    ProfileCommand{wire::NETPM_CLIENT_GET_PROFILE_ATTR_REQ, "asks for the attributes of a profile",
+                   get_attributes},
+    ProfileCommand{wire::NETPM_CLIENT_GET_PARTIAL_PROFILE_LIST_REQ, "lists profiles with their networks",
+                   list_partial},
+    ProfileCommand{wire::NETPM_CLIENT_GET_PROFILE_ID_FOR_APN_REQ, "finds profiles by access point",
+                   find_by_apn},
+    ProfileCommand{wire::NETPM_CLIENT_FIND_PROFILE_IDS_REQ, "finds profiles", find},
 };
 
 }  // namespace
@@ -185,8 +188,8 @@ void ask_profile_manager(Services services, Client& client, const Request& reque
         return;
     exchange.data = cursor.take(cursor.remaining());
     exchange.answer.profile = exchange.header.ProfileId;
-    const auto [words, error] =
-        carry_out(kHandlers, exchange.header.Command, "asks the profile manager something unknown", exchange);
+    const auto [words, error] = carry_out(kProfileCommands, exchange.header.Command,
+                                          "asks the profile manager something unknown", exchange);
     if (error != PM_SUCCESS)
         exchange.answer.refuse(error);
     log_request(client, words, ", profile ", log::field("profile", exchange.answer.profile),

@@ -7,7 +7,7 @@
 namespace quorvel::cm {
 namespace {
 
-NetPMProfileType type_of(uint32_t interface) {
+NetPMProfileType type_over(uint32_t interface) {
     return interface == NETCM_IFACE_WIFI ? NETPM_PROFILE_WLAN : NETPM_PROFILE_PDP;
 }
 
@@ -54,7 +54,7 @@ int32_t Store::proper_profile(uint32_t id) {
     if (own.ProfileId != 0)
         return static_cast<int32_t>(own.ProfileId);
     for (const uint32_t interface : own.NetIfaceList)
-        if (const auto found = interface != 0 ? default_id(type_of(interface)) : std::nullopt)
+        if (const auto found = interface != 0 ? default_id(type_over(interface)) : std::nullopt)
             return *found;
     const bool anything =
         std::ranges::all_of(own.NetIfaceList, [](uint32_t interface) { return interface == 0; });

@@ -29,14 +29,14 @@ void require_done(uint32_t answer, const std::string& what) {
     }
 }
 
-void run_add(const CommonOptions& common, const AppOption& options) {
+void run_add_application(const CommonOptions& common, const AppOption& options) {
     Session session;
     require_done(NetPMAppProfAddAppId(options.app), of_application("cannot add", options.app));
     common.printer().result({{"app_id", options.app}});
     session.end(forget);
 }
 
-void run_delete(const CommonOptions& common, const AppOption& options) {
+void run_delete_application(const CommonOptions& common, const AppOption& options) {
     Session session;
     require_done(NetPMAppProfDeleteAppId(options.app), of_application("cannot delete", options.app));
     common.printer().result({{"app_id", options.app}});
@@ -60,7 +60,7 @@ Json interfaces_to_json(const uint32_t (&list)[2]) {
     return interfaces;
 }
 
-Json to_json(const NetPMAppProf& binding) {
+Json binding_to_json(const NetPMAppProf& binding) {
     Json out{{"app_id", binding.AppId}, {"profile_id", nullptr}};
     if (binding.ProfileId != 0) {
         out["profile_id"] = binding.ProfileId;
@@ -72,10 +72,10 @@ Json to_json(const NetPMAppProf& binding) {
 void print_binding(const CommonOptions& common, int32_t app) {
     NetPMAppProf binding{};
     require_success(NetPMAppProfGetAppInfo(app, &binding), of_application("cannot read the binding of", app));
-    common.printer().result(to_json(binding));
+    common.printer().result(binding_to_json(binding));
 }
 
-void run_show(const CommonOptions& common, const AppOption& options) {
+void run_show_application(const CommonOptions& common, const AppOption& options) {
     Session session;
     print_binding(common, options.app);
     session.end(forget);
@@ -108,7 +108,7 @@ struct InterfacesOptions : AppOption {
     }
 };
 
-void run_interfaces(const CommonOptions& common, const InterfacesOptions& options) {
+void run_application_interfaces(const CommonOptions& common, const InterfacesOptions& options) {
     Session session;
     uint32_t list[2]{};
     if (!options.interfaces.empty()) {
@@ -185,13 +185,14 @@ void run_payment(const CommonOptions& common, const PaymentOptions& options) {
 void add_application_commands(CLI::App& app, const CommonOptions& common) {
     CLI::App* application = app.add_subcommand("app", "Bind applications to profiles");
     application->require_subcommand(1);
-    add_command(*application, common, "add", "Make an application known", run_add);
-    add_command(*application, common, "delete", "Forget an application", run_delete);
+    add_command(*application, common, "add", "Make an application known", run_add_application);
+    add_command(*application, common, "delete", "Forget an application", run_delete_application);
     add_command(*application, common, "check", "Print whether an application is known", run_check);
-    add_command(*application, common, "show", "Print an application's profile and interfaces", run_show);
+    add_command(*application, common, "show", "Print an application's profile and interfaces",
+                run_show_application);
     add_command(*application, common, "bind", "Bind an application to a profile", run_bind);
     add_command(*application, common, "interfaces", "Print, or set and print, the interfaces it may use",
-                run_interfaces);
+                run_application_interfaces);
     add_command(*application, common, "proper", "Print the profile that an application is to use now",
                 run_proper);
     add_command(*application, common, "payment", "Change the payment setting of the device", run_payment);

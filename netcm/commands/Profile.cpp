@@ -90,7 +90,7 @@ Json profile_ids(uint32_t type) {
     return std::vector(ids.begin(), ids.begin() + count);
 }
 
-struct ListOptions {
+struct ProfileListOptions {
     std::string type = "all";
     bool ids_only = false;
 
@@ -102,7 +102,7 @@ struct ListOptions {
     }
 };
 
-void run_list(const CommonOptions& common, const ListOptions& options) {
+void run_list_profiles(const CommonOptions& common, const ProfileListOptions& options) {
     Session session;
     Json list = Json::array();
     const int32_t default_id = options.ids_only ? 0 : default_profile_or_none();
@@ -145,7 +145,7 @@ struct ShowOptions : OptionalProfile {
     }
 };
 
-void run_show(const CommonOptions& common, const ShowOptions& options) {
+void run_show_profile(const CommonOptions& common, const ShowOptions& options) {
     Session session;
     const NetPMProfile record = options.profile ? read_profile(*options.profile) : read_default_profile();
     common.printer().result(to_json(record, options.show_secrets ? Secrets::kShow : Secrets::kMask));
@@ -246,7 +246,7 @@ struct FieldOptions {
     }
 };
 
-void run_add(const CommonOptions& common, const FieldOptions& options) {
+void run_add_profile(const CommonOptions& common, const FieldOptions& options) {
     NetPMProfile record = make_profile(options.values());
     Session session;
     int32_t profile = 0;
@@ -278,7 +278,7 @@ void run_edit(const CommonOptions& common, const EditOptions& options) {
     session.end(forget);
 }
 
-void run_delete(const CommonOptions& common, const ProfileOption& options) {
+void run_delete_profile(const CommonOptions& common, const ProfileOption& options) {
     Session session;
     require_success(NetPMDeleteProfileInfo(options.profile), of_profile("cannot delete", options.profile));
     common.printer().result({{"profile_id", options.profile}});
@@ -309,7 +309,7 @@ struct FindOptions {
     }
 };
 
-void run_find(const CommonOptions& common, const FindOptions& options) {
+void run_find_profiles(const CommonOptions& common, const FindOptions& options) {
     constexpr uint32_t kByEssid = 1;
     Session session;
     std::array<std::byte, NETPM_LIST_ROOM> room{};
@@ -343,7 +343,7 @@ void run_attributes(const CommonOptions& common, const ProfileOption& options) {
     session.end(forget);
 }
 
-void run_status(const CommonOptions& common, const ProfileOption& options) {
+void run_profile_status(const CommonOptions& common, const ProfileOption& options) {
     Session session;
     uint16_t status = 0;
     require_success(NetPMGetProfileStatus(options.profile, &status),
@@ -357,23 +357,23 @@ void run_status(const CommonOptions& common, const ProfileOption& options) {
 void add_profile_commands(CLI::App& app, const CommonOptions& common) {
     CLI::App* profile = app.add_subcommand("profile", "Keep the stored connection profiles");
     profile->require_subcommand(1);
-    add_command(*profile, common, "list", "List the stored profiles", run_list);
-    add_command(*profile, common, "show", "Print a profile, or the default one", run_show);
-    add_command(*profile, common, "add", "Add a profile, and print its id", run_add)
+    add_command(*profile, common, "list", "List the stored profiles", run_list_profiles);
+    add_command(*profile, common, "show", "Print a profile, or the default one", run_show_profile);
+    add_command(*profile, common, "add", "Add a profile, and print its id", run_add_profile)
         ->footer(
             "Everything is checked before it is sent. A password given as an option is seen by everyone who "
             "can\n"
             "list processes: --file /dev/stdin keeps it away from them.");
     add_command(*profile, common, "edit", "Change some fields of a profile", run_edit);
-    add_command(*profile, common, "delete", "Delete a profile", run_delete);
+    add_command(*profile, common, "delete", "Delete a profile", run_delete_profile);
     add_command(*profile, common, "default",
                 "Print the default profile's id, after making a profile the default", run_default);
-    add_command(*profile, common, "find", "Find profiles by their network", run_find);
+    add_command(*profile, common, "find", "Find profiles by their network", run_find_profiles);
     add_command(*profile, common, "restore", "Put the profiles back to the factory's, and list their ids",
                 run_restore)
         ->footer("All other profiles are lost.");
     add_command(*profile, common, "attributes", "Print the attribute bits of a profile", run_attributes);
-    add_command(*profile, common, "status", "Print the status of a profile", run_status);
+    add_command(*profile, common, "status", "Print the status of a profile", run_profile_status);
 }
 
 }  // namespace quorvel::netcm

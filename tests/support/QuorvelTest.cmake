@@ -6,13 +6,15 @@ set(QUORVEL_TEST_LAUNCHER
   "TSAN_OPTIONS=second_deadlock_stack=1"
   "$<TARGET_FILE:quorvel-isolate>" --keep "${PROJECT_SOURCE_DIR}" --keep "${PROJECT_BINARY_DIR}" --)
 
-# quorvel_test(<name> SOURCES <source>... [LIBRARIES <target>...] [LABELS <label>...] [TIMEOUT <seconds>] [PLAIN])
+# quorvel_test(<name> SOURCES <source>... [LIBRARIES <target>...] [LABELS <label>...] [TIMEOUT <seconds>] [PLAIN]
+#   [LARGE_PIECES])
 #
 # Builds a GoogleTest program from the sources, linked with the library and the test support, and registers each
 # of its cases as a test of its own. A suite whose name ends in "Slow" is labelled `slow` and has three minutes.
-# PLAIN leaves out what stands in for the platform's functions and for those of the C library.
+# PLAIN leaves out what stands in for the platform's functions and for those of the C library. LARGE_PIECES: no two of
+# the sources have a name of their own in common, so that they may be compiled together.
 function(quorvel_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "PLAIN" "TIMEOUT" "SOURCES;LIBRARIES;LABELS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "PLAIN;LARGE_PIECES" "TIMEOUT" "SOURCES;LIBRARIES;LABELS")
   if(arg_UNPARSED_ARGUMENTS OR NOT arg_SOURCES)
     message(FATAL_ERROR "quorvel_test(${name}): sources are missing, or unknown: ${arg_UNPARSED_ARGUMENTS}")
   endif()
@@ -31,6 +33,9 @@ function(quorvel_test name)
   endif()
   target_precompile_headers(${name} REUSE_FROM quorvel_test_support)
   add_dependencies(${name} quorvel-isolate)
+  if(arg_LARGE_PIECES)
+    quorvel_large_pieces(${name})
+  endif()
 
   _quorvel_discover(${name} "*:-*Slow.*" ${arg_TIMEOUT} "${arg_LABELS}")
   list(APPEND arg_LABELS slow)

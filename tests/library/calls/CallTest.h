@@ -11,6 +11,9 @@
 
 namespace quorvel::test {
 
+inline constexpr uint32_t kKill = wire::NETCM_CLIENT_KILL_REQ;
+inline constexpr int32_t kServerGone = 2;
+
 // The units whose traces these tests look at.
 inline constexpr char kIntf[] = "data-networking/client/CM/src/NetCMIntf";
 inline constexpr char kCore[] = "data-networking/client/CM/src/NetCMClientCore";

@@ -5,7 +5,6 @@ namespace quorvel::test {
 namespace {
 
 constexpr uint32_t kList = wire::NETCM_CLIENT_GET_ACTIVE_CONN_LIST_REQ;
-constexpr uint32_t kKill = wire::NETCM_CLIENT_KILL_REQ;
 
 uint32_t cleanup() {
     return NetCMConnectionCleanup();

@@ -4,8 +4,6 @@
 namespace quorvel::test {
 namespace {
 
-constexpr uint32_t kKill = wire::NETCM_CLIENT_KILL_REQ;
-
 class Kill : public CallTest {
   protected:
     Kill() { server.on(kKill, silence()); }

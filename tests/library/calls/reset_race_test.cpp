@@ -8,8 +8,6 @@
 namespace quorvel::test {
 namespace {
 
-constexpr int32_t kServerGone = 2;
-
 class ResetRace : public CallTest {
   protected:
     // User 0 with profile 7 on call 0, up; user 1 registered.
@@ -255,13 +253,13 @@ TEST_F(ResetRace, nobody_leaves_who_has_still_to_be_told) {
 }
 
 TEST_F(ResetRace, many_threads_open_and_close_while_it_happens_again_and_again) {
-    constexpr int kThreads = 8;
+    constexpr int kOpeners = 8;
     constexpr int kRounds = 30;
     trace::stop_keeping();
-    for (int number = 0; number < kThreads; ++number)
+    for (int number = 0; number < kOpeners; ++number)
         registered(number);
     std::atomic<bool> done{false};
-    for (int number = 0; number < kThreads; ++number)
+    for (int number = 0; number < kOpeners; ++number)
         user(number).thread().start([&done, number] {
             for (int i = 0; !done; ++i) {
                 const int32_t profile = 1 + (number + i) % 3;
@@ -275,7 +273,7 @@ TEST_F(ResetRace, many_threads_open_and_close_while_it_happens_again_and_again) 
         server.start();
     }
     done = true;
-    for (int number = 0; number < kThreads; ++number)
+    for (int number = 0; number < kOpeners; ++number)
         user(number).thread().wait();
     server.stop();
     ASSERT_TRUE(eventually([this] {
@@ -284,7 +282,7 @@ TEST_F(ResetRace, many_threads_open_and_close_while_it_happens_again_and_again) 
                                 [](const NetCMCallInfo& call) { return call.InUse != 0; });
         });
     }));
-    for (int number = 0; number < kThreads; ++number)
+    for (int number = 0; number < kOpeners; ++number)
         EXPECT_EQ(user(number).deregister(), NETCM_SUCCESS);
 }
 

@@ -7,8 +7,6 @@
 namespace quorvel::test {
 namespace {
 
-constexpr int32_t kServerGone = 2;
-
 class ServerLoss : public CallTest {
   protected:
     // User 0 with profile 7 and user 1 with profiles 7 and 8, on two calls, up.

@@ -16,15 +16,15 @@ namespace {
 using ::testing::ElementsAre;
 
 template <class Make>
-Resolution resolve_message(Make make) {
+Resolution hostile_message(Make make) {
     Responder responder([make](const Exchange& exchange) { exchange.reply(make(exchange.query)); });
     trace::clear();
     return std::move(Resolution().by_name("www.example"));
 }
 
 template <class Fill>
-Resolution resolve(Fill fill) {
-    return resolve_message([fill](const Bytes& query) {
+Resolution hostile(Fill fill) {
+    return hostile_message([fill](const Bytes& query) {
         Response response(query);
         fill(response);
         return response.bytes();
@@ -39,7 +39,7 @@ void expect_failure(const Resolution& result, int herr) {
 
 TEST(HostileHeader, fewer_than_12_bytes_fail) {
     for (size_t length = 0; length < 12; ++length) {
-        const Resolution result = resolve_message([length](const Bytes& query) {
+        const Resolution result = hostile_message([length](const Bytes& query) {
             return Bytes(query.begin(), query.begin() + static_cast<long>(length));
         });
         expect_failure(result, 1);
@@ -52,7 +52,7 @@ TEST(HostileHeader, fewer_than_12_bytes_fail) {
 
 TEST(HostileHeader, another_id_fails) {
     unsigned asked = 0;
-    const Resolution result = resolve_message([&asked](const Bytes& query) {
+    const Resolution result = hostile_message([&asked](const Bytes& query) {
         asked = word_at(query, 0);
         return Response(query).id(static_cast<uint16_t>(asked + 1)).a("www.example", "1.2.3.4").bytes();
     });
@@ -63,7 +63,7 @@ TEST(HostileHeader, another_id_fails) {
 }
 
 TEST(HostileHeader, what_follows_the_answers_is_counted_and_not_read) {
-    const Resolution result = resolve_message([](const Bytes& query) {
+    const Resolution result = hostile_message([](const Bytes& query) {
         Bytes message = Response(query).a("www.example", "192.0.2.1").bytes();
         message[8] = 1;
         message[9] = 2;
@@ -80,7 +80,7 @@ TEST(HostileHeader, what_follows_the_answers_is_counted_and_not_read) {
 TEST(HostileHeader, each_response_code_gives_its_error) {
     const int errors[] = {0, 3, 2, 4, 3, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
     for (int rcode = 1; rcode < 16; ++rcode) {
-        const Resolution result = resolve([rcode](Response& r) {
+        const Resolution result = hostile([rcode](Response& r) {
             r.flags(static_cast<uint16_t>(0x8180 | rcode)).a("www.example", "192.0.2.1");
         });
         expect_failure(result, errors[rcode]);
@@ -90,12 +90,12 @@ TEST(HostileHeader, each_response_code_gives_its_error) {
 }
 
 TEST(HostileHeader, no_answer_is_no_host) {
-    expect_failure(resolve([](Response&) {}), 1);
+    expect_failure(hostile([](Response&) {}), 1);
     EXPECT_EQ(trace::find("no error but no answer(s)\n").mask, trace::kNormal);
 }
 
 TEST(HostileQuestion, a_response_without_its_question_is_understood) {
-    Resolution result = resolve([](Response& r) { r.without_question().a("www.example", "192.0.2.1"); });
+    Resolution result = hostile([](Response& r) { r.without_question().a("www.example", "192.0.2.1"); });
     ASSERT_NE(result.host, nullptr);
     EXPECT_STREQ(result.host->h_name, "www.example");
 }
@@ -103,7 +103,7 @@ TEST(HostileQuestion, a_response_without_its_question_is_understood) {
 TEST(HostileQuestion, a_question_that_cannot_be_read_moves_one_byte_back) {
     // One question more than there is. At its place stands a label that reaches past the end; one byte before
     // it, the low byte of the first question's class is a label's length, 1, and there the answer begins.
-    Resolution result = resolve([](Response& r) {
+    Resolution result = hostile([](Response& r) {
         r.questions(2).answers(1).raw({'<', 0, 0, kA, 0, kIn, 0, 0, 0, 9, 0, 4, 192, 0, 2, 5});
     });
     expect_layout(result.host, result.buffer);
@@ -113,7 +113,7 @@ TEST(HostileQuestion, a_question_that_cannot_be_read_moves_one_byte_back) {
 }
 
 TEST(HostileQuestion, each_of_several_unreadable_questions_moves_one_byte_back) {
-    const Resolution result = resolve([](Response& r) { r.questions(3).answers(1).raw({60}); });
+    const Resolution result = hostile([](Response& r) { r.questions(3).answers(1).raw({60}); });
     expect_failure(result, 1);
     // The second question is looked for behind the first, the third one byte before, the answer two bytes
     // before.
@@ -125,7 +125,7 @@ TEST(HostileQuestion, each_of_several_unreadable_questions_moves_one_byte_back) 
 }
 
 TEST(HostileQuestion, the_most_unreadable_questions_end) {
-    const Resolution result = resolve_message([](const Bytes& query) {
+    const Resolution result = hostile_message([](const Bytes& query) {
         Bytes message(query.begin(), query.begin() + 12);
         message[2] = 0x81;
         message[4] = message[5] = 0xff;
@@ -140,7 +140,7 @@ TEST(HostileQuestion, the_most_unreadable_questions_end) {
 constexpr bool kSwapped = std::endian::native == std::endian::little;
 
 TEST(HostileQuestion, a_walk_back_into_the_header_reads_it_as_examined) {
-    const Resolution result = resolve_message([](const Bytes& query) {
+    const Resolution result = hostile_message([](const Bytes& query) {
         Bytes message(query.begin(), query.begin() + 12);
         message[2] = 0x81;
         message[5] = message[7] = message[11] = 1;
@@ -165,7 +165,7 @@ TEST(HostileAnswer, a_message_cut_at_any_byte_fails) {
     size_t length = 12;
     for (;; ++length) {
         bool whole = false;
-        const Resolution result = resolve_message([length, &whole](const Bytes& query) {
+        const Resolution result = hostile_message([length, &whole](const Bytes& query) {
             Bytes message = whole_answer(query);
             whole = length >= message.size();
             message.resize(std::min(length, message.size()));
@@ -182,7 +182,7 @@ TEST(HostileAnswer, a_message_cut_at_any_byte_fails) {
 }
 
 TEST(HostileAnswer, the_shortage_names_the_offset_that_would_be_needed) {
-    resolve_message([](const Bytes& query) {
+    hostile_message([](const Bytes& query) {
         Bytes message = whole_answer(query);
         message.resize(message.size() - 4);
         return message;
@@ -194,12 +194,12 @@ TEST(HostileAnswer, the_shortage_names_the_offset_that_would_be_needed) {
 }
 
 TEST(HostileAnswer, more_answers_announced_than_sent_fail) {
-    expect_failure(resolve([](Response& r) { r.a("www.example", "192.0.2.1").answers(65535); }), 1);
+    expect_failure(hostile([](Response& r) { r.a("www.example", "192.0.2.1").answers(65535); }), 1);
 }
 
 TEST(HostileAnswer, a_data_length_past_the_end_fails) {
     for (const uint16_t length : {uint16_t{5}, uint16_t{512}, uint16_t{65535}})
-        expect_failure(resolve([length](Response& r) {
+        expect_failure(hostile([length](Response& r) {
                            r.record(labels("x"), kA, kIn, 1, address_bytes("192.0.2.1"), length);
                        }),
                        1);
@@ -207,7 +207,7 @@ TEST(HostileAnswer, a_data_length_past_the_end_fails) {
 
 TEST(HostileAnswer, an_address_of_fewer_bytes_is_filled_with_zeros) {
     for (size_t length = 0; length < 4; ++length) {
-        Resolution result = resolve([length](Response& r) {
+        Resolution result = hostile([length](Response& r) {
             Bytes address = address_bytes("255.254.253.252");
             address.resize(length);
             r.record(labels("x"), kA, kIn, 1, address);
@@ -222,14 +222,14 @@ TEST(HostileAnswer, an_address_of_fewer_bytes_is_filled_with_zeros) {
 
 TEST(HostileAnswer, an_address_of_more_bytes_is_kept_whole) {
     Resolution result =
-        resolve([](Response& r) { r.record(labels("x"), kA, kIn, 1, Bytes(16, 7)).a("x", "192.0.2.1"); });
+        hostile([](Response& r) { r.record(labels("x"), kA, kIn, 1, Bytes(16, 7)).a("x", "192.0.2.1"); });
     EXPECT_THAT(addresses_of(result.host), ElementsAre("7.7.7.7", "192.0.2.1"));
     EXPECT_EQ(result.host->h_addr_list[1] - result.host->h_addr_list[0], 16);
     EXPECT_EQ(result.needed, needed_for({"x"}, 5));
 }
 
 TEST(HostileAnswer, addresses_without_a_slot_are_dropped) {
-    Resolution result = resolve([](Response& r) {
+    Resolution result = hostile([](Response& r) {
         for (int index = 0; index < 40; ++index)
             r.record({0}, kA, kIn, 1, {});
     });
@@ -239,7 +239,7 @@ TEST(HostileAnswer, addresses_without_a_slot_are_dropped) {
 }
 
 TEST(HostileAnswer, aliases_without_a_slot_are_dropped) {
-    Resolution result = resolve([](Response& r) {
+    Resolution result = hostile([](Response& r) {
         for (int index = 0; index < 38; ++index)
             r.record({0}, kCname, kIn, 1, {0});
     });
@@ -248,12 +248,12 @@ TEST(HostileAnswer, aliases_without_a_slot_are_dropped) {
 }
 
 TEST(HostileAnswer, an_alias_target_that_cannot_be_read_fails) {
-    expect_failure(resolve([](Response& r) { r.record(labels("x"), kCname, kIn, 1, {60, 'x'}); }), 1);
+    expect_failure(hostile([](Response& r) { r.record(labels("x"), kCname, kIn, 1, {60, 'x'}); }), 1);
     EXPECT_EQ(trace::find("expand_name(CNAME) failed\n").mask, trace::kInternal);
 }
 
 TEST(HostileAnswer, only_the_first_512_bytes_are_read) {
-    const Resolution result = resolve([](Response& r) {
+    const Resolution result = hostile([](Response& r) {
         for (int index = 0; index < 40; ++index)
             r.a("www.example", "192.0.2.1");
     });
@@ -262,14 +262,14 @@ TEST(HostileAnswer, only_the_first_512_bytes_are_read) {
 }
 
 TEST(HostileName, a_pointer_to_itself_ends) {
-    const Resolution result = resolve(
+    const Resolution result = hostile(
         [](Response& r) { r.record(pointer_to(12 + 13 + 4), kA, kIn, 1, address_bytes("192.0.2.1")); });
     ASSERT_NE(result.host, nullptr);
     EXPECT_STREQ(result.host->h_name, "");
 }
 
 TEST(HostileName, a_circle_through_labels_ends_where_the_text_is_full) {
-    const Resolution result = resolve([](Response& r) {
+    const Resolution result = hostile([](Response& r) {
         r.record(Bytes{3, 'a', 'b', 'c'} + pointer_to(12 + 13 + 4), kA, kIn, 1, address_bytes("192.0.2.1"));
     });
     ASSERT_NE(result.host, nullptr);
@@ -279,7 +279,7 @@ TEST(HostileName, a_circle_through_labels_ends_where_the_text_is_full) {
 
 TEST(HostileName, pointers_outside_the_message_end_the_name) {
     for (const int target : {200, 511, 512, 0x3fff}) {
-        const Resolution result = resolve([target](Response& r) {
+        const Resolution result = hostile([target](Response& r) {
             r.record(Bytes{1, 'a'} + pointer_to(target), kA, kIn, 1, address_bytes("192.0.2.1"));
         });
         ASSERT_NE(result.host, nullptr) << target;
@@ -288,7 +288,7 @@ TEST(HostileName, pointers_outside_the_message_end_the_name) {
 }
 
 TEST(HostileName, a_pointer_into_the_header_reads_it_as_examined) {
-    const Resolution result = resolve_message([](const Bytes& query) {
+    const Resolution result = hostile_message([](const Bytes& query) {
         Bytes message = Response(query).record(pointer_to(8), kA, kIn, 1, address_bytes("192.0.2.1")).bytes();
         message[8] = 'a';  // swapped a label of one byte, else a pointer that leads nowhere
         message[9] = 1;
@@ -299,7 +299,7 @@ TEST(HostileName, a_pointer_into_the_header_reads_it_as_examined) {
 }
 
 TEST(HostileName, an_owner_that_cannot_be_read_to_its_end_is_tried_again_for_each_record) {
-    const Resolution result = resolve([](Response& r) {
+    const Resolution result = hostile([](Response& r) {
         for (int record = 0; record < 3; ++record)
             r.record(pointer_to(500), kA, kIn, 1, address_bytes("192.0.2.1"));
     });
@@ -311,15 +311,15 @@ TEST(HostileName, an_owner_that_cannot_be_read_to_its_end_is_tried_again_for_eac
 TEST(HostileName, the_longest_name_is_read_and_a_longer_one_is_not) {
     const std::string label(63, 'l');
     const std::string longest = label + "." + label + "." + label + "." + long_label(61);
-    Resolution result = resolve([&](Response& r) { r.a(longest, "192.0.2.1"); });
+    Resolution result = hostile([&](Response& r) { r.a(longest, "192.0.2.1"); });
     ASSERT_NE(result.host, nullptr);
     EXPECT_EQ(result.host->h_name, longest);
-    expect_failure(resolve([&](Response& r) { r.a(longest + ".lll", "192.0.2.1"); }), 1);
+    expect_failure(hostile([&](Response& r) { r.a(longest + ".lll", "192.0.2.1"); }), 1);
     EXPECT_TRUE(trace::contains("unpack_answer() failed\n"));
 }
 
 TEST(HostileName, a_zero_byte_in_a_label_ends_the_stored_name) {
-    const Resolution result = resolve([](Response& r) {
+    const Resolution result = hostile([](Response& r) {
         r.record({4, 'a', 'b', 0, 'c', 0}, kA, kIn, 1, address_bytes("192.0.2.1"));
     });
     ASSERT_NE(result.host, nullptr);

@@ -16,6 +16,8 @@
 
 namespace quorvel::test {
 
+inline constexpr char kTimedOut[] = "POLLing timeout  \n";
+
 // An operation of which each answer says what was asked.
 struct Operation {
     const char* name;

@@ -6,7 +6,6 @@ namespace quorvel::test {
 namespace {
 
 constexpr char kPass[] = "In quorvel Thread loop \n";
-constexpr char kTimedOut[] = "POLLing timeout  \n";
 constexpr char kNoMemory[] = "Memory can't be allocated for data.Data\n";
 
 // What a reader out of step would take for the end of the call 0, again and again.

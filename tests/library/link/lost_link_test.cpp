@@ -10,7 +10,6 @@ namespace quorvel::test {
 namespace {
 
 constexpr int32_t kServerGone = 2;
-constexpr char kTimedOut[] = "POLLing timeout  \n";
 
 class LostLink : public StreamTest {
   protected:

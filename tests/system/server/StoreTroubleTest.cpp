@@ -13,7 +13,7 @@ namespace quorvel::test {
 namespace {
 
 const std::string kPath = "/tmp/store.db";
-const std::vector<std::string> kFile{"--db", kPath};
+const std::vector<std::string> kStoreFile{"--db", kPath};
 
 int32_t add(RawClient& client, const char* name) {
     return ask_pm(client, 1, -1, slot(pdp_profile(name, "apn"))).profile;
@@ -21,7 +21,7 @@ int32_t add(RawClient& client, const char* name) {
 
 // Runs the server once, and leaves a profile of this name behind.
 int32_t leave(const char* name) {
-    CmServer server("", kFile);
+    CmServer server("", kStoreFile);
     RawClient client;
     const int32_t id = add(client, name);
     EXPECT_EQ(server.stop().status, 0);
@@ -57,7 +57,7 @@ class Lock {
 };
 
 TEST(LockedStore, refuses_at_once_and_stops_nobody) {
-    CmServer server("", kFile);
+    CmServer server("", kStoreFile);
     RawClient writer;
     RawClient other;
     {
@@ -81,7 +81,7 @@ TEST(LockedStore, refuses_at_once_and_stops_nobody) {
 TEST(DamagedStore, is_set_aside_and_the_last_good_copy_taken) {
     const int32_t kept = leave("kept");
     overwrite(kPath, 0);
-    CmServer server("", kFile);
+    CmServer server("", kStoreFile);
     server.program().wait_for_err("error: " + kPath + ": file is not a database");
     server.program().wait_for_err(kPath + ": the database is damaged, and is set aside as " + kPath +
                                   ".damaged-2");
@@ -108,7 +108,7 @@ int profiles_in_copy() {
 TEST(DamagedStore, comes_back_as_it_was_a_while_before_the_server_was_killed) {
     int32_t kept = 0;
     {
-        CmServer server("good-copy-after = 1\n", kFile);
+        CmServer server("good-copy-after = 1\n", kStoreFile);
         RawClient client;
         add(client, "first");
         kept = add(client, "kept");
@@ -117,7 +117,7 @@ TEST(DamagedStore, comes_back_as_it_was_a_while_before_the_server_was_killed) {
         server.program().wait();
     }
     overwrite(kPath, 0);
-    CmServer server("", kFile);
+    CmServer server("", kStoreFile);
     RawClient client;
     EXPECT_STREQ(profile_in(ask_pm(client, 4, kept)).ProfileName, "kept");
 }
@@ -125,7 +125,7 @@ TEST(DamagedStore, comes_back_as_it_was_a_while_before_the_server_was_killed) {
 TEST(DamagedStore, does_not_take_the_place_of_its_good_copy) {
     const int32_t kept = leave("kept");
     {
-        CmServer server("good-copy-after = 1\n", kFile);
+        CmServer server("good-copy-after = 1\n", kStoreFile);
         RawClient client;
         // The server has all of it in its memory, and goes on.
         overwrite(kPath, 8192);
@@ -134,7 +134,7 @@ TEST(DamagedStore, does_not_take_the_place_of_its_good_copy) {
         server.program().send_signal(SIGKILL);
         server.program().wait();
     }
-    CmServer server("", kFile);
+    CmServer server("", kStoreFile);
     server.program().wait_for_err("the server goes on with the last good copy");
     RawClient client;
     EXPECT_STREQ(profile_in(ask_pm(client, 4, kept)).ProfileName, "kept");
@@ -143,7 +143,7 @@ TEST(DamagedStore, does_not_take_the_place_of_its_good_copy) {
 TEST(DamagedStore, is_noticed_wherever_the_damage_is) {
     const int32_t kept = leave("kept");
     overwrite(kPath, 8192);
-    CmServer server("", kFile);
+    CmServer server("", kStoreFile);
     RawClient client;
     EXPECT_STREQ(profile_in(ask_pm(client, 4, kept)).ProfileName, "kept");
     EXPECT_EQ(set_aside(), 1u);
@@ -153,7 +153,7 @@ TEST(DamagedStore, without_a_good_copy_begins_anew) {
     leave("lost");
     overwrite(kPath, 0);
     overwrite(kPath + ".good", 0);
-    CmServer server("", kFile);
+    CmServer server("", kStoreFile);
     server.program().wait_for_err("the server begins anew, with the factory's profiles");
     RawClient client;
     EXPECT_EQ(client.ask(wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ).Word2, 1u);
@@ -161,7 +161,7 @@ TEST(DamagedStore, without_a_good_copy_begins_anew) {
 }
 
 TEST(StoreInUse, is_refused_to_a_second_server) {
-    CmServer server("", kFile);
+    CmServer server("", kStoreFile);
     const Ended second = run({CM_SERVER_PATH, "--db", kPath, "--socket", "/tmp/other"});
     EXPECT_EQ(second.status, 1);
     EXPECT_EQ(second.err, "cm-server: " + kPath + ": another server uses this database\n");
