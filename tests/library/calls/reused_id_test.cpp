@@ -1,6 +1,7 @@
 // A server gives the id of a connection away again as soon as it has freed it, while the end of the old one
 // is still to be told.
 #include <cstdlib>
+#include <future>
 #include <map>
 
 #include "CallTest.h"
@@ -68,6 +69,38 @@ TEST_F(ReusedId, a_connection_that_is_opened_behind_a_close_is_not_closing) {
     ASSERT_TRUE(push_and_settle(start_response(0, 2), block_with(9)));
     EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_OPEN_RSP, 2, 0}, {1, NETCM_EVENT_OPEN_RSP, 2, 0}}));
     EXPECT_EQ(address_of(2), 9);
+}
+
+// Those who leave at the same moment are answered by the library, and the call is stopped without users.
+TEST_F(ReusedId, a_connection_without_users_keeps_what_comes_late_from_the_next) {
+    one_call_up(1);
+    give_id(0);
+    EXPECT_EQ(user(0).open(2), NETCM_SUCCESS);
+    ASSERT_TRUE(push_and_settle(start_response(0, 2), connection_block()));
+    server.on(wire::NETCM_CLIENT_STOP_REQ, silence());
+    {
+        std::promise<void> closed;
+        const std::shared_future<void> both = closed.get_future().share();
+        const auto hook = trace::on_line([both](const TraceLine& line) {
+            if (line.text.starts_with("In __stop_conn_thread"))
+                both.wait();
+        });
+        EXPECT_EQ(user(0).close(1), NETCM_SUCCESS);
+        EXPECT_EQ(user(0).close(2), NETCM_SUCCESS);
+        closed.set_value();
+        ASSERT_TRUE(server.wait_for(wire::NETCM_CLIENT_STOP_REQ, 1));
+    }
+    events::clear();
+    give_id(0);
+    EXPECT_EQ(user(0).open(3), NETCM_SUCCESS);
+    for (const int32_t profile : {1, 2})
+        ASSERT_TRUE(push_and_settle(indication(wire::NETCM_CLIENT_SUSPEND_IND, 0, profile)));
+    EXPECT_EQ(told(), std::vector<Told>{}) << "the suspended one was the connection before";
+    for (const int32_t profile : {1, 2})
+        ASSERT_TRUE(push_and_settle(stop_response(0, profile)));
+    EXPECT_EQ(told(), std::vector<Told>{});
+    ASSERT_TRUE(push_and_settle(start_response(0, 3), block_with(9)));
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_OPEN_RSP, 3, 0}}));
 }
 
 TEST_F(ReusedId, many_closes_and_opens_in_a_row_each_hear_their_own) {

@@ -32,11 +32,14 @@ bool holds_anywhere(const NetCMCallInfo& call, int32_t profile) QV_REQUIRES(tabl
     return false;
 }
 
+// Whether the server has put the profile to the connection.
+bool was_put_to(const Connection& life, int32_t profile) {
+    return std::find(life.profiles, std::end(life.profiles), profile) != std::end(life.profiles);
+}
+
 // Whether the server may name the profile when it speaks of the connection.
 bool is_known(const Call& call, int32_t profile) QV_REQUIRES(table_lock) {
-    const auto& profiles = call.life->profiles;
-    return std::find(profiles, std::end(profiles), profile) != std::end(profiles) ||
-           holds_anywhere(*call.record, profile);
+    return was_put_to(*call.life, profile) || holds_anywhere(*call.record, profile);
 }
 
 // Whether a profile's users, or who has asked for the end, wait for something about it.
@@ -281,8 +284,9 @@ Position began_with(const Call& call, int32_t profile) {
 void note_start(const Call& call, int32_t profile, Position began) {
     if (Start* const free = start_of(*call.life, 0))
         *free = {profile, began};
+    // Its users may be gone when the server still speaks of it.
     auto& profiles = call.life->profiles;
-    if (!is_known(call, profile))
+    if (!was_put_to(*call.life, profile))
         *std::find(profiles, std::end(profiles) - 1, 0) = profile;
 }
 
