@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <thread>
 #include <utility>
 
 #include "Report.h"
@@ -13,15 +14,18 @@ namespace quorvel::lives {
 namespace {
 
 std::atomic<Stage*> stage{nullptr};
+std::atomic<int> in_callbacks{0};
 
 constexpr unsigned kMostActs = 300;
 
 template <int Number>
 void callback(NetCMEvent* event) {
+    ++in_callbacks;
     Stage* now = stage.load();
     if (now == nullptr)
         report::fail("a callback is called after everybody has left");
     now->hear(Number, *event);
+    --in_callbacks;
 }
 
 template <int... Numbers>
@@ -52,7 +56,10 @@ Stage::Stage(Model& model, uint64_t seed) : model_(model), seed_(seed) {
     stage = this;
 }
 
+// The last to leave may be the receiver, by a callback that has not returned yet.
 Stage::~Stage() {
+    while (in_callbacks != 0)
+        std::this_thread::yield();
     stage = nullptr;
 }
 
