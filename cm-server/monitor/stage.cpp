@@ -19,7 +19,8 @@ Stage::~Stage() {
         queue_.clear();
         changed_.notify_all();
     }
-    thread_.join();
+    if (thread_.joinable())
+        thread_.join();
 }
 
 void Stage::put_or_wait(const Lines& lines) {
@@ -48,6 +49,8 @@ bool Stage::finish(std::chrono::milliseconds patience) {
     for (size_t left = bytes_; !done_; left = bytes_)
         if (!changed_.wait_for(lock, patience, [&] { return done_ || bytes_ != left; }))
             return false;
+    lock.unlock();
+    thread_.join();
     if (failure_)
         std::rethrow_exception(std::exchange(failure_, nullptr));
     return true;

@@ -26,7 +26,8 @@ class Stage {
     void put_or_wait(const Lines& lines);
     // False when too much is to be worked on, and then nothing has been put.
     bool put(const Lines& lines);
-    // Everything is worked on. Throws what the work has thrown. False when it takes too long.
+    // Everything is worked on, and the thread has ended. Throws what the work has thrown. False when it takes
+    // too long. Called once.
     bool finish(std::chrono::milliseconds patience);
 
   private:

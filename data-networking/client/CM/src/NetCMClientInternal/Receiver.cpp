@@ -104,7 +104,9 @@ ssize_t read_record(int fd, wire::Record& record) {
 enum class Pass { Again, Stop, Reset };
 
 // One wait, and what came of it.
-Pass receive(DescriptorSet& readable, int async_fd, int control_fd) {
+Pass receive(DescriptorSet& readable, const Receiver& self) {
+    const int async_fd = self.async_fd();
+    const int control_fd = self.control_fd();
     readable.clear();
     readable.add(async_fd);
     readable.add(control_fd);
@@ -124,22 +126,21 @@ Pass receive(DescriptorSet& readable, int async_fd, int control_fd) {
         return Pass::Again;
     if (NetCMClientLibCbk(async_fd) <= 0)
         return Pass::Reset;
-    if (async_stream.is(async_fd))
+    // The stream may be another receiver's since a callback.
+    if (!self.has_left() && async_stream.is(async_fd))
         async_stream.note_handled();
     return Pass::Again;
 }
 
 Pass receive_until_the_end(const Receiver& self) {
-    const int async_fd = self.async_fd();
-    const int control_fd = self.control_fd();
-    DescriptorSet readable(std::max(async_fd, control_fd));
+    DescriptorSet readable(std::max(self.async_fd(), self.control_fd()));
     if (!readable.valid()) {
         QV_TRACE(4, "PANIC!!! Memory not allocated\n");
         return Pass::Reset;
     }
     Pass pass = Pass::Again;
     while (pass == Pass::Again && !self.has_left())
-        pass = receive(readable, async_fd, control_fd);
+        pass = receive(readable, self);
     return self.has_left() ? Pass::Stop : pass;
 }
 

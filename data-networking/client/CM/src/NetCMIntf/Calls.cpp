@@ -60,6 +60,13 @@ bool may_be_next(const Call& call, Position began) QV_REQUIRES(table_lock) {
     return call.life->asked_profile != 0 && began > call.life->asked_began && began > async_stream.handled();
 }
 
+// Whether an event at that place that names the profile can be about the connection: not before it is up, nor
+// what was sent before the profile was put to it.
+bool may_be_meant(const Call& call, int32_t profile, Position at) QV_REQUIRES(table_lock) {
+    const Start* const start = start_of(*call.life, profile);
+    return call.record->IsActive == 1 && is_known(call, profile) && (start == nullptr || start->began <= at);
+}
+
 template <class Body>
 void for_each_use(const Call& call, Body body) QV_REQUIRES(table_lock) {
     for (int32_t entry = 0; entry < NETCM_MAX_THREADS; ++entry) {
@@ -165,10 +172,11 @@ bool is_being_stopped(const Call& call) {
 }
 
 // What came before the id was given away is about who had it. Of the later events an earlier connection may
-// have some until its end is answered: they name a profile that the one in the slot has nothing to do with.
+// have some until its end is answered: they name a profile that the one in the slot has nothing to do with
+// yet.
 Call call_named(uint32_t call_id, int32_t profile, Position at) {
     const Call present = slot_with(call_id);
-    const bool present_is_meant = present && is_known(present, profile);
+    const bool present_is_meant = present && may_be_meant(present, profile, at);
     if (const Call earlier = departed_named([=](const Call& call) QV_REQUIRES(table_lock) {
             return has_id(call, call_id) && call.life->ending != Ending::Refused &&
                    (at < call.life->until || (!present_is_meant && is_known(call, profile)));
