@@ -155,7 +155,8 @@ bool Run::open(int32_t profile, int user) {
 
 bool Run::close(int32_t profile, int user) {
     const uint32_t got = as(user, [=] { return NetCMConnectionClose(profile); });
-    if (got == NETCM_ERR_NOT_ACTIVE && is_lost(user, profile))
+    // The link's end takes all connections at once, and tells of them one after another.
+    if (got == NETCM_ERR_NOT_ACTIVE && is_hurt() && test::eventually([&] { return is_lost(user, profile); }))
         return false;
     return result("close", got) && wait_until_told(user, NETCM_EVENT_CLOSE_RSP, profile) != Told::Nothing;
 }

@@ -47,11 +47,13 @@ bool is_asked_for(const Call& call, int32_t profile) QV_REQUIRES(table_lock) {
     return call.life->asked_profile == profile || holds_anywhere(*call.record, profile);
 }
 
+// The first of the profile's; of profile 0 the place for one more.
 Start* start_of(Connection& life, int32_t profile) {
+    Start* first = nullptr;
     for (Start& start : life.starts)
-        if (start.profile == profile)
-            return &start;
-    return nullptr;
+        if (start.profile == profile && (first == nullptr || start.began < first->began))
+            first = &start;
+    return first;
 }
 
 // Whether what began there is perhaps not on the connection whose end was asked for, but on the next one with
@@ -296,6 +298,11 @@ void note_start(const Call& call, int32_t profile, Position began) {
     auto& profiles = call.life->profiles;
     if (!was_put_to(*call.life, profile))
         *std::find(profiles, std::end(profiles) - 1, 0) = profile;
+}
+
+Position answered_start(const Call& call, int32_t profile) {
+    const Start* const start = start_of(*call.life, profile);
+    return start != nullptr ? start->began : kEverything;
 }
 
 void take_start(const Call& call, int32_t profile) {
