@@ -26,7 +26,7 @@ uint32_t start_succeeded(CallKey key, const wire::Record& response) QV_REQUIRES(
         // The end of the server may have come between.
         if (!call)
             return NETCM_SUCCESS;
-        began = answered_start(call, profile);
+        began = std::max(at, answered_start(call, profile));
         take_start(call, profile);
         store_connection(call.record->ConnInfo, block, EmptyName::Stored);
         call.record->IsActive = 1;
