@@ -65,7 +65,8 @@ void trace_events(uint32_t level, const char* text) {
 
 // The limit is for the whole, so the rest has what the first wait has left. Waits behind it are not traced.
 template <class Traces>
-Reading read_until_full(int fd, char* buf, size_t len, const Deadline& deadline, Signals signals) {
+Reading read_until_full(int fd, char* buf, size_t len, const Deadline& deadline, Signals signals,
+                        ReadSome read_some) {
     size_t total = 0;
     while (total < len) {
         if (total > 0) {
@@ -81,7 +82,7 @@ Reading read_until_full(int fd, char* buf, size_t len, const Deadline& deadline,
                 return {-1, ReadEnd::Broken, total, deadline};
             }
         }
-        const ssize_t got = ::read(fd, buf + total, len - total);
+        const ssize_t got = read_some(fd, buf + total, len - total);
         Traces::read(fd, static_cast<int>(got));
         if (got <= 0)
             return {static_cast<int32_t>(got), got == 0 ? ReadEnd::Closed : ReadEnd::Failed, total, deadline};
@@ -91,7 +92,7 @@ Reading read_until_full(int fd, char* buf, size_t len, const Deadline& deadline,
 }
 
 template <class Traces>
-Reading read_with(int fd, void* buf, size_t len, Signals signals) {
+Reading read_with(int fd, void* buf, size_t len, Signals signals, ReadSome read_some) {
     if (buf == nullptr) {
         QV_TRACE(5, "NULL pointer variable passed\n");
         return {};
@@ -115,7 +116,7 @@ Reading read_with(int fd, void* buf, size_t len, Signals signals) {
     }
     if (events == POLLIN) {
         trace_events(0, "POLLIN \n");
-        return read_until_full<Traces>(fd, static_cast<char*>(buf), len, deadline, signals);
+        return read_until_full<Traces>(fd, static_cast<char*>(buf), len, deadline, signals, read_some);
     }
     if ((events & POLLHUP) != 0) {
         trace_events(2, "POLLHUP\n");
@@ -168,9 +169,9 @@ int wait_to_read(int fd, int32_t milliseconds, Signals signals, short& events) {
     return ready;
 }
 
-Reading read_whole(Reader reader, int fd, void* buf, size_t len, Signals signals) {
-    return reader == Reader::Sync ? read_with<SyncTraces>(fd, buf, len, signals)
-                                  : read_with<BlockTraces>(fd, buf, len, signals);
+Reading read_whole(Reader reader, int fd, void* buf, size_t len, Signals signals, ReadSome read_some) {
+    return reader == Reader::Sync ? read_with<SyncTraces>(fd, buf, len, signals, read_some)
+                                  : read_with<BlockTraces>(fd, buf, len, signals, read_some);
 }
 
 int64_t write_whole(int fd, const void* buf, size_t len) {

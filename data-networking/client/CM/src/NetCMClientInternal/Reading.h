@@ -1,6 +1,8 @@
 // Reading whole things from a socket within a limit of time.
 #pragma once
 
+#include <unistd.h>
+
 #include <cstddef>
 #include <cstdint>
 
@@ -40,7 +42,11 @@ inline constexpr int32_t kBlockLimitMs = 10'000;
 // Whether signals may interrupt a wait.
 enum class Signals { Interrupt, Held };
 
-Reading read_whole(Reader reader, int fd, void* buf, size_t len, Signals signals);
+// What reads behind a wait that has found something: as `read`.
+using ReadSome = ssize_t (*)(int fd, void* buf, size_t len);
+
+Reading read_whole(Reader reader, int fd, void* buf, size_t len, Signals signals,
+                   ReadSome read_some = ::read);
 
 // Waits until there is something to read, untraced: the result of poll.
 int wait_to_read(int fd, int32_t milliseconds, Signals signals, short& events);

@@ -20,6 +20,11 @@ constexpr size_t kMostUnasked = size_t{16} << 20;
 
 Position handled_at = kEverything;
 
+int waiting_in(int fd) {
+    int waiting = 0;
+    return ioctl(fd, FIONREAD, &waiting) == 0 ? waiting : 0;
+}
+
 // The bytes that follow an answer.
 uint64_t block_behind(const wire::Record& answer) {
     if (answer.Code == wire::NETPM_PROFILE_RSP)
@@ -111,55 +116,42 @@ void AsyncStream::begins(int fd) {
     held_length_ = 0;
     {
         const Lock lock(table_lock);
-        in_hand_ = 0;
         handled_ = taken_;
     }
     store(fd_, fd);
 }
 
+// Taken and counted in one step, so that `end_of_arrived` is exact. The lock is not held where a read could
+// wait.
 ssize_t AsyncStream::read_some(int fd, void* buf, size_t len, int flags) {
-    {
-        const Lock lock(table_lock);
-        in_hand_ = len;
-    }
-    const ssize_t got = flags == 0 ? read(fd, buf, len) : recv(fd, buf, len, flags);
+    if (flags != 0 || waiting_in(fd) > 0)
+        return take(fd, buf, len, flags);
+    // The end of the stream, mostly.
+    const ssize_t got = read(fd, buf, len);
     const Lock lock(table_lock);
-    in_hand_ = 0;
-    taken_ += got > 0 ? static_cast<Position>(got) : 0;
+    count_taken(got);
     return got;
 }
 
-Reading AsyncStream::read_block(void* buf, size_t len) {
-    {
-        const Lock lock(table_lock);
-        in_hand_ = len;
-    }
-    const Reading reading = read_whole(Reader::Block, fd_, buf, len, Signals::Held);
+ssize_t AsyncStream::take(int fd, void* buf, size_t len, int flags) {
     const Lock lock(table_lock);
-    in_hand_ = 0;
-    taken_ += reading.got;
-    return reading;
+    const ssize_t got = flags == 0 ? read(fd, buf, len) : recv(fd, buf, len, flags);
+    count_taken(got);
+    return got;
 }
 
-// Some bytes may be in the receiver's hands at this very moment: they have arrived, too.
+void AsyncStream::count_taken(ssize_t got) {
+    taken_ += got > 0 ? static_cast<Position>(got) : 0;
+}
+
+Reading AsyncStream::read_block(void* buf, size_t len) {
+    const auto take_some = [](int fd, void* to, size_t size) { return async_stream.take(fd, to, size, 0); };
+    return read_whole(Reader::Block, fd_, buf, len, Signals::Held, take_some);
+}
+
 Position AsyncStream::end_of_arrived() {
-    constexpr int kLooks = 100;
-    Position arrived = 0;
-    for (int look = 0; look < kLooks; ++look) {
-        Position taken = 0;
-        {
-            const Lock lock(table_lock);
-            taken = taken_;
-        }
-        int waiting = 0;
-        if (ioctl(load(fd_), FIONREAD, &waiting) != 0)
-            waiting = 0;
-        const Lock lock(table_lock);
-        arrived = taken + static_cast<Position>(waiting) + in_hand_;
-        if (taken_ == taken && in_hand_ == 0)
-            break;
-    }
-    return arrived;
+    const Lock lock(table_lock);
+    return taken_ + static_cast<Position>(waiting_in(load(fd_)));
 }
 
 void AsyncStream::note_handled() {
@@ -218,8 +210,7 @@ int32_t AsyncStream::tell_block_from_record() {
         return static_cast<int32_t>(got);
     }
     // It is a record: the rest of it is read when it is there.
-    int waiting = 0;
-    return ioctl(fd_, FIONREAD, &waiting) == 0 && waiting > 0 ? 0 : static_cast<int32_t>(got);
+    return waiting_in(fd_) > 0 ? 0 : static_cast<int32_t>(got);
 }
 
 ssize_t AsyncStream::read_record(wire::Record& record) {

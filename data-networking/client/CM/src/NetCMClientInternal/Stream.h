@@ -74,6 +74,8 @@ class AsyncStream {
 
   private:
     int32_t tell_block_from_record();
+    ssize_t take(int fd, void* buf, size_t len, int flags);
+    void count_taken(ssize_t got) QV_REQUIRES(table_lock);
 
     int fd_ = kNoDescriptor;
     uint64_t skip_ = 0;
@@ -86,7 +88,6 @@ class AsyncStream {
     Position handled_ QV_GUARDED_BY(table_lock) = 0;
     std::atomic<uint32_t> passes_ = 0;
     std::atomic<uint32_t> waiters_ = 0;
-    size_t in_hand_ QV_GUARDED_BY(table_lock) = 0;  // of the read that is being made
 };
 inline constinit AsyncStream async_stream;
 
