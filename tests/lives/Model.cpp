@@ -144,6 +144,13 @@ bool Model::is_being_ended(int32_t profile) const {
            kills_.has_any(first, last) || hears_end(kNobody, first, last);
 }
 
+// What ends, or is given the id of what has ended, while somebody is opening.
+void Model::note_closing() {
+    for (Op* op : ops_)
+        if (op->kind == Kind::Open && has(kReuse))
+            op->saw_closing |= uses_.is_beside_an_end(op->profile);
+}
+
 // Who is killing a profile may have lost his own use of it already.
 bool Model::is_surely_there(uint64_t use) const {
     const int owner = uses_.owner(use);

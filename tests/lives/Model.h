@@ -111,6 +111,7 @@ class Model {
     void begin(Op& op);
     void end(Op& op);
     void begin_open(Op& op, int32_t profile);
+    void note_closing();
     bool is_being_ended(int32_t profile) const;
     bool is_surely_there(uint64_t use) const;
     void begin_close(Op& op);

@@ -66,6 +66,7 @@ const Connection& Model::starts(int32_t profile, int serial, uint32_t free_id) {
         op->starts.push_back(connection.serial);
         op->serials.push_back(connection.serial);
     }
+    note_closing();
     return connection;
 }
 
@@ -111,6 +112,7 @@ void Model::changes(int serial, Connection::State state, const char* why) {
     const Lock lock(mutex_);
     history_.note(History::kServer, "connection %d %s", serial, why);
     truth_.change(serial).state = state;
+    note_closing();
     if (state == Connection::State::Suspended)
         uses_.suspends(serial);
 }
