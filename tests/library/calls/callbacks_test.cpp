@@ -1,4 +1,6 @@
 // Callbacks that call the library again.
+#include <future>
+
 #include "CallTest.h"
 
 namespace quorvel::test {
@@ -68,6 +70,57 @@ TEST_F(Callbacks, a_callback_may_register_its_own_thread_and_open_and_close) {
         in_next(NETCM_EVENT_NETWORK_STATUS_IND, [&] { results.push_back(NetCMClientDeRegister()); });
     ASSERT_TRUE(push_and_settle(indication(wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND, 0)));
     EXPECT_EQ(results.back(), NETCM_SUCCESS);
+}
+
+// Its place among the call's users lies before those who are just being told.
+TEST_F(Callbacks, a_callback_that_joins_what_its_event_tells_is_answered) {
+    User& who = registered(0);
+    who.open(7);
+    const auto open_here = [](int32_t profile) { return NetCMConnectionOpen(&profile, 1); };
+    std::vector<uint32_t> results;
+    {
+        const auto then = in_next(NETCM_EVENT_OPEN_RSP, [&] {
+            results = {NetCMClientRegister(events::callback_of(5)), open_here(7)};
+        });
+        ASSERT_TRUE(push_and_settle(start_response(0, 7), connection_block()));
+        ASSERT_TRUE(events::wait_for_user(5, 1));
+    }
+    User& second = registered(1);
+    User& third = registered(2);
+    // The response has arrived when the answer is read, and is handled when both have opened.
+    Bytes response = bytes_of(start_response(0, 8));
+    const Bytes block = bytes_of(connection_block());
+    response.insert(response.end(), block.begin(), block.end());
+    server.once(wire::NETCM_CLIENT_START_REQ,
+                Answer().push(response).record(answer_record(wire::NETCM_CLIENT_START_REQ)));
+    {
+        const auto then = in_next(NETCM_EVENT_OPEN_RSP, [&] { results.push_back(open_here(8)); });
+        std::promise<void> opened;
+        const std::shared_future<void> both = opened.get_future().share();
+        const auto hook = trace::on_line([both](const TraceLine& line) {
+            if (line.text == "In Thread, read  data \n")
+                both.wait();
+        });
+        EXPECT_EQ(second.open(8), NETCM_SUCCESS);
+        EXPECT_EQ(third.open(8), NETCM_SUCCESS);
+        opened.set_value();
+        ASSERT_TRUE(events::wait_for_user(5, 2));
+    }
+    ASSERT_TRUE(settled());
+    EXPECT_THAT(results, ::testing::ElementsAre(0, 0, 0));
+    EXPECT_EQ(events::of(5).size(), 2u) << "once";
+    EXPECT_EQ(events::of(5).at(1).type, NETCM_EVENT_OPEN_RSP);
+    EXPECT_EQ(events::of(5).at(1).profile, 8);
+    const auto at_last = in_next(NETCM_EVENT_NETWORK_STATUS_IND, [&] {
+        for (const int32_t profile : {7, 8})
+            results.push_back(NetCMConnectionClose(profile));
+    });
+    ASSERT_TRUE(push_and_settle(indication(wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND, 0)));
+    ASSERT_TRUE(events::wait_for_user(5, 5));
+    const auto at_end =
+        in_next(NETCM_EVENT_NETWORK_STATUS_IND, [&] { results.push_back(NetCMClientDeRegister()); });
+    ASSERT_TRUE(push_and_settle(indication(wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND, 0)));
+    EXPECT_THAT(results, ::testing::Each(NETCM_SUCCESS));
 }
 
 TEST_F(Callbacks, another_thread_of_the_application_waits_for_the_callback) {

@@ -216,7 +216,8 @@ Joined join_slot(int32_t index, int32_t profile, int32_t thread_index) {
     const Call call = slot(index);
     if (load(call.record->InUse) != 1)
         return {};
-    const bool unsure = is_unsure(call, profile);
+    // Where the server's response has come, those who come later are not told by it.
+    const bool unsure = is_unsure(call, profile) && answered_start(call, profile) != kEverything;
     Joined joined = put_use(call, profile, thread_index, began_with(call, profile));
     joined.is_active &= !unsure;
     Use& use = *use_of(call, joined.entry, profile);
