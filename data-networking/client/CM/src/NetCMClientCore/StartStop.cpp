@@ -19,20 +19,19 @@ uint32_t start_succeeded(CallKey key, const wire::Record& response) QV_REQUIRES(
     const auto profile = static_cast<int32_t>(response.Word2);
     const Position at = event_position();
     NetCMConnInfo info = {};
-    Position began = 0;
     {
         const Lock lock(table_lock);
         const Call call = find(key);
         // The end of the server may have come between.
         if (!call)
             return NETCM_SUCCESS;
-        began = std::max(at, answered_start(call, profile));
         take_start(call, profile);
         store_connection(call.record->ConnInfo, block, EmptyName::Stored);
         call.record->IsActive = 1;
         info = deliverable(call.record->ConnInfo, profile);
     }
-    Users users(key, profile, began);
+    // Also those of a later start: a server that is asked twice before it is up may answer once.
+    Users users(key, profile, kEverything);
     Recipient user;
     while (users.next(user)) {
         // The library may have answered itself.
@@ -51,8 +50,7 @@ Position begin_refusing(CallKey key, int32_t profile, Position at) {
     const Call call = find(key);
     if (!call)
         return at;
-    const Position began = answered_start(call, profile);
-    const Position reach = std::max(at, began != kEverything ? began : began_with(call, profile));
+    const Position reach = std::max(at, began_with(call, profile));
     if (call.life->ending != Ending::Refused)
         begin_telling(call, reach);
     return reach;
@@ -82,7 +80,7 @@ void start_failed(CallKey key, wire::Record response) QV_REQUIRES(app_mutex) {
     const NetCMEvent event = {NETCM_EVENT_OPEN_RSP, profile, static_cast<int32_t>(response.Status),
                               reason_of(response.Status, &response.Word5)};
     const Position reach = begin_refusing(key, profile, event_position());
-    Users users(key, profile, reach);
+    Users users(key, profile, kEverything);
     Recipient user;
     while (users.next(user)) {
         trace_response(user);

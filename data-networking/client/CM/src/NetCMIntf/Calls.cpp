@@ -300,9 +300,8 @@ void note_start(const Call& call, int32_t profile, Position began) {
         *std::find(profiles, std::end(profiles) - 1, 0) = profile;
 }
 
-Position answered_start(const Call& call, int32_t profile) {
-    const Start* const start = start_of(*call.life, profile);
-    return start != nullptr ? start->began : kEverything;
+bool is_start_awaited(const Call& call, int32_t profile) {
+    return start_of(*call.life, profile) != nullptr;
 }
 
 void take_start(const Call& call, int32_t profile) {

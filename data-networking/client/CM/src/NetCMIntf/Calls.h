@@ -102,9 +102,7 @@ Call stopped_call(uint32_t call_id, int32_t profile, Position at) QV_REQUIRES(ta
 // A start of the profile was accepted, and its response has come.
 void note_start(const Call& call, int32_t profile, Position began) QV_REQUIRES(table_lock);
 void take_start(const Call& call, int32_t profile) QV_REQUIRES(table_lock);
-// Where the start began that the next response answers; behind everything when none is known. Whose use began
-// behind that and behind the response is not meant: his start has one of its own.
-Position answered_start(const Call& call, int32_t profile) QV_REQUIRES(table_lock);
+bool is_start_awaited(const Call& call, int32_t profile) QV_REQUIRES(table_lock);
 
 // A slot's next connection.
 void begin_anew(Connection& life) QV_REQUIRES(table_lock);

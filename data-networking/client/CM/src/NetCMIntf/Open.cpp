@@ -217,7 +217,7 @@ Joined join_slot(int32_t index, int32_t profile, int32_t thread_index) {
     if (load(call.record->InUse) != 1)
         return {};
     // Where the server's response has come, those who come later are not told by it.
-    const bool unsure = is_unsure(call, profile) && answered_start(call, profile) != kEverything;
+    const bool unsure = is_unsure(call, profile) && is_start_awaited(call, profile);
     Joined joined = put_use(call, profile, thread_index, began_with(call, profile));
     joined.is_active &= !unsure;
     Use& use = *use_of(call, joined.entry, profile);
