@@ -109,6 +109,37 @@ TEST_F(ReusedId, a_connection_without_users_keeps_what_comes_late_from_the_next)
                                          {0, NETCM_EVENT_SUSPEND_IND, 1, 0}}));
 }
 
+// The end of the connection before has arrived, but is not handled, when its kill and the next one's close
+// are asked for.
+TEST_F(ReusedId, a_close_behind_the_kill_of_an_ended_connection_closes_the_next) {
+    one_call_up(2);
+    registered(1);
+    registered(2);
+    server.on(wire::NETCM_CLIENT_KILL_REQ, silence());
+    server.on(wire::NETCM_CLIENT_STOP_REQ, silence());
+    {
+        std::promise<void> asked;
+        const std::shared_future<void> all = asked.get_future().share();
+        const auto hook = trace::on_line([all](const TraceLine& line) {
+            if (line.text == "In Thread, read  data \n")
+                all.wait();
+        });
+        ASSERT_TRUE(server.push(indication(wire::NETCM_CLIENT_STOP_IND, 0, 2, 42)));
+        ASSERT_TRUE(trace::wait_for("In Thread, read  data \n"));
+        give_id(0);
+        EXPECT_EQ(user(1).open(1), NETCM_SUCCESS);
+        EXPECT_EQ(user(0).kill(2), NETCM_SUCCESS);
+        EXPECT_EQ(user(1).close(1), NETCM_SUCCESS);
+        EXPECT_EQ(user(2).open(1), NETCM_ERR_CALL_CLOSING);
+        asked.set_value();
+    }
+    ASSERT_TRUE(push_and_settle(kill_response(2, 21)));
+    ASSERT_TRUE(push_and_settle(stop_response(0, 1)));
+    EXPECT_EQ(told(),
+              (std::vector<Told>{{0, NETCM_EVENT_KILL_RSP, 2, 21}, {1, NETCM_EVENT_CLOSE_RSP, 1, 0}}));
+    EXPECT_TRUE(is_free(0));
+}
+
 TEST_F(ReusedId, many_closes_and_opens_in_a_row_each_hear_their_own) {
     User& who = registered(0);
     for (int round = 0; round < 50; ++round) {

@@ -396,15 +396,24 @@ void end_uses(const Call& call, Position at) {
     call.life->opened = at + 1;
     call.life->telling = 0;
     forget_killed(key_of(call), is_next_asked ? call.life->asked_profile : 0);
-    if (is_next_asked)
+    if (is_next_asked) {
+        if (call.record->CallState == kStopSent)
+            call.life->ending = Ending::Stop;
         return;
+    }
     call.record->CallState = 0;
     call.life->ending = Ending::None;
 }
 
 void ask_for_end(const Call& call, Ending ending, int32_t profile) {
     const Position began = began_with(call, profile);
-    call.life->ending = ending;
+    // A kill's response ends the call for whoever stops it meanwhile, but not the next one with its id.
+    if (call.life->ending == Ending::Kill && ending == Ending::Stop) {
+        if (!may_be_next(call, began))
+            return;
+    } else {
+        call.life->ending = ending;
+    }
     if (call.life->asked_profile != 0 && began < call.life->asked_began)
         return;
     call.life->asked_profile = profile;

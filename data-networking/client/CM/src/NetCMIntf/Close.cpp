@@ -133,7 +133,7 @@ namespace quorvel {
 
 int32_t begin_stop(const Call& call, int32_t profile) {
     call.record->CallState = kStopSent;
-    if (call.life->ending == Ending::None || call.life->ending == Ending::Stop)
+    if (call.life->ending != Ending::Refused && call.life->ending != Ending::Told)
         ask_for_end(call, Ending::Stop, profile);
     return load(call.record->CallId);
 }
