@@ -15,9 +15,13 @@
 #include "Ares.h"
 #include "Benchmarks.h"
 #include "Responder.h"
+#include "common/Exported.h"
 #include "dns/src/resolver/Name.h"
 #include "dns/src/resolver/Resolver.h"
 #include "quorvel/NetDNS.h"
+
+// The decoder is built into this program, its debug level is the library's.
+int* quorvel::exported::dns_debug = &_dns_debug;
 
 namespace quorvel::bench {
 namespace {

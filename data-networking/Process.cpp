@@ -13,6 +13,7 @@
 
 #include "client/CM/src/NetCMClientInternal/Link.h"
 #include "common/AppMutex.h"
+#include "common/Exported.h"
 #include "common/KeepErrno.h"
 #include "common/LogFile.h"
 #include "common/OwnDescriptors.h"
@@ -38,7 +39,8 @@ void in_child() {
     resolver_in_child();
 }
 
-__attribute__((constructor)) void watch_forks() {
+__attribute__((constructor)) void begin() {
+    exported::find_places();
     pthread_atfork(nullptr, nullptr, in_child);
 }
 

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <ctime>
 
+#include "common/Exported.h"
 #include "common/Process.h"
 #include "common/TicketGate.h"
 #include "quorvel/NetCM.h"
@@ -15,6 +16,8 @@ extern "C" {
 pthread_mutex_t NetCMAppMutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
 void* EvtDeliveryHandle = nullptr;
 }
+
+pthread_mutex_t* quorvel::exported::app_mutex = &NetCMAppMutex;
 
 namespace quorvel {
 namespace {
@@ -44,7 +47,7 @@ bool is_lent() {
 // which the one in the gate may wait.
 bool passes_gate(int32_t thread_id) {
     return self.is_through_gate ||
-           __atomic_load_n(&NetCMAppMutex.__data.__owner, __ATOMIC_RELAXED) == thread_id;
+           __atomic_load_n(&exported::app_mutex->__data.__owner, __ATOMIC_RELAXED) == thread_id;
 }
 
 bool borrow() QV_NO_THREAD_SAFETY_ANALYSIS {  // given back by the guard
@@ -69,9 +72,9 @@ int lock_for_a_slice() {
         ++until.tv_sec;
     }
 #if defined(__SANITIZE_THREAD__)
-    return pthread_mutex_timedlock(&NetCMAppMutex, &until);
+    return pthread_mutex_timedlock(exported::app_mutex, &until);
 #else
-    return pthread_mutex_clocklock(&NetCMAppMutex, clock, &until);
+    return pthread_mutex_clocklock(exported::app_mutex, clock, &until);
 #endif
 }
 
@@ -96,7 +99,7 @@ int AppMutexGuard::lock() {
         gate.enter();
         self.is_through_gate = through_gate_ = true;
     }
-    return pthread_mutex_lock(&NetCMAppMutex);
+    return pthread_mutex_lock(exported::app_mutex);
 }
 
 // The receiver cannot simply wait: whoever has the mutex may wait for the receiver, and lend it.
@@ -107,7 +110,7 @@ int AppMutexGuard::lock_as_receiver() {
         borrowed_ = !through_gate_ && borrow();
     }
     self.is_through_gate |= through_gate_;
-    int result = borrowed_ ? 0 : pthread_mutex_trylock(&NetCMAppMutex);
+    int result = borrowed_ ? 0 : pthread_mutex_trylock(exported::app_mutex);
     while (result == EBUSY || result == ETIMEDOUT) {
         borrowed_ = is_lent() && borrow();
         result = borrowed_ ? 0 : lock_for_a_slice();
@@ -123,7 +126,7 @@ AppMutexGuard::~AppMutexGuard() QV_NO_THREAD_SAFETY_ANALYSIS {
         return;
     int result = 0;
     if (!borrowed_)
-        result = pthread_mutex_unlock(&NetCMAppMutex);
+        result = pthread_mutex_unlock(exported::app_mutex);
     else if (--self.borrowed == 0)
         borrower.unlock();
     if (through_gate_) {
@@ -156,7 +159,7 @@ LentToReceiver::~LentToReceiver() {
 // Whoever has held them is not in this process.
 void app_mutex_in_child() QV_NO_THREAD_SAFETY_ANALYSIS {
     constexpr pthread_mutex_t free_mutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
-    NetCMAppMutex = free_mutex;
+    *exported::app_mutex = free_mutex;
     table_lock.unlock();
     borrower.unlock();
     lent.store(false);

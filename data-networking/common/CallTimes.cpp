@@ -2,11 +2,15 @@
 
 #include <sys/time.h>
 
+#include "common/Exported.h"
 extern "C" {
 // Eight bytes each and aligned to them, also on a 32-bit machine: they are written without the mutex.
 alignas(8) double ps_call_act_time[2] = {0, 0};
 alignas(8) double ps_call_deact_time[2] = {0, 0};
 }
+
+double (*quorvel::exported::call_act_time)[2] = &ps_call_act_time;
+double (*quorvel::exported::call_deact_time)[2] = &ps_call_deact_time;
 
 namespace quorvel {
 namespace {

@@ -10,11 +10,18 @@
 
 #include "common/CancelHold.h"
 #include "common/Descriptor.h"
+#include "common/Exported.h"
 #include "common/Lock.h"
 #include "common/LogFile.h"
 #include "common/Trace.h"
 
 using namespace quorvel;
+
+extern "C" {
+FILE* logfile = nullptr;
+}
+
+FILE** quorvel::exported::log_file = &logfile;
 
 namespace {
 
@@ -23,6 +30,10 @@ constexpr char kOpenError[] = "Error opening log file";
 
 // Ours, set beside a file that only we open with it: it does nothing to a regular file.
 constexpr int kMark = O_NONBLOCK;
+
+FILE*& log_file() {
+    return *exported::log_file;
+}
 
 // Guards what follows and our use of `logfile`, which the application may set as well.
 Mutex log_lock;
@@ -41,11 +52,11 @@ FILE* closed QV_GUARDED_BY(log_lock) = nullptr;
 bool closed_has_block QV_GUARDED_BY(log_lock) = false;
 
 bool is_open() QV_REQUIRES(log_lock) {
-    return logfile != nullptr && logfile != closed;
+    return log_file() != nullptr && log_file() != closed;
 }
 
 bool is_own() QV_REQUIRES(log_lock) {
-    return is_open() && logfile == own.handle && fileno(logfile) == own.fd &&
+    return is_open() && log_file() == own.handle && fileno(log_file()) == own.fd &&
            (fcntl(own.fd, F_GETFL) & kMark) != 0;
 }
 
@@ -88,10 +99,10 @@ FILE* open_log(int flags, Contents contents, const char* mode) {
 
 // Opens the file for appending, in `logfile`.
 bool open_own() QV_REQUIRES(log_lock) {
-    logfile = open_log(O_APPEND, Contents::Kept, "a+");
-    own = {logfile, logfile != nullptr ? fileno(logfile) : -1};
+    log_file() = open_log(O_APPEND, Contents::Kept, "a+");
+    own = {log_file(), log_file() != nullptr ? fileno(log_file()) : -1};
     forget_closed();
-    return logfile != nullptr;
+    return log_file() != nullptr;
 }
 
 void empty_file() {
@@ -115,8 +126,8 @@ int close_keeping_block(FILE* handle) {
 bool keep_line(const char* text) {
     const Lock lock(log_lock);
     if (is_open())
-        fputs(text, logfile);
-    return logfile != nullptr || open_own();
+        fputs(text, log_file());
+    return log_file() != nullptr || open_own();
 }
 
 const char* base_name(const char* path) {
@@ -132,8 +143,6 @@ void quorvel::log_file_in_child() QV_NO_THREAD_SAFETY_ANALYSIS {
 }
 
 extern "C" {
-
-FILE* logfile = nullptr;
 
 uint32_t GenerateMidInfo(uint32_t module, uint32_t) {
     return module;
@@ -176,10 +185,10 @@ int NetCleanLogfile(void) {
     {
         const Lock lock(log_lock);
         if (is_own())
-            fclose(logfile);
+            fclose(log_file());
         empty_file();
         if (open_own())
-            return fflush(logfile);
+            return fflush(log_file());
     }
     return puts(kOpenError);
 }
@@ -191,7 +200,7 @@ int NetCloseLogfile(void) {
     if (!is_open())
         return 0;
     forget_closed();
-    closed = logfile;
+    closed = log_file();
     closed_has_block = fileno(closed) >= 0;
     return closed_has_block ? close_keeping_block(closed) : fclose(closed);
 }

@@ -5,6 +5,7 @@
 
 #include "Fuzz.h"
 #include "Input.h"
+#include "common/Exported.h"
 #include "dns/src/HostBuilder.h"
 #include "quorvel/NetDNS.h"
 
@@ -31,9 +32,11 @@ std::vector<uint8_t> next_datagram(uint8_t how) {
 
 }  // namespace
 
+extern "C" int _dns_debug = 0;
+int* quorvel::exported::dns_debug = &_dns_debug;
+
 extern "C" {
 
-int _dns_debug = 0;
 void dns_getenv(void) {}
 int dns_socket(int, const char*) {
     return kSocket;

@@ -16,11 +16,18 @@
 
 #include "common/CancelHold.h"
 #include "common/Descriptor.h"
+#include "common/Exported.h"
 #include "common/KeepErrno.h"
 #include "common/Trace.h"
 #include "quorvel/NetDNS.h"
 
 using namespace quorvel;
+
+extern "C" {
+int _dns_debug = 0;
+}
+
+int* quorvel::exported::dns_debug = &_dns_debug;
 
 namespace {
 
@@ -74,8 +81,6 @@ ssize_t repeat_when_interrupted(Call call) {
 
 extern "C" {
 
-int _dns_debug = 0;
-
 void dns_getenv(void) {
     const char* value = getenv("QVDNS_DEBUG");
     long level = 0;
@@ -84,7 +89,7 @@ void dns_getenv(void) {
         level = strtol(value, nullptr, 10);
     }
     // Every lookup of every thread sets it, without a lock: the level is not worth one.
-    std::atomic_ref(_dns_debug)
+    std::atomic_ref(*exported::dns_debug)
         .store(static_cast<int>(std::clamp<long>(level, INT_MIN, INT_MAX)), std::memory_order_relaxed);
 }
 

@@ -70,6 +70,30 @@ TEST(Exports, are_exactly_the_names_of_the_two_nodes) {
     EXPECT_EQ(library.size(), 2u);
 }
 
+// An application that calls gettid means the C library's, and depends on no private node for it.
+TEST(Exports, of_gettid_are_no_linkers_choice) {
+    const std::string symbols =
+        run({"nm", "-D", "--defined-only", "--with-symbol-versions", QUORVEL_LIBRARY}).out;
+    EXPECT_THAT(symbols, ::testing::HasSubstr(" gettid@QUORVEL_PRIVATE_4.0\n"));
+}
+
+// A program may have a variable of its own by the name of one of ours: no code of the library names its data
+// but the pointers that are set right at its start, one for each that it uses.
+TEST(Exports, of_data_are_named_by_one_pointer_each) {
+    std::map<std::string, int> named;
+    std::istringstream relocations(run({"readelf", "-rW", QUORVEL_LIBRARY}).out);
+    const std::regex symbol(R"(.* (R_\w+) +\w+ +(\w+)@@?QUORVEL_[\w.]+.*)");
+    for (std::string line; std::getline(relocations, line);) {
+        std::smatch match;
+        if (!std::regex_match(line, match, symbol))
+            continue;
+        EXPECT_THAT(std::string(match[1]), ::testing::Not(::testing::HasSubstr("GLOB_DAT"))) << line;
+        EXPECT_EQ(++named[match[2]], 1) << line;
+    }
+    EXPECT_EQ(named.count("pipe_fds"), 1u);
+    EXPECT_EQ(named.count("NetCMAppMutex"), 1u);
+}
+
 TEST(Exports, hold_no_symbol_of_cpp) {
     for (const auto& [node, names] : nodes_of_the_library())
         for (const std::string& name : names)

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "common/Exported.h"
 #include "common/Trace.h"
 #include "dns/src/resolver/Cursor.h"
 #include "dns/src/resolver/Resolver.h"
@@ -99,7 +100,7 @@ int pass_questions(std::span<const uint8_t> message, int count, Name& name) {
 
 // Only when the debug level asks for packets.
 void dump_packet(const char* title, std::span<const uint8_t> packet) {
-    if (std::atomic_ref(_dns_debug).load(std::memory_order_relaxed) <= kDumpAbove)
+    if (std::atomic_ref(*exported::dns_debug).load(std::memory_order_relaxed) <= kDumpAbove)
         return;
     QV_TRACE(4, "<%s (%d bytes)>\n", title, static_cast<int>(packet.size()));
     for (const uint8_t byte : packet)

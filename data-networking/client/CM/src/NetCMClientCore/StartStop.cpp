@@ -5,6 +5,7 @@
 #include "client/CM/src/NetCMClientCore/Delivery.h"
 #include "client/CM/src/NetCMPrivate.h"
 #include "common/CallTimes.h"
+#include "common/Exported.h"
 
 using namespace quorvel;
 
@@ -123,8 +124,8 @@ uint32_t NetCMClientProcesStartRsp(const uint32_t* record) {
     const wire::Record& response = as_record(record);
     QV_TRACE(0, "Response for the callid = %d Profile id = %d\n", static_cast<int>(response.CallId),
              static_cast<int>(response.Word2));
-    QV_TRACE(2, "PS Connection Open Rsp time = %f\n", call_answered(ps_call_act_time));
-    QV_TRACE(2, "Total PS Call setup time = %f\n", duration(ps_call_act_time));
+    QV_TRACE(2, "PS Connection Open Rsp time = %f\n", call_answered(*exported::call_act_time));
+    QV_TRACE(2, "Total PS Call setup time = %f\n", duration(*exported::call_act_time));
     CallKey key = {-1, 0};
     if (!find_call(key, [&](Position at) QV_REQUIRES(table_lock) {
             return started_call(response.CallId, static_cast<int32_t>(response.Word2), response.Status, at);
@@ -144,8 +145,8 @@ uint32_t NetCMClientProcesStopRsp(const uint32_t* record) {
     if (record == nullptr)
         return NETCM_ERR_INVALID_PARAM;
     wire::Record response = as_record(record);
-    QV_TRACE(2, "PS Connection Close Rsp time = %f\n", call_answered(ps_call_deact_time));
-    QV_TRACE(2, "Total PS Call Teardown time = %f\n", duration(ps_call_deact_time));
+    QV_TRACE(2, "PS Connection Close Rsp time = %f\n", call_answered(*exported::call_deact_time));
+    QV_TRACE(2, "Total PS Call Teardown time = %f\n", duration(*exported::call_deact_time));
     const auto profile = static_cast<int32_t>(response.Word2);
     CallKey key = {-1, 0};
     if (!find_call(key, [&](Position at)

@@ -6,6 +6,7 @@
 
 #include "client/CM/src/NetCMClientCore/Delivery.h"
 #include "client/CM/src/NetCMPrivate.h"
+#include "common/Exported.h"
 
 using namespace quorvel;
 
@@ -43,7 +44,7 @@ class TunnelPayload {
 // Who waits for the answer of that id, or -1. A free entry waits for none, whatever id the server names.
 int32_t requester_of(uint32_t id) {
     const Lock lock(table_lock);
-    for (const NetCMTunnelReq& request : g_NetCMClientAppInfo.TunnelReq)
+    for (const NetCMTunnelReq& request : exported::app_info->TunnelReq)
         if (request.ThreadId != -1 && static_cast<uint32_t>(request.RequestId) == id)
             return request.ThreadId;
     return -1;
@@ -51,7 +52,7 @@ int32_t requester_of(uint32_t id) {
 
 void free_request(int32_t thread_id, uint32_t id) {
     const Lock lock(table_lock);
-    for (NetCMTunnelReq& request : g_NetCMClientAppInfo.TunnelReq) {
+    for (NetCMTunnelReq& request : exported::app_info->TunnelReq) {
         if (request.ThreadId != thread_id || static_cast<uint32_t>(request.RequestId) != id)
             continue;
         request = {-1, -1};

@@ -6,6 +6,7 @@
 #include "client/CM/src/NetCMIntf/Table.h"
 #include "client/CM/src/NetCMPrivate.h"
 #include "common/Descriptor.h"
+#include "common/Exported.h"
 #include "common/KeepErrno.h"
 #include "common/OwnDescriptors.h"
 
@@ -13,6 +14,8 @@ extern "C" {
 // Shows the pipe; nothing here reads it.
 int pipe_fds[2] = {quorvel::kNoDescriptor, quorvel::kNoDescriptor};
 }
+
+int (*quorvel::exported::control_pipe)[2] = &pipe_fds;
 
 namespace quorvel {
 namespace {
@@ -23,8 +26,8 @@ constexpr PipeEnds kNoPipe = {kNoDescriptor, kNoDescriptor};
 PipeEnds pipe_ends QV_GUARDED_BY(app_mutex) = kNoPipe;
 
 void show_pipe() QV_REQUIRES(app_mutex) {
-    store(pipe_fds[0], pipe_ends.read);
-    store(pipe_fds[1], pipe_ends.write);
+    store((*exported::control_pipe)[0], pipe_ends.read);
+    store((*exported::control_pipe)[1], pipe_ends.write);
 }
 
 int highest_socket() QV_REQUIRES(app_mutex) {

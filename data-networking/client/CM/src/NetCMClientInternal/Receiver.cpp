@@ -12,6 +12,7 @@
 #include "client/CM/src/NetCMClientInternal/DescriptorSet.h"
 #include "client/CM/src/NetCMClientInternal/Stream.h"
 #include "client/CM/src/NetCMPrivate.h"
+#include "common/Exported.h"
 #include "common/Wire.h"
 
 using namespace quorvel;
@@ -89,10 +90,12 @@ class PendingRecord {
     PendingRecord& operator=(const PendingRecord&) = delete;
     wire::Record* get() const { return record_; }
     const uint32_t* words() const { return reinterpret_cast<const uint32_t*>(record_); }
-    static const uint32_t* shown() { return load(PendingEventRecord); }
+    static const uint32_t* shown() { return load(*exported::pending_event_record); }
 
   private:
-    static void show(const uint32_t* words) { store(PendingEventRecord, const_cast<uint32_t*>(words)); }
+    static void show(const uint32_t* words) {
+        store(*exported::pending_event_record, const_cast<uint32_t*>(words));
+    }
 
     wire::Record* record_;
 };
@@ -158,7 +161,7 @@ void* NetCMClientThread(void* asyncFd) {
     QV_TRACE(0, "Client socket received = %d \n", async_fd);
     if (async_fd < 1) {
         QV_TRACE(2, "No Active sockets.. Close the thread.. \n");
-        store(g_NetCMClientAppInfo.RecvThreadId, kNoThread);
+        store(exported::app_info->RecvThreadId, kNoThread);
         return nullptr;
     }
     if (receive_until_the_end(self) == Pass::Stop)
@@ -180,7 +183,7 @@ int32_t NetCMClientLibCbk(int asyncFd) {
         QV_TRACE(4, "PANIC!!! Memory not allocated\n");
         return -1;
     }
-    if (load(g_NetCMClientAppInfo.AsyncSockFd) == kNoDescriptor) {
+    if (load(exported::app_info->AsyncSockFd) == kNoDescriptor) {
         QV_TRACE(4, "Invalid Async socket \n");
         return -1;
     }

@@ -9,6 +9,7 @@
 #include "client/CM/src/NetCMClientCore/Farewells.h"
 #include "client/CM/src/NetCMClientInternal/Receiver.h"
 #include "client/CM/src/NetCMPrivate.h"
+#include "common/Exported.h"
 #include "common/Futex.h"
 #include "common/Process.h"
 
@@ -28,7 +29,7 @@ bool being_joined QV_GUARDED_BY(table_lock) = false;
 int take_handed(int async_fd) {
     const Lock lock(table_lock);
     if (handed.async_fd != async_fd)
-        return pipe_fds[0];
+        return (*exported::control_pipe)[0];
     const int control_fd = handed.control_fd;
     handed = {};
     return control_fd;
@@ -91,7 +92,7 @@ bool Receiver::finds_more_to_end(Farewell& farewell) {
             return true;
         if (being_joined)
             return false;
-        store(g_NetCMClientAppInfo.RecvThreadId, kNoThread);
+        store(exported::app_info->RecvThreadId, kNoThread);
     }
     pthread_detach(pthread_self());
     return false;

@@ -10,6 +10,7 @@
 #include "client/CM/src/NetCMClientInternal/Receiver.h"
 #include "client/CM/src/NetCMClientInternal/Stream.h"
 #include "client/CM/src/NetCMPrivate.h"
+#include "common/Exported.h"
 #include "common/Futex.h"
 #include "common/OwnDescriptors.h"
 
@@ -18,6 +19,8 @@ using namespace quorvel;
 extern "C" {
 uint32_t* PendingEventRecord = nullptr;
 }
+
+uint32_t** quorvel::exported::pending_event_record = &PendingEventRecord;
 
 namespace {
 
@@ -61,7 +64,7 @@ void leave_link_to(Receiver& receiver, int sync_fd) QV_REQUIRES(app_mutex) {
 // The record in hand is its receiver's, also of one that has us called back.
 void free_pending_record() {
     if (Receiver::self() == nullptr)
-        free(__atomic_exchange_n(&PendingEventRecord, nullptr, __ATOMIC_ACQ_REL));
+        free(__atomic_exchange_n(exported::pending_event_record, nullptr, __ATOMIC_ACQ_REL));
 }
 
 // Joins the receiver, which finishes with our lock what it has begun. False when the join failed.
@@ -163,7 +166,7 @@ void link_in_child() QV_NO_THREAD_SAFETY_ANALYSIS {  // there is no other thread
     static_cast<void>(give_control_pipe_away());
     sync_stream.begins();
     async_stream.ends();
-    store(PendingEventRecord, nullptr);
+    store(*exported::pending_event_record, nullptr);
 }
 
 }  // namespace quorvel

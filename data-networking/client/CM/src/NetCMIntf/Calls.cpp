@@ -5,6 +5,7 @@
 
 #include "client/CM/src/NetCMClientInternal/Stream.h"
 #include "client/CM/src/NetCMIntf/Departed.h"
+#include "common/Exported.h"
 
 namespace quorvel {
 namespace {
@@ -120,7 +121,7 @@ void begin_anew(Connection& life) QV_REQUIRES(table_lock) {
 }
 
 Call slot(int32_t index) {
-    return {&g_NetCMClientAppInfo.CallInfo[index], &connections[index]};
+    return {&exported::app_info->CallInfo[index], &connections[index]};
 }
 
 CallKey key_of(const Call& call) {
@@ -253,7 +254,7 @@ Call call_elsewhere(int32_t tid, int32_t profile, int32_t& entry) {
 bool uses_a_call(int32_t tid, int32_t& thread_index) {
     const auto is_user = [&](const Call& call) QV_REQUIRES(table_lock) {
         for (const NetCMThreadProf& entry : call.record->ThreadProf) {
-            if (!in_use(entry) || load(g_NetCMClientAppInfo.ThreadInfo[entry.ThreadIndex].ThreadId) != tid)
+            if (!in_use(entry) || load(exported::app_info->ThreadInfo[entry.ThreadIndex].ThreadId) != tid)
                 continue;
             thread_index = entry.ThreadIndex;
             return true;

@@ -4,6 +4,7 @@
 #include "client/CM/src/NetCMIntf/StopRequest.h"
 #include "client/CM/src/NetCMPrivate.h"
 #include "common/CallTimes.h"
+#include "common/Exported.h"
 
 using namespace quorvel;
 
@@ -172,8 +173,8 @@ extern "C" {
 
 uint32_t NetCMConnectionClose(int32_t profile) {
     QV_TRACE(0, "Stop Network Connection Request from the client %d, profile id = %d\n",
-             load(g_NetCMClientAppInfo.ClientId), profile);
-    QV_TRACE(2, "PS Connection Close START TIME = %f\n", call_asked(ps_call_deact_time));
+             load(exported::app_info->ClientId), profile);
+    QV_TRACE(2, "PS Connection Close START TIME = %f\n", call_asked(*exported::call_deact_time));
     if (profile < 1) {
         QV_TRACE(5, "Invalid profile ID [%d]\n", profile);
         return NETCM_ERR_INVALID_PROFILE;

@@ -1,4 +1,5 @@
 #include "client/CM/src/NetCMIntf/Departed.h"
+#include "common/Exported.h"
 
 #include <cstdlib>
 #include <utility>
@@ -107,7 +108,7 @@ bool take_kill(int32_t profile, CallKey& call) {
 }
 
 void forget_kills_and_tunnels() {
-    NetCMClientAppInfo& info = g_NetCMClientAppInfo;
+    NetCMClientAppInfo& info = *exported::app_info;
     for (NetCMKillReq& request : info.KillReq)
         request = {-1, -1};
     for (NetCMTunnelReq& request : info.TunnelReq)
@@ -118,7 +119,7 @@ void forget_kills_and_tunnels() {
 
 void forget_pending_requests() {
     forget_kills_and_tunnels();
-    for (NetCMProperProfReq& request : g_NetCMClientAppInfo.ProperProfReq)
+    for (NetCMProperProfReq& request : exported::app_info->ProperProfReq)
         request = {0, -1, -1};
 }
 

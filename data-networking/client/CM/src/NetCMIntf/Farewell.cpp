@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "client/CM/src/NetCMIntf/Departed.h"
+#include "common/Exported.h"
 
 namespace quorvel {
 namespace {
@@ -19,7 +20,7 @@ std::pair<int32_t, int32_t> at_place(const NetCMCallInfo& call, int32_t place) {
 
 bool stands_there(const NetCMCallInfo& call, int32_t place, int32_t tid, int32_t& thread_index) {
     const auto [index, profile] = at_place(call, place);
-    if (index == -1 || profile == -1 || load(g_NetCMClientAppInfo.ThreadInfo[index].ThreadId) != tid)
+    if (index == -1 || profile == -1 || load(exported::app_info->ThreadInfo[index].ThreadId) != tid)
         return false;
     thread_index = index;
     return true;

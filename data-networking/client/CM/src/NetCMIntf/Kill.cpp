@@ -2,6 +2,7 @@
 #include "client/CM/src/NetCMIntf/Calls.h"
 #include "client/CM/src/NetCMIntf/Request.h"
 #include "client/CM/src/NetCMPrivate.h"
+#include "common/Exported.h"
 
 using namespace quorvel;
 
@@ -17,7 +18,7 @@ struct PendingKills {
 PendingKills scan(int32_t tid, int32_t profile) {
     const Lock lock(table_lock);
     PendingKills pending;
-    for (NetCMKillReq& request : g_NetCMClientAppInfo.KillReq) {
+    for (NetCMKillReq& request : exported::app_info->KillReq) {
         if (request.ThreadId == -1) {
             if (pending.free == nullptr)
                 pending.free = &request;

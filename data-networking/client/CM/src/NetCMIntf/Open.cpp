@@ -9,6 +9,7 @@
 #include "client/CM/src/NetCMIntf/Request.h"
 #include "client/CM/src/NetCMPrivate.h"
 #include "common/CallTimes.h"
+#include "common/Exported.h"
 
 using namespace quorvel;
 
@@ -275,12 +276,12 @@ extern "C" {
 
 // Only the first id is opened; applications pass their whole list and mean the first that they have.
 uint32_t NetCMConnectionOpen(const int32_t* profileIds, int32_t profileCount) {
-    QV_TRACE(2, "PS Connection Open START TIME = %f\n", call_asked(ps_call_act_time));
+    QV_TRACE(2, "PS Connection Open START TIME = %f\n", call_asked(*exported::call_act_time));
     const uint32_t status = check_arguments(profileIds, profileCount);
     if (status != NETCM_SUCCESS)
         return status;
     QV_TRACE(0, "Open Connection Request from the client [%d] with profile ID [%d]\n",
-             load(g_NetCMClientAppInfo.ClientId), profileIds[0]);
+             load(exported::app_info->ClientId), profileIds[0]);
     const AppMutexGuard guard(QV_HERE);
     return open_profile(profileIds[0], {guard.thread_id(), 0});
 }

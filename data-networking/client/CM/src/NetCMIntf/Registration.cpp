@@ -3,6 +3,7 @@
 #include "client/CM/src/NetCMIntf/Calls.h"
 #include "client/CM/src/NetCMIntf/Request.h"
 #include "client/CM/src/NetCMPrivate.h"
+#include "common/Exported.h"
 
 using namespace quorvel;
 
@@ -143,7 +144,7 @@ uint32_t NetCMClientRegister(NetCMEventCallback callback) {
 }
 
 uint32_t NetCMClientDeRegister(void) {
-    QV_TRACE(0, "Unregister Request from client = %d \n", load(g_NetCMClientAppInfo.ClientId));
+    QV_TRACE(0, "Unregister Request from client = %d \n", load(exported::app_info->ClientId));
     const AppMutexGuard guard(QV_HERE);
     const int32_t tid = guard.thread_id();
     int32_t index = 0;

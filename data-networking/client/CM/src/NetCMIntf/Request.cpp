@@ -6,6 +6,7 @@
 #include "client/CM/src/NetCMClientInternal/Link.h"
 #include "client/CM/src/NetCMClientInternal/Reading.h"
 #include "client/CM/src/NetCMPrivate.h"
+#include "common/Exported.h"
 
 using namespace quorvel;
 
@@ -14,7 +15,7 @@ namespace quorvel {
 wire::RequestHeader request_header(wire::Command command) {
     wire::RequestHeader header = {};
     header.Command = command;
-    header.ClientId = static_cast<uint32_t>(load(g_NetCMClientAppInfo.ClientId));
+    header.ClientId = static_cast<uint32_t>(load(exported::app_info->ClientId));
     return header;
 }
 

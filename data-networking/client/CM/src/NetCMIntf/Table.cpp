@@ -6,6 +6,7 @@
 
 #include "client/CM/src/NetCMIntf/Calls.h"
 #include "client/CM/src/NetCMPrivate.h"
+#include "common/Exported.h"
 
 using namespace quorvel;
 
@@ -53,10 +54,12 @@ NetCMClientAppInfo g_NetCMClientAppInfo = {
     .ProperProfReq = {},
 };
 
+NetCMClientAppInfo* quorvel::exported::app_info = &g_NetCMClientAppInfo;
+
 namespace quorvel {
 
 bool client_is_registered() {
-    return load(g_NetCMClientAppInfo.ClientId) != -1 && load(g_NetCMClientAppInfo.IsRegistered) != 0;
+    return load(exported::app_info->ClientId) != -1 && load(exported::app_info->IsRegistered) != 0;
 }
 
 int32_t slot_of(const NetCMThreadProf& entry, int32_t profile) {
@@ -96,7 +99,7 @@ int count_users(const NetCMCallInfo& call) {
 }
 
 NetCMEventCallback callback_of(int32_t thread_index) {
-    return g_NetCMClientAppInfo.ThreadInfo[thread_index].EventCbk;
+    return exported::app_info->ThreadInfo[thread_index].EventCbk;
 }
 
 void trace_deleted(int32_t profile, int32_t entry) {

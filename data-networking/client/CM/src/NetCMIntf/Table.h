@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "common/AppMutex.h"
+#include "common/Exported.h"
 #include "quorvel/NetCM.h"
 
 namespace quorvel {
@@ -15,7 +16,7 @@ inline constexpr int kNoDescriptor = -1;
 // The table, for whoever holds the mutex. What it says of calls, callbacks and pending requests is looked at
 // and changed under `table_lock` besides.
 inline NetCMClientAppInfo& table() QV_REQUIRES(app_mutex) {
-    return g_NetCMClientAppInfo;
+    return *exported::app_info;
 }
 
 // Some fields are also read where no lock is held: IsRegistered, ClientId and thread ids by the checks before

@@ -5,6 +5,7 @@
 #include "client/CM/src/NetCMClientInternal/Stream.h"
 #include "client/CM/src/NetCMIntf/Calls.h"
 #include "client/CM/src/NetCMPrivate.h"
+#include "common/Exported.h"
 
 using namespace quorvel;
 
@@ -32,7 +33,7 @@ namespace quorvel {
 int32_t entry_of_thread(const NetCMCallInfo& call, int32_t tid, int32_t profile) {
     for (int32_t i = 0; i < NETCM_MAX_THREADS; ++i) {
         const NetCMThreadProf& entry = call.ThreadProf[i];
-        if (in_use(entry) && load(g_NetCMClientAppInfo.ThreadInfo[entry.ThreadIndex].ThreadId) == tid &&
+        if (in_use(entry) && load(exported::app_info->ThreadInfo[entry.ThreadIndex].ThreadId) == tid &&
             holds(entry, profile))
             return i;
     }
@@ -55,10 +56,13 @@ uint32_t find_free_thread(int32_t& index) {
 
 extern "C" {
 
-// Exported beside NetCMGetCurrentTid because applications for older systems link to it here.
-pid_t gettid(void) noexcept {
+// Exported as `gettid` beside NetCMGetCurrentTid because applications for older systems have it from here:
+// not as the default, so that an application that is linked today has the C library's.
+pid_t quorvel_gettid(void);
+pid_t quorvel_gettid(void) {
     return static_cast<pid_t>(syscall(SYS_gettid));
 }
+__asm__(".symver quorvel_gettid, gettid@QUORVEL_PRIVATE_4.0");
 
 int32_t NetCMGetCurrentTid(void) {
     return static_cast<int32_t>(syscall(SYS_gettid));
@@ -67,7 +71,7 @@ int32_t NetCMGetCurrentTid(void) {
 // Also called by queries before they take the mutex.
 int32_t NetCMGetThreadIndex(int32_t tid, int32_t* index) {
     for (int32_t i = 0; i < NETCM_MAX_THREADS; ++i) {
-        if (load(g_NetCMClientAppInfo.ThreadInfo[i].ThreadId) != tid)
+        if (load(exported::app_info->ThreadInfo[i].ThreadId) != tid)
             continue;
         *index = i;
         QV_TRACE(0, "Found thread [%d] index at [%d]\n", tid, i);
