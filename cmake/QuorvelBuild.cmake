@@ -11,6 +11,8 @@ set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+# No program carries the path that it was built in.
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
@@ -67,8 +69,6 @@ if(NOT QUORVEL_SANITIZE AND NOT QUORVEL_COVERAGE)
   # What a compiler links around a library serves constructors and destructors, which none of these has, and costs
   # its look-ups at every program's start.
   list(APPEND QUORVEL_LIBRARY_LINK_OPTIONS LINKER:-z,defs -nostartfiles)
-  # For libraries of a few functions, which this would double.
-  set(QUORVEL_TINY_LIBRARY_LINK_OPTIONS LINKER:-z,norelro)
 endif()
 
 # A dependency that this build can do without: an error when strict, a warning otherwise. The option is the one that

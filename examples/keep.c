@@ -1,5 +1,7 @@
 /* Keeps the default connection open for some seconds (10, or as many as are given): when it ends, whether by the
  * network or because the CM server has gone, it is opened again. Registration comes back by itself. */
+#define _POSIX_C_SOURCE \
+    200809L /* clock_gettime and sem_timedwait, also where a compiler is asked for ISO C */
 #include <quorvel/NetCM.h>
 #include <semaphore.h>
 #include <stdatomic.h>

@@ -24,8 +24,8 @@ struct GConfFunctions {
     decltype(&::g_error_free) g_error_free;
 };
 
-// The helper library that is linked with GConf, and the table that it exports.
-inline constexpr char kGConfHelper[] = "libquorvel-gconf.so.0";
+// The helper library that is linked with GConf, from the folder of ours, and the table that it exports.
+inline constexpr char kGConfHelper[] = "quorvel/libquorvel-gconf.so.0";
 inline constexpr char kGConfTable[] = "quorvel_gconf_functions";
 
 }  // namespace quorvel

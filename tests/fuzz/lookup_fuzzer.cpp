@@ -32,7 +32,9 @@ std::vector<uint8_t> next_datagram(uint8_t how) {
 
 }  // namespace
 
-extern "C" int _dns_debug = 0;
+extern "C" {
+int _dns_debug = 0;
+}
 int* quorvel::exported::dns_debug = &_dns_debug;
 
 extern "C" {

@@ -28,6 +28,7 @@ class Session {
         prctl(PR_SET_CHILD_SUBREAPER, 1);
         fs::create_directory("/tmp/home");
         setenv("HOME", "/tmp/home", 1);
+        setenv("LC_ALL", "C.UTF-8", 1);  // in which the tool reads its arguments
         setenv("DBUS_SESSION_BUS_ADDRESS", kBus, 1);
         unsetenv("XDG_CONFIG_HOME");
         bus_ = std::make_unique<Program>(std::vector<std::string>{
@@ -138,7 +139,8 @@ TEST(GConfDatabase, without_the_helper_the_fallback_name_is_given) {
     const fs::path alone = "/tmp/alone";
     fs::create_directory(alone);
     fs::copy_file(QUORVEL_LIBRARY, alone / "libquorvel.so.0");
-    const Answer asked = ask(15, {"LD_LIBRARY_PATH=" + alone.string()});
+    const fs::path platform = fs::path(QUORVEL_LIBRARY).parent_path();
+    const Answer asked = ask(15, {"LD_LIBRARY_PATH=" + alone.string() + ":" + platform.string()});
     EXPECT_THAT(asked.out, HasSubstr("1 [No Name_"));
     EXPECT_THAT(asked.out, HasSubstr("#\nloaded 0\n"));
     EXPECT_THAT(asked.err, HasSubstr("Failed to read string value at [" + key_of(15) + "]"));

@@ -30,7 +30,7 @@ class NetcmResolve : public ::testing::Test {
     NetcmResolve() { dnsmasq.wait_for_err("started"); }
 
     CmServer server{kOverLoopback, {"--db", ":memory:"}};
-    Program dnsmasq{{"dnsmasq", "--no-daemon", "--conf-file=/dev/null", "--no-resolv", "--no-hosts",
+    Program dnsmasq{{"/usr/sbin/dnsmasq", "--no-daemon", "--conf-file=/dev/null", "--no-resolv", "--no-hosts",
                      "--listen-address=127.0.0.1", "--bind-interfaces", "--user=root",
                      "--pid-file=", "--host-record=www.test,192.0.2.5", "--cname=alias.test,www.test",
                      "--local-ttl=77", "--local=/test/"}};

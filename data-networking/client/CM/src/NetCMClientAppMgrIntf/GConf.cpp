@@ -36,7 +36,7 @@ bool is_complete(const GConfFunctions& functions) {
            functions.g_free != nullptr && functions.g_error_free != nullptr;
 }
 
-// The helper lies beside this library, wherever that was loaded from.
+// The helper lies in a folder beside this library, wherever that was loaded from.
 bool find_helper(char (&path)[PATH_MAX]) {
     Dl_info self{};
     if (dladdr(&loaded, &self) == 0)
