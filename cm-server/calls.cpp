@@ -151,11 +151,13 @@ bool Calls::kill(uint32_t client, int32_t profile) {
 }
 
 void Calls::release(uint32_t id) {
-    log::info("call ", log::field("call", id), " has ended");
     bearer_->disconnect(id);
     if (calls_[id].connected())
-        statistics_.leave(calls_[id].addresses.interface);
+        guarded("the counting of what a call has carried",
+                [=, this] { statistics_.leave(calls_[id].addresses.interface); });
     calls_[id] = Call{};
+    guarded("saying that a call has ended",
+            [=] { log::info("call ", log::field("call", id), " has ended"); });
 }
 
 void Calls::suspend(uint32_t id, uint32_t status) {

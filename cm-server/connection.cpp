@@ -136,7 +136,7 @@ void Connection::written(bufferevent*, void* connection) {
     guarded("the count of what waits", [&] { self.share_.set(self.held()); });
 }
 
-void Connection::close(const std::string& why) noexcept {
+void Connection::close(std::string_view why) noexcept {
     if (closed_)
         return;
     closed_ = true;
@@ -200,7 +200,9 @@ void Connection::readable(bufferevent*, void* connection) {
 
 void Connection::changed(bufferevent*, short what, void* connection) {
     auto& self = *static_cast<Connection*>(connection);
-    guarded("the end of a connection", [&] { self.end(what); });
+    // Nothing comes from it any more: this is the last time to let go of it.
+    if (!guarded("the end of a connection", [&] { self.end(what); }))
+        self.close("it has closed");
 }
 
 void Connection::end(short what) {

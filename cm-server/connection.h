@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <deque>
 #include <string>
+#include <string_view>
 
 #include "events.h"
 #include "holdings.h"
@@ -47,7 +48,7 @@ class Connection {
         // A message is to be sent; the handler writes it, or something else.
         virtual void on_send(Connection& connection, const Message& message) = 0;
         // The connection has ended; `why` says it in words. Called once.
-        virtual void on_closed(Connection& connection, const std::string& why) = 0;
+        virtual void on_closed(Connection& connection, std::string_view why) = 0;
 
       protected:
         ~Handler() = default;
@@ -71,7 +72,7 @@ class Connection {
     // Sends these bytes after the delay, and never before what was written earlier.
     void write(std::vector<std::byte> bytes, std::chrono::milliseconds delay = std::chrono::milliseconds(0));
     // Ends the connection after what the socket takes at once has been sent.
-    void close(const std::string& why) noexcept;
+    void close(std::string_view why) noexcept;
     // Ends it now for both ends; the object stays until whoever is using it has returned.
     void drop_soon(const char* why);
 

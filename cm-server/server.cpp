@@ -280,19 +280,24 @@ void Server::attach_client(Connection& connection, const Request& request) {
     Clients::push_waiting(*client);
 }
 
-void Server::on_closed(Connection& connection, const std::string& why) {
+// What it had is let go of also when there is no memory to say so.
+void Server::on_closed(Connection& connection, std::string_view why) {
+    guarded("the note of a connection's end", [&] { note_closed(connection, why); });
+    guarded("the log of a connection's end", [&] { log_closed(connection, why); });
     const uint32_t id = connection.client_id();
     door_.leave(connection);
-    note_closed(connection, why);
-    if (const Client* client = clients_.find(id);
-        client != nullptr && connection.role() != Connection::Role::kNone) {
-        const bool sync = connection.role() == Connection::Role::kSync;
-        log::info(describe(*client), sync ? " has gone: " : " receives no events any more: ", why);
-        sync ? forget(id) : clients_.detach(id);
-    } else if (connection.role() == Connection::Role::kNone) {
-        log::info(describe(connection.peer()), " is not served any more: ", why);
-    }
+    if (connection.role() != Connection::Role::kNone && clients_.find(id) != nullptr)
+        connection.role() == Connection::Role::kSync ? forget(id) : clients_.detach(id);
     connections_.remove(connection);
+}
+
+void Server::log_closed(const Connection& connection, std::string_view why) {
+    const Client* client = clients_.find(connection.client_id());
+    const bool sync = connection.role() == Connection::Role::kSync;
+    if (connection.role() == Connection::Role::kNone)
+        log::info(describe(connection.peer()), " is not served any more: ", why);
+    else if (client != nullptr)
+        log::info(describe(*client), sync ? " has gone: " : " receives no events any more: ", why);
 }
 
 void Server::forget(uint32_t id) {

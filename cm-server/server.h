@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "bearer/bearers.h"
 #include "bearer/link_watch.h"
@@ -71,14 +72,15 @@ class Server : private Connection::Handler {
     void note_client(const Client& client);
     void note_command(const nlohmann::json& command);
     void note_silence(const Connection& connection, const Message& message);
-    void note_closed(const Connection& connection, const std::string& why);
+    void note_closed(const Connection& connection, std::string_view why);
     Services services() {
         return {clients_, calls_, store_, settings_, statistics_, networks_, interfaces_, config_.limits};
     }
 
     void on_request(Connection& connection, const Request& request) override;
     void on_send(Connection& connection, const Message& message) override;
-    void on_closed(Connection& connection, const std::string& why) override;
+    void on_closed(Connection& connection, std::string_view why) override;
+    void log_closed(const Connection& connection, std::string_view why);
 
     ServerOptions options_;
     int64_t started_ = microseconds_now();

@@ -42,7 +42,7 @@ void Server::note_command(const nlohmann::json& command) {
     });
 }
 
-void Server::note_closed(const Connection& connection, const std::string& why) {
+void Server::note_closed(const Connection& connection, std::string_view why) {
     tap_.note([&]() -> nlohmann::json {
         nlohmann::json note{
             {"client", connection.client_id()}, {"process", connection.peer().pid}, {"why", why}};

@@ -98,7 +98,7 @@ void Replayer::attach_client(Connection& connection, const Request& request) {
 
 void Replayer::on_send(Connection&, const Message&) {}
 
-void Replayer::on_closed(Connection& connection, const std::string&) {
+void Replayer::on_closed(Connection& connection, std::string_view) {
     const auto player = players_.find(connection.client_id());
     if (player != players_.end() && connection.role() == Connection::Role::kAsync)
         player->second->detach();

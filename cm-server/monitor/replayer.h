@@ -38,7 +38,7 @@ class Replayer : private Connection::Handler {
 
     void on_request(Connection& connection, const Request& request) override;
     void on_send(Connection& connection, const Message& message) override;
-    void on_closed(Connection& connection, const std::string& why) override;
+    void on_closed(Connection& connection, std::string_view why) override;
 
     EventBase base_;
     Lives lives_;

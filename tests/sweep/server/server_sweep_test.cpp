@@ -82,6 +82,9 @@ class Preloaded {
 };
 
 std::unique_ptr<test::CmServer> server_with_faults() {
+    // Each kind begins with the factory's profiles.
+    for (const char* file : {"/tmp/sweep.db", "/tmp/sweep.db-wal", "/tmp/sweep.db-shm", "/tmp/sweep.db.good"})
+        unlink(file);
     const Preloaded preloaded;
     return std::make_unique<test::CmServer>(
         "[[network]]\ninterface = \"lo\"\n[[profile]]\nname = \"one\"\napn = \"first\"\n",
