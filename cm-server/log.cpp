@@ -3,12 +3,13 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "command-line/UtcTime.h"
 #include "log_sink.h"
 
 namespace quorvel::cm::log {
@@ -33,25 +34,8 @@ const Name& name(Level level) {
     return kNames.at(static_cast<size_t>(level));
 }
 
-timespec now() {
-    timespec time{};
-    clock_gettime(CLOCK_REALTIME, &time);
-    return time;
-}
-
-std::string with_milliseconds(const char* text, const timespec& time) {
-    std::array<char, 48> result{};
-    std::snprintf(result.data(), result.size(), "%s.%03ld", text, time.tv_nsec / 1000000);
-    return result.data();
-}
-
-std::string utc() {
-    const timespec time = now();
-    tm parts{};
-    gmtime_r(&time.tv_sec, &parts);
-    std::array<char, 32> text{};
-    std::strftime(text.data(), text.size(), "%FT%T", &parts);
-    return with_milliseconds(text.data(), time) + "Z";
+std::string now() {
+    return command_line::utc_time(std::chrono::system_clock::now());
 }
 
 bool in_journal() {
@@ -76,11 +60,11 @@ std::string text_line(Level level, const std::string& text) {
     // The journal has its own clock.
     if (in_journal())
         return printable(text);
-    return utc() + " " + std::string(name(level).text) + ": " + printable(text);
+    return now() + " " + std::string(name(level).text) + ": " + printable(text);
 }
 
 std::string json_line(Level level, const std::string& text, const std::vector<Field>& fields) {
-    nlohmann::ordered_json line{{"time", utc()}, {"level", name(level).text}, {"message", text}};
+    nlohmann::ordered_json line{{"time", now()}, {"level", name(level).text}, {"message", text}};
     for (const Field& field : fields)
         line[field.name] = field.value;
     return line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);

@@ -1,5 +1,6 @@
 #include "program.h"
 
+#include "command-line/Duration.h"
 #include "control/ctl.h"
 #include "monitor/monitor.h"
 #include "monitor/replay.h"
@@ -35,10 +36,14 @@ void describe(CLI::App& app, Arguments& arguments) {
                    "How many clients may be registered at a time")
         ->check(CLI::Range(1, 4096))
         ->capture_default_str();
-    app.add_option("--request-time", arguments.request_time,
-                   "Milliseconds for which a client may leave a request unfinished")
-        ->check(CLI::Range(10, 600000))
-        ->capture_default_str();
+    app.add_option(
+           "--request-time", arguments.request_time,
+           "How long a client may leave a request unfinished, such as 500ms or 5s; milliseconds without a "
+           "unit")
+        ->transform(command_line::duration_in_milliseconds())
+        ->check(CLI::Range(10, 600000, "10ms to 10m"))
+        ->type_name("TIME")
+        ->default_str("5s");
     add_record_options(app, arguments.server.record,
                        "Record everything that passes, from the first byte on, in this file; *.pcapng for "
                        "Wireshark");

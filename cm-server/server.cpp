@@ -64,9 +64,10 @@ std::unique_ptr<ListeningSocket> Server::listen() {
                                              [this](evutil_socket_t fd) { accept(fd); });
 }
 
-nlohmann::json Server::execute(const nlohmann::json& command) {
-    if (const auto wrong = fault_in(command))
+nlohmann::json Server::execute(const nlohmann::json& given) {
+    if (const auto wrong = fault_in(given))
         throw ControlError(wrong->what);
+    const nlohmann::json command = in_numbers(given);
     note_command(command);
     if (command.at("command") == "reload")
         return reload_for_operator();

@@ -9,6 +9,7 @@
 #include "Hex.h"
 #include "Printer.h"
 #include "ServerWords.h"
+#include "command-line/UtcTime.h"
 
 namespace quorvel::netcm {
 namespace {
@@ -152,7 +153,7 @@ Json to_json(const NetCMConnInfo& info) {
 }
 
 Json to_json(const Event& event) {
-    Json out{{"time", time_text(event.time)}, {"event", event_name(event.type)}};
+    Json out{{"time", command_line::utc_time(event.time)}, {"event", event_name(event.type)}};
     if (event.profile > 0) {
         out["profile_id"] = event.profile;
     }

@@ -6,7 +6,6 @@
 #include <array>
 #include <cctype>
 #include <cstdio>
-#include <ctime>
 #include <vector>
 
 #include "JsonText.h"
@@ -220,19 +219,6 @@ std::string printable(std::string_view text) {
 
 std::string printable_ascii(std::string_view text) {
     return escaped(text, [](unsigned char c) { return c >= 0x80 || is_control(c); });
-}
-
-std::string time_text(std::chrono::system_clock::time_point time) {
-    const auto milliseconds =
-        std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
-    const auto seconds = static_cast<std::time_t>(milliseconds / 1000);
-    std::tm parts{};
-    gmtime_r(&seconds, &parts);
-    std::array<char, 32> text{};
-    const size_t length = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &parts);
-    std::snprintf(text.data() + length, text.size() - length, ".%03dZ",
-                  static_cast<int>(milliseconds % 1000));
-    return text.data();
 }
 
 }  // namespace quorvel::netcm

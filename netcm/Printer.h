@@ -1,7 +1,6 @@
 // Everything that netcm prints on standard output: one JSON document, as it is or as aligned text.
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <ostream>
 #include <string>
@@ -43,8 +42,5 @@ std::string label_of(std::string_view key);
 // with everything beyond ASCII written so.
 std::string printable(std::string_view text);
 std::string printable_ascii(std::string_view text);
-
-// A moment in UTC: "2026-11-21T14:02:11.120Z".
-std::string time_text(std::chrono::system_clock::time_point time);
 
 }  // namespace quorvel::netcm

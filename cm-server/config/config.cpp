@@ -31,13 +31,13 @@ void read_profiles(ConfigTable& root, Config& config) {
 }
 
 std::optional<std::chrono::milliseconds> milliseconds(ConfigTable& table, const char* key) {
-    constexpr int64_t kHour = 3600 * 1000;
-    const auto number = table.number(key, 0, kHour);
-    return number ? std::optional(std::chrono::milliseconds(*number)) : std::nullopt;
+    return table.duration(key, std::chrono::milliseconds(0), std::chrono::hours(1));
 }
 
 Reason read_reason(ConfigTable& table) {
-    const auto number = table.number("refusal", 0, UINT32_MAX);
+    const auto number = table.number_or_word(
+        "refusal", 0, UINT32_MAX, all_of(reason_words()),
+        [](const std::string& word) -> std::optional<int64_t> { return number_of(reason_words(), word); });
     const auto reason = static_cast<Reason>(number.value_or(0));
     if (number && !is_known(reason)) {
         std::string all;

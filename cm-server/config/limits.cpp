@@ -1,13 +1,17 @@
 #include "config/limits.h"
 
+#include <algorithm>
+#include <cstdint>
+
 namespace quorvel::cm {
 namespace {
 
 constexpr size_t kMiB = size_t{1024} * 1024;
 
 void read_size(ConfigTable& table, const char* key, size_t& size) {
-    if (const auto given = table.number(key, 1, 1024 * 1024))
-        size = static_cast<size_t>(*given) * kMiB;
+    constexpr uint64_t kTiB = uint64_t{kMiB} * 1024 * 1024;
+    if (const auto given = table.size(key, kMiB, std::min<uint64_t>(kTiB, SIZE_MAX)))
+        size = static_cast<size_t>(*given);
 }
 
 void read_count(ConfigTable& table, const char* key, size_t& count) {
@@ -23,8 +27,9 @@ Limits read_limits(ConfigTable& table) {
     read_count(table, "registrations", limits.registrations);
     read_count(table, "unregistered", limits.unregistered);
     read_count(table, "profiles", limits.profiles);
-    if (const auto given = table.number("unregistered-time", 10, 600000))
-        limits.unregistered_time = std::chrono::milliseconds(*given);
+    if (const auto given =
+            table.duration("unregistered-time", std::chrono::milliseconds(10), std::chrono::minutes(10)))
+        limits.unregistered_time = *given;
     read_size(table, "memory", limits.memory.of_user);
     read_size(table, "memory-in-all", limits.memory.in_all);
     return limits;

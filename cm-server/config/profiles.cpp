@@ -7,6 +7,7 @@
 #include <charconv>
 #include <string_view>
 
+#include "command-line/ProfileWords.h"
 #include "protocol/message.h"
 #include "store/check.h"
 #include "store/fields.h"
@@ -24,6 +25,19 @@ std::string key_of(const Field& field) {
     return key;
 }
 
+// Some fields have names for their numbers.
+std::optional<FieldValue> number_of_field(ConfigTable& table, const Field& field, int64_t lowest,
+                                          int64_t highest) {
+    const std::string words = command_line::words_for(field.column);
+    if (words.empty())
+        return table.number(key_of(field), lowest, highest);
+    return table.number_or_word(
+        key_of(field), lowest, highest, words, [&](const std::string& word) -> std::optional<int64_t> {
+            const std::string_view number = command_line::number_for(field.column, word);
+            return number == word ? std::nullopt : std::optional(std::stoll(std::string(number)));
+        });
+}
+
 std::optional<FieldValue> value_of(ConfigTable& table, const Field& field) {
     const std::string key = key_of(field);
     switch (field.kind) {
@@ -34,9 +48,9 @@ std::optional<FieldValue> value_of(ConfigTable& table, const Field& field) {
             return address ? std::optional<FieldValue>(to_text(*address)) : std::nullopt;
         }
         case Field::Kind::kSigned:
-            return table.number(key, INT32_MIN, INT32_MAX);
+            return number_of_field(table, field, INT32_MIN, INT32_MAX);
         case Field::Kind::kUnsigned:
-            return table.number(key, 0, UINT32_MAX);
+            return number_of_field(table, field, 0, UINT32_MAX);
         case Field::Kind::kShort:
             return table.number(key, 0, UINT16_MAX);
         case Field::Kind::kByte:

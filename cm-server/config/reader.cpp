@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "command-line/Duration.h"
+#include "command-line/Size.h"
 #include "command-line/Suggestion.h"
 #include "config/config.h"
 
@@ -61,6 +63,50 @@ std::optional<int64_t> ConfigTable::number(const std::string& key, int64_t lowes
     if (!result || (*result >= lowest && *result <= highest))
         return result;
     fault_at(key, " must be between " + std::to_string(lowest) + " and " + std::to_string(highest));
+    return std::nullopt;
+}
+
+bool ConfigTable::is_text(const std::string& key) const {
+    const toml::node* node = table_.get(key);
+    return node != nullptr && node->is_string();
+}
+
+std::optional<int64_t> ConfigTable::number_or_word(const std::string& key, int64_t lowest, int64_t highest,
+                                                   const std::string& words, const NumberOf& number_of) {
+    if (!is_text(key))
+        return number(key, lowest, highest);
+    const auto meant = number_of(*text(key));
+    if (!meant)
+        fault_at(key, " must be a number or one of " + words);
+    return meant;
+}
+
+std::optional<std::chrono::milliseconds> ConfigTable::duration(const std::string& key,
+                                                               std::chrono::milliseconds lowest,
+                                                               std::chrono::milliseconds highest) {
+    if (!is_text(key)) {
+        const auto given = number(key, lowest.count(), highest.count());
+        return given ? std::optional(std::chrono::milliseconds(*given)) : std::nullopt;
+    }
+    const auto time = command_line::milliseconds_from(*text(key));
+    if (time && *time >= lowest && *time <= highest)
+        return time;
+    fault_at(key, time
+                      ? " must be between " + std::to_string(lowest.count()) + "ms and " +
+                            std::to_string(highest.count()) + "ms"
+                      : std::string(" must be a number of milliseconds, or ") + command_line::kTimesLookLike);
+    return std::nullopt;
+}
+
+std::optional<uint64_t> ConfigTable::size(const std::string& key, uint64_t unit, uint64_t highest) {
+    if (!is_text(key)) {
+        const auto given = number(key, 1, static_cast<int64_t>(highest / unit));
+        return given ? std::optional(static_cast<uint64_t>(*given) * unit) : std::nullopt;
+    }
+    const auto bytes = command_line::bytes_from(*text(key));
+    if (bytes && *bytes > 0 && *bytes <= highest)
+        return bytes;
+    fault_at(key, " must be a size, such as \"500kB\" or \"16MiB\"");
     return std::nullopt;
 }
 

@@ -4,6 +4,8 @@
 #include <netinet/in.h>
 
 #include <toml++/toml.h>
+#include <chrono>
+#include <cstdint>
 #include <functional>
 #include <initializer_list>
 #include <optional>
@@ -32,6 +34,16 @@ class ConfigTable {
     std::optional<std::string> text(const std::string& key, size_t longest = SIZE_MAX);
     std::optional<bool> flag(const std::string& key);
     std::optional<int64_t> number(const std::string& key, int64_t lowest, int64_t highest);
+    // A number, or one of the words that `number_of` knows; `words` lists them for the message.
+    using NumberOf = std::function<std::optional<int64_t>(const std::string& word)>;
+    std::optional<int64_t> number_or_word(const std::string& key, int64_t lowest, int64_t highest,
+                                          const std::string& words, const NumberOf& number_of);
+    // "5s", or a number of milliseconds.
+    std::optional<std::chrono::milliseconds> duration(const std::string& key,
+                                                      std::chrono::milliseconds lowest,
+                                                      std::chrono::milliseconds highest);
+    // "16MiB", or a number of what `unit` bytes make. In bytes.
+    std::optional<uint64_t> size(const std::string& key, uint64_t unit, uint64_t highest);
     std::optional<in_addr> address(const std::string& key);
     // Two at most: a connection carries no more.
     std::vector<in_addr> addresses(const std::string& key);
@@ -52,6 +64,7 @@ class ConfigTable {
 
   private:
     const toml::node* take(const std::string& key);
+    bool is_text(const std::string& key) const;
     template <class T>
     std::optional<T> value(const std::string& key, const char* expected);
 

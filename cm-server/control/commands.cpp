@@ -66,8 +66,9 @@ json network_status(Services services, const json& arguments) {
         throw ControlError("there is no client to tell");
     for (const uint32_t id : receivers)
         services.clients.push(id, message);
-    return done("packet data " + std::to_string(message.record.Word2) + ", Wi-Fi " +
-                std::to_string(message.record.CallId) + ": told " + describe_clients(receivers));
+    return done("packet data " + with_word(network_status_words(), message.record.Word2) + ", Wi-Fi " +
+                with_word(network_status_words(), message.record.CallId) + ": told " +
+                describe_clients(receivers));
 }
 
 json tunnel(Services services, const json& arguments) {
@@ -90,7 +91,7 @@ json answer_kill(Services services, const json& arguments) {
     const std::string name = describe_call(services.calls, call);
     const uint32_t status = number(arguments, "status", 0);
     services.calls.answer_kill(call, status, static_cast<Reason>(number(arguments, "reason", 0)));
-    return done("the kill of " + name + " is answered with status " + std::to_string(status));
+    return done("the kill of " + name + " is answered with status " + with_word(status_names(), status));
 }
 
 json list(Services services, const json&) {

@@ -3,10 +3,13 @@
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <span>
 
+#include "command-line/Duration.h"
 #include "control/client.h"
 #include "control/scenario.h"
 #include "control/tables.h"
+#include "protocol/status.h"
 
 namespace quorvel::cm {
 namespace {
@@ -30,6 +33,26 @@ CLI::Option* add_argument(CLI::App& command, const DraftPtr& draft, const char* 
         ->type_name(std::is_integral_v<T> ? "NUMBER" : "TEXT");
 }
 
+// A number, or one of the words for it.
+CLI::Option* add_word(CLI::App& command, const DraftPtr& draft, const char* option, const char* key,
+                      std::span<const Word> words, const std::string& help) {
+    const auto convert = [words](std::string& text) {
+        uint32_t number = 0;
+        if (const auto meant = number_of(words, text))
+            text = std::to_string(*meant);
+        else if (!CLI::detail::lexical_cast(text, number))
+            return "\"" + text + "\" is neither a number nor one of " + all_of(words);
+        return std::string();
+    };
+    return add_argument<uint32_t>(command, draft, option, key, (help + ", by name or number").c_str())
+        ->transform(CLI::Validator(convert, ""))
+        ->type_name("NAME");
+}
+
+CLI::Option* add_status(CLI::App& command, const DraftPtr& draft, const char* of) {
+    return add_word(command, draft, "--status", "status", status_names(), std::string("Status of the ") + of);
+}
+
 void add_call_choice(CLI::App& command, const DraftPtr& draft) {
     add_argument<uint32_t>(command, draft, "call", "call",
                            "Id of the call; not needed when there is only one");
@@ -47,6 +70,11 @@ std::string to_hex(const std::string& data) {
         hex += kDigits[byte & 15U];
     }
     return hex;
+}
+
+json number_or_text(const std::string& text) {
+    uint32_t number = 0;
+    return CLI::detail::lexical_cast(text, number) ? json(number) : json(text);
 }
 
 void read_file(Draft& draft, const std::string& path) {
@@ -83,7 +111,7 @@ void add_call_commands(Ctl& ctl) {
         const auto draft = std::make_shared<Draft>();
         CLI::App& command = ctl.add(name, help, draft);
         add_call_choice(command, draft);
-        add_argument<uint32_t>(command, draft, "--status", "status", "Status word of the indication");
+        add_status(command, draft, "indication");
     }
     for (const auto& [name, help] :
          {std::pair{"stop", "End a call, as the network does"},
@@ -91,9 +119,9 @@ void add_call_commands(Ctl& ctl) {
         const auto draft = std::make_shared<Draft>();
         CLI::App& command = ctl.add(name, help, draft);
         add_call_choice(command, draft);
-        add_argument<uint32_t>(command, draft, "--status", "status", "Status word of the event");
-        add_argument<uint32_t>(command, draft, "--reason", "reason",
-                               "Reason word, delivered with a status of 21");
+        add_status(command, draft, "event");
+        add_word(command, draft, "--reason", "reason", reason_words(),
+                 "Reason, delivered with the status transport (21)");
     }
     const auto draft = std::make_shared<Draft>();
     CLI::App& command = ctl.add("ip-change", "Give a call another address", draft);
@@ -111,9 +139,9 @@ void add_call_commands(Ctl& ctl) {
 void add_client_commands(Ctl& ctl) {
     const auto status = std::make_shared<Draft>();
     CLI::App& network_status = ctl.add("network-status", "Tell clients a network status", status);
-    add_argument<uint32_t>(network_status, status, "--packet-data", "packet-data",
-                           "Instead of the real status");
-    add_argument<uint32_t>(network_status, status, "--wifi", "wifi", "Instead of the real status");
+    add_word(network_status, status, "--packet-data", "packet-data", network_status_words(),
+             "Instead of the real status");
+    add_word(network_status, status, "--wifi", "wifi", network_status_words(), "Instead of the real status");
     add_argument<uint32_t>(network_status, status, "--client", "client", "Tell only this client");
 
     const auto data = std::make_shared<Draft>();
@@ -138,10 +166,13 @@ void add_trouble_commands(Ctl& ctl) {
            "kind", [fault](const std::string& kind) { fault->command["kind"] = kind; }, "What goes wrong")
         ->required()
         ->check(CLI::IsMember({"late", "code", "status", "half", "count", "length", "silent"}));
-    add_argument<uint32_t>(add, fault, "value", "value",
-                           "Milliseconds, or the code, status, count or length that is sent instead");
+    add.add_option_function<std::string>(
+           "value", [fault](const std::string& text) { fault->command["value"] = number_or_text(text); },
+           "How late, such as 2s, or the code, status, count or length that is sent instead")
+        ->type_name("VALUE");
     add.footer(
-        "late: it comes after VALUE milliseconds. code, status: with another code or status.\n"
+        "late: it comes by VALUE later, in milliseconds without a unit. code, status: with another code or "
+        "status.\n"
         "count, length: with a wrong count in the block, or a wrong length in the record.\n"
         "half: the first 20 bytes of the record, and no more. silent: not at all.\n"
         "A fault falls on every answer and event of every client until it is taken back,\n"
@@ -165,19 +196,23 @@ void add_trouble_commands(Ctl& ctl) {
 
     const auto away = std::make_shared<Draft>();
     CLI::App& restart = ctl.add("restart", "Go away with all connections, and come back", away);
-    add_argument<uint32_t>(restart, away, "--away", "away", "Milliseconds to be away");
+    add_argument<uint32_t>(restart, away, "--away", "away",
+                           "How long to be away, such as 2s; milliseconds without a unit")
+        ->transform(command_line::duration_in_milliseconds())
+        ->type_name("TIME");
 }
 
 void add_scenario(Ctl& ctl) {
     const auto draft = std::make_shared<Draft>();
     CLI::App* command = ctl.app.add_subcommand("run", "Run a scenario file");
     command
-        ->add_option("file", draft->file, "TOML: [[step]] with at = MILLISECONDS, command and its arguments")
+        ->add_option("file", draft->file,
+                     "TOML: [[step]] with a time such as at = \"2s\", command and its arguments")
         ->required()
         ->type_name("FILE");
     command->footer(
         "Each step is a command of ctl with its arguments at its time from the start, such as\n"
-        "command = \"fault\", kind = \"late\", value = 2000. The first that fails ends the run.");
+        "command = \"fault\", kind = \"late\", value = \"2s\". The first that fails ends the run.");
     const std::string* path = &ctl.socket;
     command->callback([draft, path] { run_scenario(*path, draft->file); });
 }

@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "command-line/Duration.h"
 #include "control/client.h"
 #include "control/vocabulary.h"
 
@@ -30,6 +31,14 @@ const toml::source_region& source_of(const toml::table& table, const std::string
         if (name.str() == key)
             return name.source();
     return table.source();
+}
+
+// "2s", or a number of milliseconds.
+std::optional<std::chrono::milliseconds> time_of(toml::node_view<const toml::node> at) {
+    if (const auto text = at.value_exact<std::string>())
+        return command_line::milliseconds_from(*text);
+    const auto number = at.value_exact<int64_t>();
+    return number && *number >= 0 ? std::optional(std::chrono::milliseconds(*number)) : std::nullopt;
 }
 
 class Reader {
@@ -71,10 +80,10 @@ class Reader {
         ScenarioStep step;
         step.command = to_json(table);
         step.command.erase("at");
-        const auto at = table["at"].value_exact<int64_t>();
-        if (!at || *at < 0)
-            fault(source_of(table, "at"), "a step needs a time, at = MILLISECONDS");
-        step.at = std::chrono::milliseconds(at.value_or(0));
+        const auto at = time_of(table["at"]);
+        if (!at)
+            fault(source_of(table, "at"), "a step needs a time, such as at = \"2s\", or at = MILLISECONDS");
+        step.at = at.value_or(step.at);
         if (!table["command"].is_string())
             fault(table.source(), "a step needs a command");
         else if (const auto wrong = fault_in(step.command))

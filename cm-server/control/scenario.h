@@ -16,7 +16,7 @@ struct ScenarioStep {
 // The steps of a file. Throws AskError for a file that makes no sense.
 std::vector<ScenarioStep> read_steps(const std::string& path);
 
-// Runs the steps of a TOML file ([[step]] with `at` in milliseconds, `command` and its arguments) against the
+// Runs the steps of a TOML file ([[step]] with `at`, `command` and its arguments) against the
 // server, and prints each. Throws AskError at the first step that is refused, and for a file that makes no
 // sense.
 void run_scenario(const std::string& socket, const std::string& path);

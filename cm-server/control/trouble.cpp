@@ -7,6 +7,7 @@
 #include "control/arguments.h"
 #include "control/control.h"
 #include "log.h"
+#include "protocol/status.h"
 
 namespace quorvel::cm {
 namespace {
@@ -23,8 +24,25 @@ uint32_t event_code(const json& arguments) {
     throw ControlError("there is no answer or event \"" + name + "\"");
 }
 
+std::string value_text(const Fault& fault) {
+    switch (fault.kind) {
+        case Fault::Kind::kLate:
+            return " by " + std::to_string(fault.value) + " ms";
+        case Fault::Kind::kStatus:
+            return " " + with_word(status_names(), fault.value);
+        case Fault::Kind::kHalf:
+        case Fault::Kind::kSilent:
+            return "";
+        case Fault::Kind::kCode:
+        case Fault::Kind::kCount:
+        case Fault::Kind::kLength:
+            break;
+    }
+    return " " + std::to_string(fault.value);
+}
+
 std::string describe(const Fault& fault) {
-    std::string text = std::string(Faults::name_of(fault.kind)) + " " + std::to_string(fault.value);
+    std::string text = std::string(Faults::name_of(fault.kind)) + value_text(fault);
     text += fault.client == 0 ? ", every client" : ", client " + std::to_string(fault.client);
     if (const wire::EventEntry* entry = wire::find_event(fault.code))
         text += std::string(", ") + entry->name;

@@ -7,9 +7,11 @@
 #include <string_view>
 #include <vector>
 
+#include "command-line/Duration.h"
 #include "command-line/Suggestion.h"
 #include "common/Wire.h"
 #include "faults/faults.h"
+#include "protocol/status.h"
 
 namespace quorvel::cm {
 namespace {
@@ -18,10 +20,47 @@ using nlohmann::json;
 
 // Each gives what a value must be, or null when it is that.
 using Check = const char* (*)(const json& value);
+// The number that a value of the command stands for, by its name or with its unit.
+using Read = std::optional<uint32_t> (*)(const json& value, const json& command);
+
+std::optional<uint32_t> number_in(const json& value) {
+    const bool good = value.is_number_unsigned() && value.get<uint64_t>() <= UINT32_MAX;
+    return good ? std::optional(value.get<uint32_t>()) : std::nullopt;
+}
+
+std::optional<uint32_t> named(const json& value, std::span<const Word> words) {
+    return value.is_string() ? number_of(words, value.get<std::string>()) : number_in(value);
+}
+
+std::optional<uint32_t> read_status(const json& value, const json&) {
+    return named(value, status_names());
+}
+
+std::optional<uint32_t> read_reason(const json& value, const json&) {
+    return named(value, reason_words());
+}
+
+std::optional<uint32_t> read_network_status(const json& value, const json&) {
+    return named(value, network_status_words());
+}
+
+std::optional<uint32_t> read_time(const json& value, const json&) {
+    if (!value.is_string())
+        return number_in(value);
+    const auto time = command_line::milliseconds_from(value.get<std::string>());
+    return time && time->count() <= UINT32_MAX ? std::optional(static_cast<uint32_t>(time->count()))
+                                               : std::nullopt;
+}
+
+std::optional<uint32_t> read_fault_value(const json& value, const json& command) {
+    const json kind = command.value("kind", json());
+    if (kind == "late")
+        return read_time(value, command);
+    return kind == "status" ? read_status(value, command) : number_in(value);
+}
 
 const char* number(const json& value) {
-    const bool good = value.is_number_unsigned() && value.get<uint64_t>() <= UINT32_MAX;
-    return good ? nullptr : "a number from 0 to 4294967295";
+    return number_in(value) ? nullptr : "a number from 0 to 4294967295";
 }
 
 const char* text(const json& value) {
@@ -71,10 +110,32 @@ const char* event(const json& value) {
     return good ? nullptr : "the name or the code of an answer or event";
 }
 
+std::string a_number_or(std::span<const Word> words) {
+    return "a number or one of " + all_of(words);
+}
+std::string a_status() {
+    return a_number_or(status_names());
+}
+std::string a_reason() {
+    return a_number_or(reason_words());
+}
+std::string a_network_status() {
+    return a_number_or(network_status_words());
+}
+std::string a_time() {
+    return std::string("a number of milliseconds, or ") + command_line::kTimesLookLike;
+}
+std::string a_fault_value() {
+    return "a number; of late a time such as 2s, of status its name";
+}
+
 struct Key {
     std::string_view name;
     Check check;
     bool required = false;
+    // What it must be is said by this, of values that have names or units.
+    Read read = nullptr;
+    std::string (*wanted)() = nullptr;
 };
 struct CommandKeys {
     std::string_view name;
@@ -84,8 +145,8 @@ struct CommandKeys {
 const std::vector<CommandKeys>& vocabulary() {
     const Key call{"call", number};
     const Key profile{"profile", number};
-    const Key status{"status", number};
-    const Key reason{"reason", number};
+    const Key status{"status", nullptr, false, read_status, a_status};
+    const Key reason{"reason", nullptr, false, read_reason, a_reason};
     const Key client{"client", number};
     static const std::vector<CommandKeys> kAll{
         {"suspend", {call, profile, status}},
@@ -93,14 +154,21 @@ const std::vector<CommandKeys>& vocabulary() {
         {"stop", {call, profile, status, reason}},
         {"kill-response", {call, profile, status, reason}},
         {"ip-change", {call, profile, {"address", address, true}, {"dns", addresses}, {"interface", text}}},
-        {"network-status", {{"packet-data", number}, {"wifi", number}, client}},
+        {"network-status",
+         {{"packet-data", nullptr, false, read_network_status, a_network_status},
+          {"wifi", nullptr, false, read_network_status, a_network_status},
+          client}},
         {"tunnel", {{"hex", hex, true}, {"id", number}, client}},
         {"fault",
-         {{"kind", fault_kind, true}, {"value", number}, client, {"event", event}, {"times", number}}},
+         {{"kind", fault_kind, true},
+          {"value", nullptr, false, read_fault_value, a_fault_value},
+          client,
+          {"event", event},
+          {"times", number}}},
         {"faults", {}},
         {"clear-faults", {}},
         {"close", {{"socket", stream, true}, {"client", number, true}}},
-        {"restart", {{"away", number}}},
+        {"restart", {{"away", nullptr, false, read_time, a_time}}},
         {"reload", {}},
         {"list", {}},
         {"payment", {}},
@@ -114,6 +182,14 @@ std::vector<std::string> names_of(const Entries& entries) {
     for (const auto& entry : entries)
         names.emplace_back(entry.name);
     return names;
+}
+
+// What a value must be; nothing when it is that.
+std::string wanted_of(const Key& key, const json& value, const json& command) {
+    if (key.read != nullptr)
+        return key.read(value, command) ? "" : key.wanted();
+    const char* wanted = key.check(value);
+    return wanted == nullptr ? "" : wanted;
 }
 
 // A key that other commands take is a misunderstanding of another kind than one that nobody takes.
@@ -143,13 +219,25 @@ std::optional<CommandFault> fault_in(const json& command) {
         const auto known = std::ranges::find(entry->keys, key, &Key::name);
         if (known == entry->keys.end())
             return CommandFault{key, unknown_key(*entry, key)};
-        if (const char* wanted = known->check(value))
+        if (const std::string wanted = wanted_of(*known, value, command); !wanted.empty())
             return CommandFault{key, key + " must be " + wanted + ", not " + value.dump()};
     }
     for (const Key& key : entry->keys)
         if (key.required && !command.contains(key.name))
             return CommandFault{"", name + " needs " + std::string(key.name)};
     return std::nullopt;
+}
+
+json in_numbers(const json& command) {
+    json result = command;
+    const auto entry =
+        std::ranges::find(vocabulary(), command.at("command").get<std::string>(), &CommandKeys::name);
+    if (entry == vocabulary().end())
+        return result;
+    for (const Key& key : entry->keys)
+        if (key.read != nullptr && command.contains(key.name))
+            result[std::string(key.name)] = key.read(command.at(std::string(key.name)), command).value_or(0);
+    return result;
 }
 
 }  // namespace quorvel::cm

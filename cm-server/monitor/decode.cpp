@@ -3,6 +3,7 @@
 #include "monitor/decode_blocks.h"
 #include "protocol/cursor.h"
 #include "protocol/pm_message.h"
+#include "protocol/status.h"
 #include "record/secrets.h"
 #include "store/fields.h"
 
@@ -120,6 +121,14 @@ json request_fields(const Request& request) {
     }
 }
 
+// "ready"; a number that nobody knows stays a number.
+json state_json(uint32_t state) {
+    for (const Word& word : network_status_words())
+        if (word.number == state)
+            return word.word;
+    return state;
+}
+
 json block_fields(const Message& message) {
     json fields = block_json(message);
     fields["status"] = message.record.Status;
@@ -152,9 +161,11 @@ json answer_fields(const Message& message, bool event) {
         case wire::NETCM_CLIENT_TUNNEL_IND:
             return {{"length", record.Word2}, {"id", record.CallId}, {"status", record.Status}};
         case wire::NETCM_CLIENT_GET_NETWORK_STATUS_RSP:
-            return {{"packet-data", record.Word8}, {"wifi", record.Word7}, {"status", record.Status}};
+            return {{"packet-data", state_json(record.Word8)},
+                    {"wifi", state_json(record.Word7)},
+                    {"status", record.Status}};
         case wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND:
-            return {{"packet-data", record.Word2}, {"wifi", record.CallId}};
+            return {{"packet-data", state_json(record.Word2)}, {"wifi", state_json(record.CallId)}};
         case wire::NETPM_PROFILE_RSP:
             return pm_answer(message);
         case wire::NETCM_CLIENT_PROPER_PROFILE_RSP:
@@ -162,15 +173,9 @@ json answer_fields(const Message& message, bool event) {
                 return {{"application", record.Word5}, {"profile", record.Word6}, {"status", record.Status}};
             return app_message(std::as_bytes(std::span(&record, 1)).subspan(offsetof(wire::Record, Word1)),
                                wire::kPmAnswer);
-        case wire::NETCM_CLIENT_START_RSP:
-        case wire::NETCM_CLIENT_STOP_RSP:
-        case wire::NETCM_CLIENT_KILL_RSP:
-        case wire::NETCM_CLIENT_STOP_IND:
-        case wire::NETCM_CLIENT_SUSPEND_IND:
-        case wire::NETCM_CLIENT_RESUME_IND:
-        case wire::NETCM_CLIENT_IP_CHANGE_IND:
-            return call_fields(message);
         default:
+            if (is_about_call(record.Code))
+                return call_fields(message);
             return {{"value", record.Word2}, {"status", record.Status}};
     }
 }
@@ -182,6 +187,21 @@ std::string name_of(const Entry* entry, uint32_t code) {
 
 }  // namespace
 
+bool is_about_call(uint32_t code) {
+    switch (code) {
+        case wire::NETCM_CLIENT_START_RSP:
+        case wire::NETCM_CLIENT_STOP_RSP:
+        case wire::NETCM_CLIENT_KILL_RSP:
+        case wire::NETCM_CLIENT_STOP_IND:
+        case wire::NETCM_CLIENT_SUSPEND_IND:
+        case wire::NETCM_CLIENT_RESUME_IND:
+        case wire::NETCM_CLIENT_IP_CHANGE_IND:
+            return true;
+        default:
+            return false;
+    }
+}
+
 json decode(const Request& request) {
     const uint32_t code = request.header.Command;
     return {{"name", name_of(wire::find_command(code), code)}, {"fields", request_fields(request)}};
@@ -189,7 +209,10 @@ json decode(const Request& request) {
 
 json decode(const Message& message, bool event) {
     const uint32_t code = message.record.Code;
-    return {{"name", name_of(wire::find_event(code), code)}, {"fields", answer_fields(message, event)}};
+    json fields = answer_fields(message, event);
+    if (const uint32_t status = fields.value("status", 0U); status != NETCM_SUCCESS)
+        fields["why"] = status_words(status, message.record.Word5);
+    return {{"name", name_of(wire::find_event(code), code)}, {"fields", fields}};
 }
 
 std::string to_line(const json& value) {

@@ -14,6 +14,9 @@ namespace quorvel::cm {
 nlohmann::json decode(const Request& request);
 nlohmann::json decode(const Message& message, bool event);
 
+// Whether an answer or event of this code tells something about a call.
+bool is_about_call(uint32_t code);
+
 // What the server tells of something that passes, which has its bytes alone, with its name and fields.
 nlohmann::json decoded(const nlohmann::json& passing);
 

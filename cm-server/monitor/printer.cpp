@@ -3,11 +3,11 @@
 #include <unistd.h>
 
 #include <array>
-#include <cmath>
+#include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <sstream>
 
+#include "command-line/UtcTime.h"
 #include "monitor/decode.h"
 
 namespace quorvel::cm {
@@ -16,15 +16,8 @@ namespace {
 using nlohmann::json;
 
 std::string clock_text(double milliseconds) {
-    const auto whole = static_cast<int64_t>(milliseconds);
-    const time_t seconds = whole / 1000;
-    tm parts{};
-    localtime_r(&seconds, &parts);
-    std::array<char, 16> text{};
-    std::strftime(text.data(), text.size(), "%H:%M:%S", &parts);
-    std::array<char, 32> with{};
-    std::snprintf(with.data(), with.size(), "%s.%03d", text.data(), static_cast<int>(whole % 1000));
-    return with.data();
+    const std::chrono::milliseconds since_1970(static_cast<int64_t>(milliseconds));
+    return command_line::utc_time(std::chrono::system_clock::time_point(since_1970));
 }
 
 const char* colour_of(const std::string& direction) {

@@ -16,7 +16,7 @@ struct Show {
 // Whether it is about the client that is to be shown, or about all.
 bool concerns(const nlohmann::json& line, uint32_t client);
 
-// "02:20:42.170   1 --> NETCM_CLIENT_START_REQ profile=1", of a line that has been decoded.
+// "2026-11-22T02:20:42.170Z   1 --> NETCM_CLIENT_START_REQ profile=1", of a line that has been decoded.
 std::string text_of(const nlohmann::json& passing, bool coloured);
 
 class Printer {

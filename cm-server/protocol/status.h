@@ -2,7 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 
 namespace quorvel::cm {
 
@@ -26,6 +29,22 @@ bool is_known(Reason reason);
 
 // "the network interface is down"; a number nobody knows is given as a number.
 std::string to_text(Reason reason);
+
+// Names for numbers, as an operator may write them.
+struct Word {
+    const char* word;
+    uint32_t number;
+};
+std::span<const Word> reason_words();
+// Of answers and events, the errors of the profile manager among them.
+std::span<const Word> status_names();
+std::span<const Word> network_status_words();
+
+std::optional<uint32_t> number_of(std::span<const Word> words, std::string_view word);
+// "ready (3)"; a number that has no name stays a number.
+std::string with_word(std::span<const Word> words, uint32_t number);
+// All of them, separated by commas.
+std::string all_of(std::span<const Word> words);
 
 // What a status word of an answer or event says, with the reason behind it where it has one.
 std::string status_words(uint32_t status, uint32_t reason);

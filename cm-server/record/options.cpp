@@ -1,19 +1,19 @@
 #include "record/options.h"
 
-#include <limits>
+#include "command-line/Size.h"
 
 namespace quorvel::cm {
 namespace {
 
-// "500kB", in bytes.
-uint64_t size_of(std::string text) {
-    std::string why = CLI::AsSizeValue(false)(text);
-    const uint64_t size = why.empty() ? std::stoull(text) : 0;
-    if (why.empty() && size < kLeastRecordSize)
-        why = "a record takes " + std::to_string(kLeastRecordSize / 1024) + "kB at least";
-    if (!why.empty())
-        throw CLI::ValidationError("--record-size", why);
-    return size;
+uint64_t size_of(const std::string& text) {
+    const auto size = command_line::bytes_from(text);
+    if (!size)
+        throw CLI::ValidationError("--record-size",
+                                   "\"" + text + "\" is no size; it is a number with kB, MB or GB");
+    if (*size < kLeastRecordSize)
+        throw CLI::ValidationError(
+            "--record-size", "a record takes " + std::to_string(kLeastRecordSize / 1024) + "kB at least");
+    return *size;
 }
 
 }  // namespace

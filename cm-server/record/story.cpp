@@ -302,19 +302,7 @@ class Story {
 
     void follow_call(Person& client, const wire::Record& record, bool event, int64_t time,
                      const std::string& failure) {
-        switch (record.Code) {
-            case wire::NETCM_CLIENT_START_RSP:
-            case wire::NETCM_CLIENT_STOP_RSP:
-            case wire::NETCM_CLIENT_KILL_RSP:
-            case wire::NETCM_CLIENT_STOP_IND:
-            case wire::NETCM_CLIENT_SUSPEND_IND:
-            case wire::NETCM_CLIENT_RESUME_IND:
-            case wire::NETCM_CLIENT_IP_CHANGE_IND:
-                break;
-            default:
-                return;
-        }
-        OpenCall* call = call_of(client, record);
+        OpenCall* call = is_about_call(record.Code) ? call_of(client, record) : nullptr;
         if (call == nullptr)
             return;
         const std::string why = failure.empty() ? "" : ": " + failure;

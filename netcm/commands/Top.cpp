@@ -18,6 +18,7 @@
 #include "../TimeLimit.h"
 #include "../Units.h"
 #include "command-line/Duration.h"
+#include "command-line/UtcTime.h"
 
 namespace quorvel::netcm {
 namespace {
@@ -77,7 +78,7 @@ class View {
 };
 
 Json own_event(const char* name) {
-    return {{"time", time_text(std::chrono::system_clock::now())}, {"event", name}};
+    return {{"time", command_line::utc_time(std::chrono::system_clock::now())}, {"event", name}};
 }
 
 // A line for each look and each event; what a connection is, when it comes, changes and goes.
@@ -137,7 +138,7 @@ class Screen : public View {
     void show(const Sample& sample, const Rates& rates) override {
         std::ostringstream text;
         Printer printer(text, Format::kText);
-        text << "netcm top  " << time_text(std::chrono::system_clock::now()) << "  received "
+        text << "netcm top  " << command_line::utc_time(std::chrono::system_clock::now()) << "  received "
              << rate_text(rates[0]) << "  sent " << rate_text(rates[1]) << "  errors "
              << count_text(rates[4] + rates[5]) << "\n\n";
         printer.result(sample.connections);

@@ -10,6 +10,7 @@
 #include <limits>
 #include <optional>
 
+#include "command-line/ProfileWords.h"
 #include "common/SecurityForm.h"
 
 namespace quorvel::netcm {
@@ -109,24 +110,6 @@ Part form_of(int32_t security_mode) {
     return Part::kWlan;
 }
 
-// Names for numbers. A security mode has several numbers for most of its forms; a name means the first.
-struct Word {
-    std::string_view key;
-    std::string_view word;
-    std::string_view number;
-};
-constexpr std::array kWords{
-    Word{"auth_type", "none", "0"},     Word{"auth_type", "pap", "1"},     Word{"auth_type", "chap", "2"},
-    Word{"security_mode", "open", "1"}, Word{"security_mode", "wep", "2"}, Word{"security_mode", "psk", "4"},
-    Word{"security_mode", "eap", "5"},
-};
-
-std::string_view number_for(const Field& field, std::string_view text) {
-    const auto is_meant = [&](const Word& word) { return word.key == field.key && word.word == text; };
-    const auto found = std::ranges::find_if(kWords, is_meant);
-    return found == kWords.end() ? text : found->number;
-}
-
 template <class T>
 std::optional<T> parse(std::string_view text) {
     T value{};
@@ -200,7 +183,7 @@ std::string masked(const Field& field, const std::string& text) {
 }
 
 std::string problem_with(const Field& field, std::string_view given) {
-    const std::string_view text = number_for(field, given);
+    const std::string_view text = command_line::number_for(field.key, given);
     switch (field.kind) {
         case Kind::kType:
             return text == "pdp" || text == "wlan" ? "" : "is neither pdp nor wlan";
@@ -253,7 +236,7 @@ std::string read_field(const NetPMProfile& profile, const Field& field, size_t i
 }
 
 void store_field(NetPMProfile& profile, const Field& field, size_t index, std::string_view given) {
-    const std::string_view text = number_for(field, given);
+    const std::string_view text = command_line::number_for(field.key, given);
     std::byte* const place = const_cast<std::byte*>(place_of(profile, field, index));
     const auto store = [place](const auto& value) { std::memcpy(place, &value, sizeof value); };
     switch (field.kind) {

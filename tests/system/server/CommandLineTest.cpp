@@ -16,9 +16,17 @@ Ended cm_server(std::vector<std::string> words) {
 }
 
 TEST(ServerCommandLine, that_is_wrong_ends_with_status_2_and_says_where_help_is) {
-    const std::vector<std::vector<std::string>> wrong{
-        {"--nonsense"},      {"nonsense"},           {"--max-clients", "none"}, {"ctl"},
-        {"ctl", "nonsense"}, {"ctl", "stop", "one"}, {"ctl", "fault", "loud"},  {"replay"}};
+    const std::vector<std::vector<std::string>> wrong{{"--nonsense"},
+                                                      {"nonsense"},
+                                                      {"--max-clients", "none"},
+                                                      {"ctl"},
+                                                      {"ctl", "nonsense"},
+                                                      {"ctl", "stop", "one"},
+                                                      {"ctl", "fault", "loud"},
+                                                      {"replay"},
+                                                      {"--request-time", "soon"},
+                                                      {"--request-time", "1ms"},
+                                                      {"--record-size", "much"}};
     for (const auto& words : wrong) {
         const Ended ended = cm_server(words);
         EXPECT_EQ(ended.status, 2) << ::testing::PrintToString(words) << ended.err;

@@ -15,6 +15,11 @@ Ended with_config(const std::string& text) {
     return run({CM_SERVER_PATH, "--db", ":memory:", "--config", kFile});
 }
 
+Ended check(const std::string& text) {
+    std::ofstream(kFile) << text;
+    return run({CM_SERVER_PATH, "--check-config", "--config", kFile});
+}
+
 TEST(ServerConfig, is_checked_as_a_whole_with_line_numbers) {
     const Ended ended = with_config(R"(dns = ["192.0.2.1", "nonsense"]
 colour = "blue"
@@ -89,6 +94,52 @@ psk = "abc"
     for (const std::string& fault : faults)
         EXPECT_NE(ended.err.find(kFile + fault), std::string::npos) << fault << "\nin\n" << ended.err;
     EXPECT_EQ(std::ranges::count(ended.err, '\n'), std::ssize(faults)) << ended.err;
+}
+
+TEST(ServerConfig, takes_units_and_names) {
+    const Ended good = check(R"(set-up-limit = "5s"
+good-copy-after = "1.5m"
+[limits]
+unregistered-time = "500ms"
+memory = "16MB"
+memory-in-all = 64
+[[network]]
+bearer = "simulated"
+delay = "10ms"
+refusal = "no-address"
+[[profile]]
+name = "mobile"
+auth-type = "chap"
+[[profile]]
+name = "home"
+kind = "wlan"
+essid = "home"
+security-mode = "psk"
+psk = "a passphrase"
+)");
+    EXPECT_EQ(good.status, 0) << good.err;
+    const Ended bad = check(R"(set-up-limit = "soon"
+good-copy-after = "2h"
+[limits]
+memory = "much"
+[[network]]
+bearer = "simulated"
+refusal = "boredom"
+[[profile]]
+name = "mobile"
+auth-type = "cap"
+)");
+    const std::vector<std::string> faults{
+        ":1: set-up-limit must be a number of milliseconds, or a number with ms, s, m, h or d: 90s, 1.5h",
+        ":2: good-copy-after must be between 0ms and 3600000ms",
+        ":4: memory must be a size, such as \"500kB\" or \"16MiB\"",
+        ":7: refusal must be a number or one of none, no-interface, ",
+        ":10: auth-type must be a number or one of none, pap, chap",
+    };
+    EXPECT_EQ(bad.status, 1);
+    for (const std::string& fault : faults)
+        EXPECT_NE(bad.err.find(kFile + fault), std::string::npos) << fault << "\nin\n" << bad.err;
+    EXPECT_EQ(std::ranges::count(bad.err, '\n'), std::ssize(faults)) << bad.err;
 }
 
 TEST(ServerConfig, can_be_checked_alone) {

@@ -68,6 +68,27 @@ TEST_F(Operator, stops_a_call_with_a_reason) {
     expect_refused({"stop"}, "there is no call");
 }
 
+TEST_F(Operator, may_name_reasons_statuses_and_states) {
+    client.open(1);
+    ctl({"suspend", "--status", "NETCM_ERR_FAILURE"});
+    EXPECT_EQ(client.async().record().Status, uint32_t{NETCM_ERR_FAILURE});
+    expect_done({"network-status", "--packet-data", "down", "--wifi", "ready"},
+                "packet data down (1), Wi-Fi ready (3): told client 1");
+    const wire::Record state = client.async().record();
+    EXPECT_EQ(state.Word2, 1u);
+    EXPECT_EQ(state.CallId, 3u);
+    expect_done({"stop", "--status", "killed", "--reason", "no-address"},
+                "call 0 (profile 1 \"local\") is ended: the network interface has no IPv4 address");
+    const wire::Record end = client.async().record();
+    EXPECT_EQ(end.Status, 22u);
+    EXPECT_EQ(end.Word5, 3u);
+    const Ended unknown = ctl({"stop", "--reason", "boredom"});
+    EXPECT_EQ(unknown.status, 2);
+    EXPECT_NE(unknown.err.find("\"boredom\" is neither a number nor one of none, no-interface, "),
+              std::string::npos)
+        << unknown.err;
+}
+
 TEST_F(Operator, changes_an_address) {
     client.open(1);
     expect_refused({"ip-change", "--address", "nonsense"},
@@ -87,7 +108,7 @@ TEST_F(Operator, changes_an_address) {
 TEST_F(Operator, tells_every_client_a_network_status) {
     RawClient other;
     const Ended ended = ctl({"network-status", "--wifi", "2"});
-    EXPECT_EQ(ended.out, "packet data 3, Wi-Fi 2: told clients 1, 2\n");
+    EXPECT_EQ(ended.out, "packet data ready (3), Wi-Fi no-address (2): told clients 1, 2\n");
     for (RawClient* told : {&client, &other}) {
         const wire::Record event = told->async().record();
         EXPECT_EQ(event.Code, wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND);
@@ -120,7 +141,7 @@ TEST_F(Operator, sends_tunnel_data_to_those_who_want_it) {
 TEST_F(Operator, answers_a_kill_in_the_network_s_place) {
     const uint32_t call = client.open(1);
     expect_done({"kill-response", "--status", "21", "--reason", "4"},
-                "the kill of call 0 (profile 1 \"local\") is answered with status 21");
+                "the kill of call 0 (profile 1 \"local\") is answered with status transport (21)");
     wire::Record event = client.async().record();
     EXPECT_EQ(event.Code, wire::NETCM_CLIENT_KILL_RSP);
     EXPECT_EQ(event.Word2, 1u);

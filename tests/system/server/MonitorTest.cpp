@@ -5,7 +5,10 @@
 #include <unistd.h>
 
 #include <array>
+#include <cstdlib>
+#include <ctime>
 #include <fstream>
+#include <regex>
 
 #include "common/PmWire.h"
 #include "server/RawClient.h"
@@ -15,6 +18,14 @@
 
 namespace quorvel::test {
 namespace {
+
+std::string hour_of(time_t time) {
+    tm parts{};
+    gmtime_r(&time, &parts);
+    std::array<char, 32> text{};
+    strftime(text.data(), text.size(), "%FT%H", &parts);
+    return text.data();
+}
 
 class Monitor : public ::testing::Test {
   public:
@@ -36,6 +47,32 @@ TEST_F(Monitor, shows_requests_answers_and_events_by_name) {
     program->wait_for_out("1 --> NETCM_CLIENT_START_REQ profile=1\n");
     program->wait_for_out("1 <-- NETCM_CLIENT_START_RSP call=0 profile=1 status=0\n");
     program->wait_for_out("1 <== NETCM_CLIENT_START_RSP call=0 connection={\"address\":\"127.0.0.1\"");
+}
+
+TEST_F(Monitor, says_when_in_utc_with_the_date) {
+    setenv("TZ", "XXX-5:30", 1);
+    attach();
+    unsetenv("TZ");
+    client.open(1);
+    program->wait_for_out("NETCM_CLIENT_START_REQ");
+    program->send_signal(SIGTERM);
+    const std::string shown = program->wait().out;
+    const std::regex line(
+        "^([0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}):[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z +1 --> NETCM_CLIENT_START_REQ",
+        std::regex::multiline);
+    std::smatch found;
+    ASSERT_TRUE(std::regex_search(shown, found, line)) << shown;
+    const time_t now = time(nullptr);
+    const time_t before = now - 3600;
+    EXPECT_TRUE(found[1] == hour_of(now) || found[1] == hour_of(before)) << found[1] << " " << hour_of(now);
+}
+
+TEST_F(Monitor, names_states_and_says_why_something_has_failed) {
+    attach();
+    client.ask(wire::NETCM_CLIENT_GET_NETWORK_STATUS_REQ);
+    program->wait_for_out("GET_NETWORK_STATUS_RSP packet-data=ready status=0 wifi=");
+    client.start(77);
+    program->wait_for_out("why=there is no such profile");
 }
 
 TEST_F(Monitor, shows_the_fields_of_blocks) {

@@ -68,6 +68,42 @@ TEST_F(Trouble, comes_late_and_keeps_the_order) {
     EXPECT_EQ(client.sync().record().Code, wire::NETCM_CLIENT_GET_NETIFACE_LIST_RSP);
 }
 
+TEST_F(Trouble, is_given_with_units_and_names) {
+    EXPECT_EQ(ctl({"fault", "late", "0.2s", "--times", "1"}).out, "late by 200 ms, every client, 1 times\n");
+    const auto before = std::chrono::steady_clock::now();
+    ask_default();
+    EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(190));
+    EXPECT_EQ(ctl({"fault", "status", "transport", "--times", "1"}).out,
+              "status transport (21), every client, 1 times\n");
+    EXPECT_EQ(ask_default().Status, 21u);
+    EXPECT_EQ(ctl({"fault", "late", "soon"}).err,
+              "cm-server: value must be a number; of late a time such as 2s, of status its name, not "
+              "\"soon\"\n");
+    EXPECT_EQ(ctl({"fault", "count", "2s"}).status, 1);
+    EXPECT_EQ(ctl({"restart", "--away", "soon"}).status, 2);
+}
+
+TEST_F(Trouble, of_a_scenario_is_given_with_units_and_names) {
+    client.open(1);
+    std::ofstream("/tmp/named.toml") << R"([[step]]
+at = "0s"
+command = "fault"
+kind = "late"
+value = "0.1s"
+event = "NETCM_CLIENT_KILL_RSP"
+[[step]]
+at = "0.1s"
+command = "stop"
+reason = "no-interface"
+)";
+    const Ended ended = ctl({"run", "/tmp/named.toml"});
+    EXPECT_EQ(ended.out,
+              "     0 ms  late by 100 ms, every client, NETCM_CLIENT_KILL_RSP, until it is cleared\n"
+              "   100 ms  call 0 (profile 1 \"local\") is ended: there is no such network interface\n")
+        << ended.err;
+    EXPECT_EQ(client.async().record().Word5, 1u);
+}
+
 TEST_F(Trouble, comes_as_half_a_record) {
     make({"fault", "half", "--times", "1"});
     client.tell(wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ);
