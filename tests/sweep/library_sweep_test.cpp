@@ -151,8 +151,6 @@ class LibrarySweep : public ::testing::TestWithParam<Scenario> {
 };
 
 TEST_P(LibrarySweep, survives_the_failure_of_any_call) {
-    if (GetParam().name == std::string_view("has_busy_callbacks") && !is_asked_for("QUORVEL_SWEEP", "long"))
-        GTEST_SKIP() << "on a loaded machine its server is slower than its patience: with QUORVEL_SWEEP=long";
     run_with(kKinds[0], 0, 0);
     for (const Kind& kind : kKinds)
         if (!is_left_out(kind) && !(GetParam().may_keep_ids && kind.call == Call::Malloc))
