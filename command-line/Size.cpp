@@ -7,11 +7,11 @@ namespace quorvel::command_line {
 
 std::optional<uint64_t> bytes_from(const std::string& text) {
     std::string bytes = text;
-    if (!CLI::AsSizeValue(false)(bytes).empty()) {
-        return std::nullopt;
-    }
     try {
-        return std::stoull(bytes);
+        return CLI::AsSizeValue(false)(bytes).empty() ? std::optional<uint64_t>(std::stoull(bytes))
+                                                      : std::nullopt;
+    } catch (const CLI::Error&) {
+        return std::nullopt;  // an unknown unit
     } catch (const std::logic_error&) {
         return std::nullopt;
     }
