@@ -1,5 +1,6 @@
 #include "log.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -38,8 +39,17 @@ std::string now() {
     return command_line::utc_time(std::chrono::system_clock::now());
 }
 
+// The variable names the journal's stream by its device and inode; it is passed on to programs whose standard
+// error is somewhere else by then.
+bool is_the_journal(int fd) {
+    const char* const stream = std::getenv("JOURNAL_STREAM");
+    struct stat found {};
+    return stream != nullptr && fstat(fd, &found) == 0 &&
+           stream == std::to_string(found.st_dev) + ":" + std::to_string(found.st_ino);
+}
+
 bool in_journal() {
-    static const bool result = std::getenv("JOURNAL_STREAM") != nullptr && isatty(STDERR_FILENO) == 0;
+    static const bool result = is_the_journal(STDERR_FILENO);
     return result;
 }
 

@@ -45,7 +45,8 @@ Server::Server(const ServerOptions& options, Config config)
       control_(base_.get(), control_path_to_serve(options.socket), tap_,
                [this](const nlohmann::json& command) { return execute(command); }),
       end_(base_.get(), [this](const char* signal) { stop(signal); }),
-      hang_up_(base_.get(), SIGHUP, [this] { hung_up(); }) {
+      hang_up_(base_.get(), SIGHUP, [this] { hung_up(); }),
+      watchdog_(base_.get()) {
     ignore_other_signals();
     log::when_waiting([this] { log_again_.start(kLogAgain); });
     calls_.use(bearer_);

@@ -22,6 +22,7 @@
 #include "requests/requests.h"
 #include "store/good_copy.h"
 #include "store/store.h"
+#include "watchdog.h"
 
 namespace quorvel::cm {
 
@@ -111,6 +112,7 @@ class Server : private Connection::Handler {
     Control control_;
     EndSignals end_;
     SignalWatch hang_up_;
+    Watchdog watchdog_;
 };
 
 }  // namespace quorvel::cm

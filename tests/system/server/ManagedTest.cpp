@@ -3,6 +3,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <nlohmann/json.hpp>
@@ -46,6 +47,34 @@ TEST(ManagedServer, tells_when_it_is_ready_and_when_it_ends) {
     EXPECT_EQ(manager.told(), "READY=1");
     EXPECT_EQ(server.stop().status, 0);
     EXPECT_EQ(manager.told(), "STOPPING=1");
+}
+
+TEST(ManagedServer, tells_that_it_goes_round_as_often_as_it_is_asked) {
+    setenv("WATCHDOG_USEC", "200000", 1);
+    ServiceManager manager;
+    CmServer server;
+    unsetenv("WATCHDOG_USEC");
+    EXPECT_EQ(manager.told(), "READY=1");
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(manager.told(), "WATCHDOG=1");
+    // Not as fast as it can.
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(200));
+    server.stop();
+}
+
+TEST(ServerLog, carries_the_levels_of_the_journal_where_it_is_the_journal) {
+    const std::string serve =
+        "exec env JOURNAL_STREAM=$(stat -L -c %d:%i /proc/self/fd/2) " CM_SERVER_PATH " --db :memory:";
+    Program server({"sh", "-c", serve});
+    server.wait_for_err("<6>listening on ");
+}
+
+TEST(ServerLog, is_not_taken_for_the_journal_where_only_its_parent_had_it) {
+    const std::string serve =
+        "exec env JOURNAL_STREAM=$(stat -L -c 9%d:%i /proc/self/fd/2) " CM_SERVER_PATH " --db :memory:";
+    Program server({"sh", "-c", serve});
+    server.wait_for_err("Z info: listening on ");
 }
 
 TEST(ServerLog, has_an_object_on_each_line_when_asked) {
