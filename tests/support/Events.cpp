@@ -10,6 +10,8 @@
 #include <mutex>
 #include <utility>
 
+#include "support/HeldOverFork.h"
+
 namespace quorvel::test {
 namespace {
 
@@ -65,6 +67,19 @@ void copy_data(const NetCMEvent& source, Event& event) {
         default:
             event.words = words_at(source.Data, 1);
     }
+}
+
+std::mutex& lock_of_log() {
+    return log().mutex;
+}
+
+std::mutex& lock_of_hook() {
+    return log().inside.mutex();
+}
+
+__attribute__((constructor)) void begin() {
+    hold_over_fork<lock_of_log>();
+    hold_over_fork<lock_of_hook>();
 }
 
 void keep(int user, const NetCMEvent* source) {

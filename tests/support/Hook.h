@@ -36,6 +36,9 @@ class HookPlace {
         left_.notify_all();
     }
 
+    // For a process that forks.
+    std::mutex& mutex() { return mutex_; }
+
   private:
     std::shared_ptr<const Function> enter() {
         const std::lock_guard lock(mutex_);

@@ -11,6 +11,7 @@
 #include <mutex>
 
 #include "common/Trace.h"
+#include "support/HeldOverFork.h"
 
 namespace quorvel::test {
 namespace {
@@ -27,6 +28,19 @@ struct Capture {
 Capture& capture() {
     static Capture& instance = *new Capture;
     return instance;
+}
+
+std::mutex& lock_of_capture() {
+    return capture().mutex;
+}
+
+std::mutex& lock_of_hook() {
+    return capture().on_line.mutex();
+}
+
+__attribute__((constructor)) void begin() {
+    hold_over_fork<lock_of_capture>();
+    hold_over_fork<lock_of_hook>();
 }
 
 void keep(TraceLine line) {

@@ -53,7 +53,7 @@ TEST_F(Reload, leaves_open_connections_alone) {
 
 TEST_F(Reload, of_a_broken_file_leaves_everything_as_it_was) {
     reload("[[network]]\nbearer = \"simulated\"\nrefusal = \"no\"\n",
-           std::string("error: ") + kConfigPath + ":3: refusal must be a whole number\n");
+           std::string("error: ") + kConfigPath + ":3: refusal must be a number or one of none, ");
     server.program().wait_for_err("error: the configuration is left as it was");
     EXPECT_EQ(reason(), 5u);
 }
