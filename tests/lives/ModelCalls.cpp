@@ -143,12 +143,13 @@ void Model::closed(Op& op, uint32_t result) {
     end(op);
 }
 
-// The killer's own use is gone at once, unless it has only joined the kill of another thread.
+// The killer's own use is gone at once, unless it has only joined the kill of another thread, or the end of
+// the server was there first.
 void Model::kill_accepted(const Op& op, int32_t profile) {
     Use* use = uses_.find(op.user, profile);
     if (use == nullptr)
         return;
-    if (op.saw_other_kill)
+    if (op.saw_other_kill || op.broken)
         use->perhaps_gone = true;
     else
         uses_.drop(op.user, profile);

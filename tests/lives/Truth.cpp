@@ -22,6 +22,9 @@ bool Truth::is_finished(int serial) const {
     const Connection* connection = find(serial);
     if (connection == nullptr || connection->link != link())
         return true;
+    // What a dead server has pushed may be lost to the library.
+    if (is_broken())
+        return false;
     const bool is_told = connection->end_position != 0 && connection->ends_to_push == 0;
     return !connection->live() && is_told && connection->end_position <= handled_;
 }

@@ -17,6 +17,13 @@ wire::ConnectionBlock block_with(uint8_t last) {
     return block;
 }
 
+Bytes answer_with(const wire::Record& response, const wire::ConnectionBlock& block) {
+    Bytes bytes = bytes_of(response);
+    const Bytes behind = bytes_of(block);
+    bytes.insert(bytes.end(), behind.begin(), behind.end());
+    return bytes;
+}
+
 class ReusedId : public CallTest {
   protected:
     // What the server pushes stays in the socket until `release`: the receiver is held where it has read a
@@ -379,6 +386,134 @@ TEST_F(ReusedId, a_refusal_that_waits_in_the_socket_refuses_the_old_connection_a
     EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 2, 0}}));
 }
 
+// The kill was asked for when the profile's connection was not known for sure to be the one that had ended.
+TEST_F(ReusedId, a_kill_beside_an_unread_end_does_not_kill_the_next_connection) {
+    one_call_up(1);
+    registered(1);
+    server.on(wire::NETCM_CLIENT_KILL_REQ, silence());
+    EXPECT_EQ(user(1).run([this] {
+        pthread_mutex_lock(&NetCMAppMutex);
+        EXPECT_TRUE(server.push(start_response(0, 2), connection_block()));
+        EXPECT_TRUE(server.push(indication(wire::NETCM_CLIENT_STOP_IND, 0, 1, 7)));
+        for (const int32_t profile : {2, 3}) {
+            give_id(0);
+            EXPECT_EQ(NetCMConnectionOpen(&profile, 1), NETCM_SUCCESS);
+        }
+        const uint32_t result = NetCMConnectionKill(2);
+        pthread_mutex_unlock(&NetCMAppMutex);
+        return result;
+    }),
+              NETCM_SUCCESS);
+    ASSERT_TRUE(settled());
+    ASSERT_TRUE(push_and_settle(kill_response(2, 9)));
+    ASSERT_TRUE(push_and_settle(start_response(0, 3), block_with(9)));
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_STOP_IND, 1, 7},
+                                         {1, NETCM_EVENT_KILL_RSP, 2, 9},
+                                         {1, NETCM_EVENT_OPEN_RSP, 3, 0}}));
+    EXPECT_EQ(user(0).deregister(), NETCM_SUCCESS);
+}
+
+// User 1's profile 2 comes to user 0's call and goes again before the server's answer to it is read, and
+// comes once more. What lies in the socket by then is that first answer.
+class OpenedAgain : public ReusedId {
+  protected:
+    void opened_and_closed() {
+        one_call_up(1);
+        registered(1);
+        give_id(0);
+        EXPECT_EQ(user(1).open(2), NETCM_SUCCESS);
+        EXPECT_EQ(user(1).close(2), NETCM_SUCCESS);
+        ASSERT_TRUE(trace::wait_for("__stop_conn_thread.. Close the thread \n"));
+        events::clear();
+    }
+    void open_again(Answer answer) {
+        wire::Record accepted = answer_record(wire::NETCM_CLIENT_START_REQ);
+        accepted.CallId = 0;
+        server.once(wire::NETCM_CLIENT_START_REQ, answer.record(accepted));
+        EXPECT_EQ(user(1).open(2), NETCM_SUCCESS);
+        ASSERT_TRUE(settled());
+    }
+    static bool is_answered_by_thread() {
+        return trace::wait_for("ThreadPostStartEvent.. Close the thread \n");
+    }
+    static Bytes first_answer() { return answer_with(start_response(0, 2), block_with(5)); }
+};
+
+TEST_F(OpenedAgain, behind_the_end_of_the_connection_hears_of_the_next_one) {
+    opened_and_closed();
+    open_again(Answer().push(first_answer()).push(indication(wire::NETCM_CLIENT_STOP_IND, 0, 1, 7)));
+    EXPECT_TRUE(is_answered_by_thread());
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_STOP_IND, 1, 7}}));
+    EXPECT_EQ(call(0).IsActive, 0);
+    ASSERT_TRUE(push_and_settle(start_response(0, 2), block_with(9)));
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_STOP_IND, 1, 7}, {1, NETCM_EVENT_OPEN_RSP, 2, 0}}));
+    EXPECT_EQ(events::all().back().details->IpAddr.Addr[3], 9);
+    EXPECT_EQ(user(0).deregister(), NETCM_SUCCESS);
+}
+
+TEST_F(ReusedId, a_profile_that_comes_to_a_call_together_with_its_outcome_ends_with_it) {
+    one_call_up(1);
+    registered(1);
+    wire::Record accepted = answer_record(wire::NETCM_CLIENT_START_REQ);
+    accepted.CallId = 0;
+    server.once(wire::NETCM_CLIENT_START_REQ, Answer()
+                                                  .push(answer_with(start_response(0, 2), block_with(3)))
+                                                  .push(indication(wire::NETCM_CLIENT_STOP_IND, 0, 1, 7))
+                                                  .record(accepted));
+    EXPECT_EQ(user(1).open(2), NETCM_SUCCESS);
+    ASSERT_TRUE(settled());
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 2, 0},
+                                         {0, NETCM_EVENT_STOP_IND, 1, 7},
+                                         {1, NETCM_EVENT_STOP_IND, 2, 7}}));
+}
+
+// The refusal waits in the socket when two more are given the id, first one that it is meant for.
+TEST_F(ReusedId, a_refusal_does_not_reach_who_was_given_the_id_behind_it) {
+    one_call_up(1);
+    registered(1);
+    EXPECT_EQ(user(1).run([this] {
+        pthread_mutex_lock(&NetCMAppMutex);
+        EXPECT_TRUE(server.push(indication(wire::NETCM_CLIENT_STOP_IND, 0, 1, 7)));
+        EXPECT_TRUE(server.push(start_response(0, 2, 21, 5)));
+        for (const int32_t profile : {2, 3}) {
+            give_id(0);
+            EXPECT_EQ(NetCMConnectionOpen(&profile, 1), NETCM_SUCCESS);
+        }
+        pthread_mutex_unlock(&NetCMAppMutex);
+        return 0;
+    }),
+              0);
+    ASSERT_TRUE(settled());
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_STOP_IND, 1, 7}, {1, NETCM_EVENT_OPEN_RSP, 2, 21}}));
+    events::clear();
+    ASSERT_TRUE(push_and_settle(start_response(0, 3), block_with(9)));
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 3, 0}}));
+    EXPECT_EQ(user(0).deregister(), NETCM_SUCCESS);
+}
+
+TEST_F(OpenedAgain, on_the_same_connection_is_answered_once) {
+    opened_and_closed();
+    open_again(Answer().push(first_answer()));
+    EXPECT_TRUE(is_answered_by_thread());
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 2, 0}}));
+    ASSERT_TRUE(push_and_settle(start_response(0, 2), block_with(5)));
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 2, 0}}));
+}
+
+class OpenedAgainWithout : public OpenedAgain, public testing::WithParamInterface<Call> {};
+
+INSTANTIATE_TEST_SUITE_P(Of, OpenedAgainWithout, testing::Values(Call::ThreadCreate, Call::Malloc),
+                         [](const auto& of) { return of.param == Call::Malloc ? "memory" : "thread"; });
+
+TEST_P(OpenedAgainWithout, a_thread_of_its_own_is_answered_by_the_receiver) {
+    opened_and_closed();
+    // The receiver's own block for the record comes first.
+    calls::fail(GetParam(), GetParam() == Call::Malloc ? 2 : 1);
+    open_again(Answer().push(first_answer()));
+    EXPECT_TRUE(calls::has_failed(GetParam()));
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 2, 0}}));
+}
+
 TEST_F(ReusedId, an_answer_that_comes_together_with_its_outcome_is_about_the_call_that_it_gives) {
     for (const uint32_t status : {0u, 21u}) {
         registered(0);
@@ -386,11 +521,8 @@ TEST_F(ReusedId, an_answer_that_comes_together_with_its_outcome_is_about_the_cal
         wire::Record answer = answer_record(wire::NETCM_CLIENT_START_REQ);
         // The outcome first: it waits in the socket before the id is known.
         Answer script;
-        Bytes outcome = bytes_of(start_response(0, 3, status, 5));
-        if (status == 0) {
-            const Bytes block = bytes_of(connection_block());
-            outcome.insert(outcome.end(), block.begin(), block.end());
-        }
+        const wire::Record response = start_response(0, 3, status, 5);
+        const Bytes outcome = status == 0 ? answer_with(response, connection_block()) : bytes_of(response);
         server.once(wire::NETCM_CLIENT_START_REQ, script.push(outcome).record(answer));
         EXPECT_EQ(user(0).open(3), NETCM_SUCCESS);
         ASSERT_TRUE(settled());

@@ -72,13 +72,18 @@ bool tell_user(const Recipient& user, const NetCMEvent& event) {
     return tell_if(user, event, [](const Use&) { return true; });
 }
 
-bool tell_opened(const Recipient& user, const NetCMEvent& event, Position at) {
-    return tell_if(user, event, [=](Use& use) {
+bool tell_opened(const Recipient& user, const NetCMEvent& event) {
+    return tell_if(user, event, [](Use& use) {
         const bool first = use.opening != Opening::Answered;
         use.opening = Opening::Answered;
-        use.began = std::min(use.began, at);
         return first;
     });
+}
+
+void note_due(const Recipient& user) {
+    const Lock lock(table_lock);
+    if (Use* const use = use_still_there(user))
+        use->opening = Opening::Due;
 }
 
 bool tell_ended(const Recipient& user, const NetCMEvent& event) {
@@ -98,7 +103,7 @@ bool Users::is_one(const Call& call, Recipient& user) {
         (profile_ != kAllProfiles && profile != profile_))
         return false;
     const int32_t thread_index = load(entry.ThreadIndex);
-    user = {key_, number, thread_index, profile, use.opening, callback_of(thread_index)};
+    user = {key_, number, thread_index, profile, use, callback_of(thread_index)};
     return true;
 }
 

@@ -42,7 +42,7 @@ struct Recipient {
     int32_t entry;
     int32_t thread_index;
     int32_t profile;
-    Opening opening;
+    Use use;
     NetCMEventCallback callback;
 };
 
@@ -67,7 +67,9 @@ class Users {
 // Tells a user of his call, unless its end has come since he was looked up. Whether he was told.
 bool tell_user(const Recipient& user, const NetCMEvent& event);
 // The same with the answer to his open, which is given once.
-bool tell_opened(const Recipient& user, const NetCMEvent& event, Position at);
+bool tell_opened(const Recipient& user, const NetCMEvent& event);
+// The library will give the answer to his open itself.
+void note_due(const Recipient& user);
 // The same with the end of his use, behind which nothing comes.
 bool tell_ended(const Recipient& user, const NetCMEvent& event);
 void trace_response(const Recipient& user);

@@ -36,16 +36,15 @@ struct AskedUse {
 AskedUse look_up(const Asked& asked) {
     const Lock lock(table_lock);
     AskedUse use;
-    use.user = {asked.key(), -1, asked.thread_index(), asked.profile(), Opening::Awaited, nullptr};
+    use.user = {asked.key(), -1, asked.thread_index(), asked.profile(), {}, nullptr};
     const Call call = find(use.user.key);
     if (!call)
         return use;
     use.user.entry = entry_holding(*call.record, asked.thread_index(), asked.profile());
     if (use.user.entry < 0)
         return use;
-    const Use& held = *use_of(call, use.user.entry, asked.profile());
-    use.found = asked.use == nullptr || asked.use->serial == held.serial;
-    use.user.opening = held.opening;
+    use.user.use = *use_of(call, use.user.entry, asked.profile());
+    use.found = asked.use == nullptr || asked.use->serial == use.user.use.serial;
     use.user.callback = callback_of(asked.thread_index());
     use.details = call.record->ConnInfo;
     return use;
@@ -54,14 +53,14 @@ AskedUse look_up(const Asked& asked) {
 bool tell_open(const AskedUse& use, bool once) {
     NetCMConnInfo info = deliverable(use.details, use.user.profile);
     const NetCMEvent event = {NETCM_EVENT_OPEN_RSP, use.user.profile, 0, &info};
-    return once ? tell_opened(use.user, event, kEverything) : tell_user(use.user, event);
+    return once ? tell_opened(use.user, event) : tell_user(use.user, event);
 }
 
 void answer_open(const Asked& asked) QV_REQUIRES(app_mutex) {
     const AskedUse use = look_up(asked);
     const bool once = asked.use != nullptr;
     // The server's own answer, or a close, may have come first.
-    if (!use.found || (once && use.user.opening == Opening::Answered))
+    if (!use.found || (once && use.user.use.opening != Opening::Due))
         return;
     QV_TRACE(0, "Found thread-profile entry in thread index [%d] \n", asked.thread_index());
     if (tell_open(use, once))
@@ -93,7 +92,7 @@ void answer_close(const Asked& asked) QV_REQUIRES(app_mutex) {
         return;
     }
     // Nobody hears of the end before he has heard of the beginning.
-    if (use.user.opening == Opening::Due)
+    if (use.user.use.opening == Opening::Due)
         tell_open(use, true);
     if (!tell_ended(use.user, {NETCM_EVENT_CLOSE_RSP, asked.profile(), 0, nullptr}))
         return;
@@ -110,8 +109,8 @@ bool is_unsure(const Asked& asked) {
     return call && is_unsure(call, asked.profile());
 }
 
-// Who is put to a call that may have ended, and closes at once, may be the last user of the next one: the
-// server has to be told then.
+// Who is put to a call that may have ended belongs to the next one then: he is told of that one, and when he
+// closes at once, he may be its last user, and the server has to be told.
 void wait_until_sure(const Asked& asked) {
     for (uint32_t passes = async_stream.passes(); is_unsure(asked); passes = async_stream.passes())
         async_stream.wait_for_another_pass(passes);
@@ -145,10 +144,27 @@ void* run_start(void* request) {
     return nullptr;
 }
 
+void* run_start_when_sure(void* request) {
+    const auto* const open = static_cast<const LocalRequest*>(request);
+    wait_until_sure({open->block, &open->use});
+    return run_start(request);
+}
+
 void* run_stop(void* request) {
     const CancelHold hold;
     post_stop(request, &static_cast<LocalRequest*>(request)->use);
     return nullptr;
+}
+
+void* (*body_of(LocalAnswerKind kind))(void*) {
+    switch (kind) {
+        case LocalAnswerKind::Open:
+            return run_start;
+        case LocalAnswerKind::OpenWhenSure:
+            return run_start_when_sure;
+        default:
+            return run_stop;
+    }
 }
 
 }  // namespace
@@ -166,8 +182,7 @@ int start_local_thread(LocalAnswerKind kind, LocalRequest* request, pthread_t& t
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    const int error =
-        pthread_create(&thread, &attributes, kind == LocalAnswerKind::Open ? run_start : run_stop, request);
+    const int error = pthread_create(&thread, &attributes, body_of(kind), request);
     pthread_attr_destroy(&attributes);
     if (error != 0)
         free(request);

@@ -24,8 +24,9 @@ struct LocalRequest {
 LocalRequest* make_local_request(const NetCMStartRspInfo& block, UseKey use);
 
 // Runs ThreadPostStartEvent or ThreadPostStopEvent for the request's connection on a detached thread. Returns
-// 0 or the error number; then the request is freed already.
-enum class LocalAnswerKind { Open, Close };
+// 0 or the error number; then the request is freed already. When sure: not before everything is handled that
+// may show that the use is one of the next connection.
+enum class LocalAnswerKind { Open, OpenWhenSure, Close };
 int start_local_thread(LocalAnswerKind kind, LocalRequest* request, pthread_t& thread);
 
 }  // namespace quorvel

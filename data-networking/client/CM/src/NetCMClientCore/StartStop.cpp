@@ -3,6 +3,7 @@
 
 #include "client/CM/src/NetCMClientCore/ConnectionRecord.h"
 #include "client/CM/src/NetCMClientCore/Delivery.h"
+#include "client/CM/src/NetCMClientCore/LocalAnswer.h"
 #include "client/CM/src/NetCMPrivate.h"
 #include "common/CallTimes.h"
 #include "common/Exported.h"
@@ -10,6 +11,19 @@
 using namespace quorvel;
 
 namespace {
+
+// Leaves it to a thread of the library to tell him of the connection, should it still be his then. False when
+// there is none.
+bool answer_when_sure(const Recipient& user, const wire::Record& response) {
+    note_due(user);
+    LocalRequest* const request = make_local_request(
+        {0, response.CallId, static_cast<uint32_t>(user.thread_index), response.Word2}, {user.use.serial});
+    pthread_t thread{};
+    if (request == nullptr || start_local_thread(LocalAnswerKind::OpenWhenSure, request, thread) != 0)
+        return false;
+    QV_TRACE(0, "Local thread to send open response created, ID = %d \n", static_cast<int>(thread));
+    return true;
+}
 
 // Tells every thread that opened the profile on this call, not only the first.
 uint32_t start_succeeded(CallKey key, const wire::Record& response) QV_REQUIRES(app_mutex) {
@@ -20,6 +34,7 @@ uint32_t start_succeeded(CallKey key, const wire::Record& response) QV_REQUIRES(
     const auto profile = static_cast<int32_t>(response.Word2);
     const Position at = event_position();
     NetCMConnInfo info = {};
+    bool is_another_awaited = false;
     {
         const Lock lock(table_lock);
         const Call call = find(key);
@@ -27,6 +42,9 @@ uint32_t start_succeeded(CallKey key, const wire::Record& response) QV_REQUIRES(
         if (!call)
             return NETCM_SUCCESS;
         take_start(call, profile);
+        is_another_awaited = is_start_awaited(call, profile);
+        if (!is_another_awaited)
+            reach_back(call, profile, at);
         store_connection(call.record->ConnInfo, block, EmptyName::Stored);
         call.record->IsActive = 1;
         info = deliverable(call.record->ConnInfo, profile);
@@ -36,25 +54,28 @@ uint32_t start_succeeded(CallKey key, const wire::Record& response) QV_REQUIRES(
     Recipient user;
     while (users.next(user)) {
         // The library may have answered itself.
-        if (user.opening == Opening::Answered)
+        if (user.use.opening == Opening::Answered)
+            continue;
+        // What had arrived before a later start was accepted is perhaps of an earlier connection, whose end
+        // has arrived, too.
+        if (is_another_awaited && user.use.began > at && answer_when_sure(user, response))
             continue;
         trace_response(user);
-        tell_opened(user, {NETCM_EVENT_OPEN_RSP, profile, static_cast<int32_t>(response.Status), &info}, at);
+        tell_opened(user, {NETCM_EVENT_OPEN_RSP, profile, static_cast<int32_t>(response.Status), &info});
     }
     return NETCM_SUCCESS;
 }
 
-// Nobody joins it from now on. Gives back up to where in the stream the refusal reaches: a refusal that has
-// come together with the answer to the start is of that start, although it had arrived by then.
-Position begin_refusing(CallKey key, int32_t profile, Position at) {
+// Nobody joins it from now on. A refusal that has come together with the answer to the start is of that
+// start, although it had arrived by then.
+void begin_refusing(CallKey key, int32_t profile, Position at) {
     const Lock lock(table_lock);
     const Call call = find(key);
     if (!call)
-        return at;
-    const Position reach = std::max(at, began_with(call, profile));
+        return;
+    reach_back(call, profile, at);
     if (call.life->ending != Ending::Refused)
-        begin_telling(call, reach);
-    return reach;
+        begin_telling(call, at);
 }
 
 // What is left of a refused call. Should the server refuse its other profiles too, each by itself, their
@@ -80,7 +101,8 @@ void start_failed(CallKey key, wire::Record response) QV_REQUIRES(app_mutex) {
     const auto profile = static_cast<int32_t>(response.Word2);
     const NetCMEvent event = {NETCM_EVENT_OPEN_RSP, profile, static_cast<int32_t>(response.Status),
                               reason_of(response.Status, &response.Word5)};
-    const Position reach = begin_refusing(key, profile, event_position());
+    const Position at = event_position();
+    begin_refusing(key, profile, at);
     Users users(key, profile, kEverything);
     Recipient user;
     while (users.next(user)) {
@@ -88,7 +110,7 @@ void start_failed(CallKey key, wire::Record response) QV_REQUIRES(app_mutex) {
         tell_ended(user, event);
         take_told(user);
     }
-    free_refused(key, reach);
+    free_refused(key, at);
 }
 
 void sweep(CallKey key) {
@@ -103,7 +125,7 @@ void sweep(CallKey key) {
 
 // What a user is told who is stopped before the library's own answer to his open has reached him.
 void tell_open_before(const Recipient& user) {
-    if (user.opening != Opening::Due)
+    if (user.use.opening != Opening::Due)
         return;
     NetCMConnInfo info = {};
     {
@@ -111,7 +133,7 @@ void tell_open_before(const Recipient& user) {
         if (const Call call = find(user.key))
             info = deliverable(call.record->ConnInfo, user.profile);
     }
-    tell_opened(user, {NETCM_EVENT_OPEN_RSP, user.profile, 0, &info}, kEverything);
+    tell_opened(user, {NETCM_EVENT_OPEN_RSP, user.profile, 0, &info});
 }
 
 }  // namespace

@@ -310,6 +310,16 @@ void take_start(const Call& call, int32_t profile) {
         *start = {};
 }
 
+void reach_back(const Call& call, int32_t profile, Position at) {
+    for_each_use(call, [&](const NetCMThreadProf& entry, int32_t place, Use& use) {
+        if (load(entry.ProfileId[place]) == profile)
+            use.began = std::min(use.began, at);
+    });
+    // Its users may be gone, and what they have asked for on its way.
+    if (call.life->asked_profile == profile)
+        call.life->asked_began = std::min(call.life->asked_began, at);
+}
+
 bool is_unsure(const Call& call, int32_t profile) {
     return began_with(call, profile) > async_stream.handled();
 }
@@ -377,10 +387,13 @@ void join_the_next(const Call& call) QV_REQUIRES(table_lock) {
 
 void end_uses(const Call& call, Position at) {
     for_each_use(call, [&](NetCMThreadProf& entry, int32_t place, Use& use) QV_REQUIRES(table_lock) {
-        if (use.began > at)
-            return;
-        store(entry.ProfileId[place], -1);
-        use = {};
+        if (use.began <= at) {
+            store(entry.ProfileId[place], -1);
+            use = {};
+        } else if (use.opening == Opening::Due) {
+            // The library would tell of the earlier connection; the next one's own answer comes.
+            use.opening = Opening::Awaited;
+        }
     });
     release_empty(*call.record);
     for (Start& start : call.life->starts)

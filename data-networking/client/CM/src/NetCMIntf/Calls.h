@@ -114,6 +114,8 @@ void add_use(const Call& call, int32_t entry, int32_t place, int32_t thread_inde
 Use* use_of(const Call& call, int32_t entry, int32_t profile) QV_REQUIRES(table_lock);
 // When the connection of a profile's users began, for one more of them.
 Position began_with(const Call& call, int32_t profile) QV_REQUIRES(table_lock);
+// What lies at that place is known to be about the profile's users, although it had arrived before they came.
+void reach_back(const Call& call, int32_t profile, Position at) QV_REQUIRES(table_lock);
 // Whether the call that the users of the profile were put to may be an earlier one with the id: its end may
 // be among what had arrived by then and is not handled yet. Afterwards it is theirs, which they share with
 // another profile.
