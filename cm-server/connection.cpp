@@ -1,6 +1,7 @@
 #include "connection.h"
 
 #include <event2/buffer.h>
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -150,6 +151,14 @@ void Connection::close(std::string_view why) noexcept {
     shutdown(bufferevent_getfd(socket_.get()), SHUT_RDWR);
     share_.set(0);
     guarded("the end of a connection", [&] { handler_.on_closed(*this, why); });
+}
+
+bool Connection::has_gone() const {
+    pollfd end = {.fd = bufferevent_getfd(socket_.get()), .events = POLLRDHUP, .revents = 0};
+    if (closed_ || poll(&end, 1, 0) < 1)
+        return false;
+    std::byte next{};
+    return role_ == Role::kNone || recv(end.fd, &next, sizeof next, MSG_PEEK | MSG_DONTWAIT) == 0;
 }
 
 void Connection::read() {

@@ -73,6 +73,8 @@ class Connection {
     void write(std::vector<std::byte> bytes, std::chrono::milliseconds delay = std::chrono::milliseconds(0));
     // Ends the connection after what the socket takes at once has been sent.
     void close(std::string_view why) noexcept;
+    // Whether the other end has gone and nobody has noticed yet; not while it has left something to be done.
+    bool has_gone() const;
     // Ends it now for both ends; the object stays until whoever is using it has returned.
     void drop_soon(const char* why);
 

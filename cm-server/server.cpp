@@ -197,7 +197,10 @@ void Server::links_changed() {
 void Server::accept(evutil_socket_t fd) {
     keep_memory_for_trouble();
     const Peer peer = peer_of(fd);
-    if (const auto why = door_.refuses_connection(peer.uid)) {
+    auto why = door_.refuses_connection(peer.uid);
+    if (why && let_go_of_departed(peer.uid))
+        why = door_.refuses_connection(peer.uid);
+    if (why) {
         evutil_closesocket(fd);
         return turned_away_.warning(describe(peer), " is not let in: ", *why);
     }
@@ -209,6 +212,17 @@ void Server::accept(evutil_socket_t fd) {
     log::debug("connection from ", describe(peer));
     door_.enter(*connection);
     connections_.add(std::move(connection));
+}
+
+bool Server::let_go_of_departed(uid_t user, const Connection* newcomer) {
+    bool any = false;
+    for (Connection* connection : connections_.all()) {
+        if (connection == newcomer || connection->peer().uid != user || !connection->has_gone())
+            continue;
+        connection->close("it has closed");
+        any = true;
+    }
+    return any;
 }
 
 // Whoever says nothing goes first. There is room for more than can be registered, so there is always one.
@@ -250,7 +264,10 @@ void Server::on_request(Connection& connection, const Request& request) {
 
 void Server::register_client(Connection& connection, const Request& request) {
     const auto app_id = static_cast<int32_t>(request.header.Arg5);
-    const auto refused = door_.refuses_registration(connection.peer().uid);
+    const uid_t user = connection.peer().uid;
+    auto refused = door_.refuses_registration(user);
+    if (refused && let_go_of_departed(user, &connection))
+        refused = door_.refuses_registration(user);
     Client* client = refused ? nullptr : clients_.add(connection, app_id);
     Message answer =
         make_message(wire::NETCM_CLIENT_REGISTER_RSP, client ? NETCM_SUCCESS : NETCM_ERR_MAX_LIMIT);

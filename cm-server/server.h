@@ -47,6 +47,9 @@ class Server : private Connection::Handler {
 
   private:
     void accept(evutil_socket_t fd);
+    // Of a user who may have no more: whoever has gone counts no longer. Whether there was one, the newcomer
+    // aside.
+    bool let_go_of_departed(uid_t user, const Connection* newcomer = nullptr);
     void register_client(Connection& connection, const Request& request);
     void attach_client(Connection& connection, const Request& request);
     void forget(uint32_t client);
