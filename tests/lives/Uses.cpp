@@ -193,7 +193,8 @@ bool Uses::fits(const Use& use, const Connection& connection, const Heard& heard
         case NETCM_EVENT_STOP_IND:
             if (heard.result == kStatusServerGone)
                 return truth_.is_dead(connection.link);
-            if (heard.result == kStatusKilled && connection.killed)
+            // A kill that a dead server has answered was perhaps meant for what it has not told of.
+            if (heard.result == kStatusKilled && (connection.killed || truth_.is_dead(connection.link)))
                 return true;
             return truth_.has_pushed_about(connection.serial, Pushed::What::End, heard.result, heard.reason);
         case NETCM_EVENT_SUSPEND_IND:

@@ -467,6 +467,36 @@ TEST_F(ReusedId, a_profile_that_comes_to_a_call_together_with_its_outcome_ends_w
                                          {1, NETCM_EVENT_STOP_IND, 2, 7}}));
 }
 
+// User 0's connection has ended, which nobody has read yet, and is killed; both of user 1's profiles are on
+// the next one with its id.
+TEST_F(ReusedId, a_close_beside_an_unread_end_leaves_the_connection_to_who_shares_it) {
+    one_call_up(1);
+    registered(1);
+    server.on(wire::NETCM_CLIENT_KILL_REQ, silence());
+    const size_t stops = server.count(wire::NETCM_CLIENT_STOP_REQ);
+    const auto open = [this](int32_t profile) {
+        give_id(0);
+        EXPECT_EQ(NetCMConnectionOpen(&profile, 1), NETCM_SUCCESS);
+    };
+    EXPECT_EQ(user(1).run([&] {
+        pthread_mutex_lock(&NetCMAppMutex);
+        EXPECT_TRUE(server.push(indication(wire::NETCM_CLIENT_STOP_IND, 0, 1, 7)));
+        open(2);
+        EXPECT_EQ(NetCMConnectionKill(1), NETCM_SUCCESS);
+        open(3);
+        const uint32_t result = NetCMConnectionClose(3);
+        pthread_mutex_unlock(&NetCMAppMutex);
+        return result;
+    }),
+              NETCM_SUCCESS);
+    ASSERT_TRUE(trace::wait_for("__stop_conn_thread.. Close the thread \n"));
+    ASSERT_TRUE(settled());
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_STOP_IND, 1, 7}, {1, NETCM_EVENT_CLOSE_RSP, 3, 0}}));
+    EXPECT_EQ(server.count(wire::NETCM_CLIENT_STOP_REQ), stops) << "profile 2 is still open";
+    EXPECT_EQ(user(1).close(2), NETCM_SUCCESS);
+    EXPECT_TRUE(eventually([&] { return server.count(wire::NETCM_CLIENT_STOP_REQ) == stops + 1; }));
+}
+
 // The refusal waits in the socket when two more are given the id, first one that it is meant for.
 TEST_F(ReusedId, a_refusal_does_not_reach_who_was_given_the_id_behind_it) {
     one_call_up(1);

@@ -106,7 +106,7 @@ void answer_close(const Asked& asked) QV_REQUIRES(app_mutex) {
 bool is_unsure(const Asked& asked) {
     const Lock lock(table_lock);
     const Call call = find(asked.key());
-    return call && is_unsure(call, asked.profile());
+    return call && (is_unsure(call, asked.profile()) || count_perhaps_here(call) != 0);
 }
 
 // Who is put to a call that may have ended belongs to the next one then: he is told of that one, and when he

@@ -324,6 +324,24 @@ bool is_unsure(const Call& call, int32_t profile) {
     return began_with(call, profile) > async_stream.handled();
 }
 
+int count_perhaps_here(const Call& call) {
+    const auto call_id = static_cast<uint32_t>(load(call.record->CallId));
+    int count = 0;
+    for_each_departed([&](const Call& earlier) QV_REQUIRES(table_lock) {
+        if (!has_id(earlier, call_id) || earlier.life->ending == Ending::Refused)
+            return;
+        const NetCMThreadProf* counted = nullptr;
+        for_each_use(earlier,
+                     [&](const NetCMThreadProf& entry, int32_t, const Use& use) QV_REQUIRES(table_lock) {
+                         if (use.began <= async_stream.handled() || &entry == counted)
+                             return;
+                         counted = &entry;
+                         ++count;
+                     });
+    });
+    return count;
+}
+
 int32_t entry_holding(const NetCMCallInfo& call, int32_t thread_index, int32_t profile) {
     for (int32_t entry = 0; entry < NETCM_MAX_THREADS; ++entry)
         if (thread_index != -1 && load(call.ThreadProf[entry].ThreadIndex) == thread_index &&

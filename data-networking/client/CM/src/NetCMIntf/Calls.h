@@ -120,6 +120,9 @@ void reach_back(const Call& call, int32_t profile, Position at) QV_REQUIRES(tabl
 // be among what had arrived by then and is not handled yet. Afterwards it is theirs, which they share with
 // another profile.
 bool is_unsure(const Call& call, int32_t profile) QV_REQUIRES(table_lock);
+// How many threads have left the slot together with a connection that may have ended before they came: theirs
+// is the one in the slot then.
+int count_perhaps_here(const Call& call) QV_REQUIRES(table_lock);
 // The entry of a thread that holds the profile, or -1.
 int32_t entry_holding(const NetCMCallInfo& call, int32_t thread_index, int32_t profile)
     QV_REQUIRES(table_lock);

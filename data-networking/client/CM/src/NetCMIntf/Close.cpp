@@ -115,6 +115,8 @@ Leaving look_at(int32_t call_index, int32_t thread_index, int32_t profile) {
     const Lock lock(table_lock);
     const Call call = slot(call_index);
     Leaving leaving = {.users = count_users(*call.record)};
+    if (leaving.users != 0)
+        leaving.users += count_perhaps_here(call);
     const int32_t entry = entry_holding(*call.record, thread_index, profile);
     if (entry >= 0)
         leaving.use.serial = use_of(call, entry, profile)->serial;

@@ -24,6 +24,14 @@ Call departed_named(Condition condition) QV_REQUIRES(table_lock) {
     return {};
 }
 
+template <class Body>
+void for_each_departed(Body body) QV_REQUIRES(table_lock) {
+    departed_named([&](const Call& call) QV_REQUIRES(table_lock) {
+        body(call);
+        return false;
+    });
+}
+
 Call departed_with(uint32_t generation) QV_REQUIRES(table_lock);
 void keep_departed(Departed* one) QV_REQUIRES(table_lock);
 void free_departed(const Call& call) QV_REQUIRES(table_lock);
