@@ -497,6 +497,34 @@ TEST_F(ReusedId, a_close_beside_an_unread_end_leaves_the_connection_to_who_share
     EXPECT_TRUE(eventually([&] { return server.count(wire::NETCM_CLIENT_STOP_REQ) == stops + 1; }));
 }
 
+// Both behind the unread end of the connection that had the id before.
+TEST_F(ReusedId, a_connection_that_is_killed_and_closed_ends_with_the_kill) {
+    one_call_up(1);
+    server.on(wire::NETCM_CLIENT_KILL_REQ, silence());
+    server.on(wire::NETCM_CLIENT_STOP_REQ, silence());
+    EXPECT_EQ(user(0).run([this] {
+        pthread_mutex_lock(&NetCMAppMutex);
+        EXPECT_TRUE(server.push(indication(wire::NETCM_CLIENT_STOP_IND, 0, 1, 7)));
+        for (const int32_t profile : {2, 3}) {
+            give_id(0);
+            EXPECT_EQ(NetCMConnectionOpen(&profile, 1), NETCM_SUCCESS);
+        }
+        for (const int32_t profile : {1, 2})
+            EXPECT_EQ(NetCMConnectionKill(profile), NETCM_SUCCESS);
+        const uint32_t result = NetCMConnectionClose(3);
+        pthread_mutex_unlock(&NetCMAppMutex);
+        return result;
+    }),
+              NETCM_SUCCESS);
+    ASSERT_TRUE(push_and_settle(kill_response(1, 9)));
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_KILL_RSP, 1, 9}}));
+    events::clear();
+    ASSERT_TRUE(push_and_settle(kill_response(2)));
+    // The second kill stands behind the place of the first, which is free: its own answer is told to nobody.
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_STOP_IND, 3, kKilled}}));
+    EXPECT_TRUE(is_free(0));
+}
+
 // The refusal waits in the socket when two more are given the id, first one that it is meant for.
 TEST_F(ReusedId, a_refusal_does_not_reach_who_was_given_the_id_behind_it) {
     one_call_up(1);

@@ -318,6 +318,7 @@ void reach_back(const Call& call, int32_t profile, Position at) {
     // Its users may be gone, and what they have asked for on its way.
     if (call.life->asked_profile == profile)
         call.life->asked_began = std::min(call.life->asked_began, at);
+    reach_back_kills(call, profile, at);
 }
 
 bool is_unsure(const Call& call, int32_t profile) {
@@ -427,9 +428,9 @@ void end_uses(const Call& call, Position at) {
     call.record->ConnInfo = {};
     call.life->opened = at + 1;
     call.life->telling = 0;
-    forget_killed(key_of(call), is_next_asked ? call.life->asked_profile : 0);
+    const bool is_killed = forget_killed(call, at);
     if (is_next_asked) {
-        if (call.record->CallState == kStopSent)
+        if (call.record->CallState == kStopSent && !is_killed)
             call.life->ending = Ending::Stop;
         return;
     }

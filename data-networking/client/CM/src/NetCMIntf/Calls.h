@@ -167,8 +167,8 @@ class Departure {
 
 // Kills that the server has been asked for, and the connections that they were meant for.
 void note_kill(int32_t profile, CallKey call) QV_REQUIRES(table_lock);
-// The kills of other profiles were not meant for what is in the slot any more.
-void forget_killed(CallKey call, int32_t but_of_profile) QV_REQUIRES(table_lock);
+// Kills of uses that began before were not meant for what is left of the call. Whether others were.
+bool forget_killed(const Call& call, Position at) QV_REQUIRES(table_lock);
 // The connection of a kill that has been answered. False when no kill of the profile was asked for.
 bool take_kill(int32_t profile, CallKey& call) QV_REQUIRES(table_lock);
 

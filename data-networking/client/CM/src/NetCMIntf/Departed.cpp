@@ -1,6 +1,7 @@
 #include "client/CM/src/NetCMIntf/Departed.h"
 #include "common/Exported.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <utility>
 
@@ -8,12 +9,22 @@ namespace quorvel {
 namespace {
 
 // Kills that the server has not answered yet.
-struct AskedKill {
-    int32_t profile;
-    CallKey call;
-};
 constexpr int32_t kNoProfile = 0;
+struct AskedKill {
+    int32_t profile = kNoProfile;
+    CallKey call = {-1, 0};
+    Position began = 0;  // where the profile's use of it began
+};
 AskedKill asked_kills[NETCM_MAX_KILLS] = {};
+
+template <class Body>
+void for_each_kill_of(const Call& call, Body body) QV_REQUIRES(table_lock) {
+    const CallKey key = key_of(call);
+    for (AskedKill& kill : asked_kills)
+        if (kill.profile != kNoProfile && kill.call.index == key.index &&
+            kill.call.generation == key.generation)
+            body(kill);
+}
 
 void take_profiles_of(const Call& call, int32_t thread_index) QV_REQUIRES(table_lock) {
     for (NetCMThreadProf& entry : call.record->ThreadProf)
@@ -81,19 +92,31 @@ Departure::~Departure() {
 }
 
 void note_kill(int32_t profile, CallKey call) {
+    const Call meant = find(call);
     for (AskedKill& kill : asked_kills) {
         if (kill.profile != kNoProfile)
             continue;
-        kill = {profile, call};
+        kill = {profile, call, meant ? began_with(meant, profile) : 0};
         return;
     }
 }
 
-void forget_killed(CallKey call, int32_t but_of_profile) {
-    for (AskedKill& kill : asked_kills)
-        if (kill.profile != but_of_profile && kill.call.index == call.index &&
-            kill.call.generation == call.generation)
+bool forget_killed(const Call& call, Position at) {
+    bool any_left = false;
+    for_each_kill_of(call, [&](AskedKill& kill) {
+        if (kill.began <= at)
             kill.call = {-1, 0};
+        else
+            any_left = true;
+    });
+    return any_left;
+}
+
+void reach_back_kills(const Call& call, int32_t profile, Position at) {
+    for_each_kill_of(call, [=](AskedKill& kill) {
+        if (kill.profile == profile)
+            kill.began = std::min(kill.began, at);
+    });
 }
 
 bool take_kill(int32_t profile, CallKey& call) {
@@ -101,7 +124,7 @@ bool take_kill(int32_t profile, CallKey& call) {
         if (kill.profile != profile)
             continue;
         call = kill.call;
-        kill = {kNoProfile, {}};
+        kill = {};
         return true;
     }
     return false;
@@ -114,7 +137,7 @@ void forget_kills_and_tunnels() {
     for (NetCMTunnelReq& request : info.TunnelReq)
         request = {-1, -1};
     for (AskedKill& kill : asked_kills)
-        kill = {kNoProfile, {}};
+        kill = {};
 }
 
 void forget_pending_requests() {

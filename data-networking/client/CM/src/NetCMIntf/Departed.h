@@ -33,6 +33,8 @@ void for_each_departed(Body body) QV_REQUIRES(table_lock) {
 }
 
 Call departed_with(uint32_t generation) QV_REQUIRES(table_lock);
+// What lies there is about the profile's users: kills, too.
+void reach_back_kills(const Call& call, int32_t profile, Position at) QV_REQUIRES(table_lock);
 void keep_departed(Departed* one) QV_REQUIRES(table_lock);
 void free_departed(const Call& call) QV_REQUIRES(table_lock);
 // All of them, for whoever frees them; none is left.
