@@ -270,12 +270,22 @@ bool uses_a_call(int32_t tid, int32_t& thread_index) {
            Farewell::waits_for(tid, thread_index);
 }
 
-void add_use(const Call& call, int32_t entry, int32_t place, int32_t thread_index, int32_t profile,
+void put_use(const Call& call, int32_t entry, int32_t place, int32_t thread_index, int32_t profile,
              Position began) {
     NetCMThreadProf& of_thread = call.record->ThreadProf[entry];
     call.life->uses[entry][place] = {.began = began, .serial = ++last_serial, .opening = Opening::Awaited};
     store(of_thread.ProfileId[place], profile);
     store(of_thread.ThreadIndex, thread_index);
+}
+
+Entry add_use(const Call& call, int32_t thread_index, int32_t profile, Position began) {
+    Entry entry = {.index = entry_of(*call.record, thread_index)};
+    entry.was_his = entry.index >= 0;
+    if (!entry.was_his)
+        entry.index = std::max(entry_of(*call.record, -1), 0);
+    const int32_t place = entry.was_his ? slot_of(call.record->ThreadProf[entry.index], -1) : 0;
+    put_use(call, entry.index, std::max(place, 0), thread_index, profile, began);
+    return entry;
 }
 
 Use* use_of(const Call& call, int32_t entry, int32_t profile) {
@@ -391,12 +401,9 @@ void join_the_next(const Call& call) QV_REQUIRES(table_lock) {
     }
     for_each_use(call,
                  [&](const NetCMThreadProf& entry, int32_t place, const Use& use) QV_REQUIRES(table_lock) {
-                     const int32_t thread_index = load(entry.ThreadIndex);
-                     const int32_t own = entry_of(*next.record, thread_index);
-                     const int32_t to = own >= 0 ? own : std::max(entry_of(*next.record, -1), 0);
-                     const int32_t free = std::max(slot_of(next.record->ThreadProf[to], -1), 0);
-                     add_use(next, to, free, thread_index, load(entry.ProfileId[place]), use.began);
-                     next.life->uses[to][free] = use;
+                     const int32_t profile = load(entry.ProfileId[place]);
+                     const Entry to = add_use(next, load(entry.ThreadIndex), profile, use.began);
+                     *use_of(next, to.index, profile) = use;
                  });
     for (const Start& start : call.life->starts)
         if (start.profile != 0)

@@ -108,8 +108,16 @@ bool is_start_awaited(const Call& call, int32_t profile) QV_REQUIRES(table_lock)
 void begin_anew(Connection& life) QV_REQUIRES(table_lock);
 
 // Puts a use into a place of an entry.
-void add_use(const Call& call, int32_t entry, int32_t place, int32_t thread_index, int32_t profile,
+void put_use(const Call& call, int32_t entry, int32_t place, int32_t thread_index, int32_t profile,
              Position began) QV_REQUIRES(table_lock);
+// Puts a use of a thread into his entry, or into a free one. Whoever comes has checked that there is room;
+// where there is none, the first place is overwritten.
+struct Entry {
+    int32_t index = 0;
+    bool was_his = false;
+};
+Entry add_use(const Call& call, int32_t thread_index, int32_t profile, Position began)
+    QV_REQUIRES(table_lock);
 // The use of a thread's entry, or null.
 Use* use_of(const Call& call, int32_t entry, int32_t profile) QV_REQUIRES(table_lock);
 // When the connection of a profile's users began, for one more of them.

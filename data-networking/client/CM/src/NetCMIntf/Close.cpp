@@ -67,6 +67,11 @@ uint32_t close_left_call(const LeftCall& left) {
                                                                                        : NETCM_ERR_FAILURE;
 }
 
+uint32_t not_active(int32_t profile) {
+    QV_TRACE(2, "Connection referred by profile [%d] is not active\n", profile);
+    return NETCM_ERR_NOT_ACTIVE;
+}
+
 uint32_t close_profile(int32_t tid, int32_t profile) QV_REQUIRES(app_mutex) {
     int32_t caller_index = 0;
     const uint32_t status = admit_caller(QV_HERE, tid, UnknownThread::IsNotPresent, caller_index);
@@ -76,10 +81,7 @@ uint32_t close_profile(int32_t tid, int32_t profile) QV_REQUIRES(app_mutex) {
     int32_t call_index = -1;
     if (NetCMGetCallIdFromProfileId(profile, &call_id, &call_index) != NETCM_SUCCESS) {
         LeftCall left;
-        if (find_left_call(tid, profile, left))
-            return close_left_call(left);
-        QV_TRACE(2, "Connection referred by profile [%d] is not active\n", profile);
-        return NETCM_ERR_NOT_ACTIVE;
+        return find_left_call(tid, profile, left) ? close_left_call(left) : not_active(profile);
     }
     const UseOfCall use = find_use(tid, call_index, profile);
     if (use.thread_index == -1) {
@@ -91,11 +93,9 @@ uint32_t close_profile(int32_t tid, int32_t profile) QV_REQUIRES(app_mutex) {
     QV_TRACE(0, "call exist for thread [%d] with profile [%d]\n", tid, profile);
     const uint32_t result =
         NetCMClientRemoveCall(table().ClientId, tid, use.call_id, profile, use.thread_index);
-    if (result == NETCM_ERR_INVALID_PARAM) {
-        // The end of the server has come between.
-        QV_TRACE(2, "Connection referred by profile [%d] is not active\n", profile);
-        return NETCM_ERR_NOT_ACTIVE;
-    }
+    // The end of the server has come between.
+    if (result == NETCM_ERR_INVALID_PARAM)
+        return not_active(profile);
     if (result != NETCM_SUCCESS)
         table().ThreadInfo[use.thread_index].LastSyncError = -1;
     return result;

@@ -190,42 +190,26 @@ uint32_t open_profile(int32_t profile, Opener opener) QV_REQUIRES(app_mutex) {
 
 // Where a use has been put.
 struct Joined {
-    int32_t entry = -1;
-    bool had_entry = false;  // of the thread
-    bool is_new = false;     // the call
+    Entry entry = {};
+    bool is_new = false;  // the call
     bool is_active = false;
     UseKey use = {};
 };
-
-// The callers have checked that there is room; where there is none, the first place is overwritten.
-Joined put_use(const Call& call, int32_t profile, int32_t thread_index, Position began)
-    QV_REQUIRES(table_lock) {
-    Joined joined = {.entry = entry_of(*call.record, thread_index), .is_active = call.record->IsActive == 1};
-    int32_t place = 0;
-    joined.had_entry = joined.entry >= 0;
-    if (joined.had_entry)
-        place = std::max(slot_of(call.record->ThreadProf[joined.entry], -1), 0);
-    else
-        joined.entry = std::max(entry_of(*call.record, -1), 0);
-    add_use(call, joined.entry, place, thread_index, profile, began);
-    return joined;
-}
 
 // Adds to a call that is there what belongs to the same connection. Not when the call has ended.
 Joined join_slot(int32_t index, int32_t profile, int32_t thread_index) {
     const Lock lock(table_lock);
     const Call call = slot(index);
     if (load(call.record->InUse) != 1)
-        return {};
+        return {.entry = {.index = -1}};
     // Where the server's response has come, those who come later are not told by it.
     const bool unsure = is_unsure(call, profile) && is_start_awaited(call, profile);
-    Joined joined = put_use(call, profile, thread_index, began_with(call, profile));
-    joined.is_active &= !unsure;
-    Use& use = *use_of(call, joined.entry, profile);
-    if (joined.is_active)
+    const Entry entry = add_use(call, thread_index, profile, began_with(call, profile));
+    const bool is_active = call.record->IsActive == 1 && !unsure;
+    Use& use = *use_of(call, entry.index, profile);
+    if (is_active)
         use.opening = Opening::Due;
-    joined.use = {use.serial};
-    return joined;
+    return {.entry = entry, .is_active = is_active, .use = {use.serial}};
 }
 
 // Puts what the server has accepted under the call's id.
@@ -241,14 +225,16 @@ Joined enter_slot(int32_t call_id, int32_t profile, int32_t thread_index, Positi
         call.record->ConnInfo = {};
         store(call.record->InUse, 1);
     }
-    Joined joined = is_new ? Joined{.entry = 0} : put_use(call, profile, thread_index, began);
-    // What has come together with the answer is about this call: of an earlier one with this id nothing is to
-    // be told any more, or it is kept beside the slot.
+    // What has come together with the answer is about a new call: of an earlier one with this id nothing is
+    // to be told any more, or it is kept beside the slot.
+    const Position from = is_new ? 0 : began;
+    Entry entry;
     if (is_new)
-        add_use(call, 0, 0, thread_index, profile, 0);
-    note_start(call, profile, is_new ? 0 : began);
-    joined.is_new = is_new;
-    return joined;
+        put_use(call, 0, 0, thread_index, profile, from);
+    else
+        entry = add_use(call, thread_index, profile, from);
+    note_start(call, profile, from);
+    return {.entry = entry, .is_new = is_new};
 }
 
 bool is_closing_in_slot(int32_t index) {
@@ -294,16 +280,17 @@ uint32_t NetCMClientAddThreadToCallinfo(int32_t tid, int32_t callIndex, int32_t 
     if (request == nullptr)
         return NETCM_ERR_FAILURE;
     const Joined joined = join_slot(callIndex, profile, threadIndex);
-    if (joined.entry < 0) {
+    if (joined.entry.index < 0) {
         // The end of the server has come between.
         free(request);
         return NETCM_ERR_FAILURE;
     }
-    trace_entry(joined.entry, joined.had_entry);
-    if (joined.had_entry)
-        QV_TRACE(0, "Thread instance = [%d]\n", joined.entry);
+    const auto [entry, was_his] = joined.entry;
+    trace_entry(entry, was_his);
+    if (was_his)
+        QV_TRACE(0, "Thread instance = [%d]\n", entry);
     else
-        QV_TRACE(0, "Found free thread-profile index = [%d]\n", joined.entry);
+        QV_TRACE(0, "Found free thread-profile index = [%d]\n", entry);
     if (!joined.is_active) {
         // The start response will tell this thread together with the others.
         free(request);
@@ -335,7 +322,7 @@ uint32_t NetCMClientAddCall(int32_t callId, int32_t threadIndex, int32_t profile
         QV_TRACE(0, "Call Info stored at index [%d]\n", callId);
     } else {
         QV_TRACE(0, "Call already exists for this APN\n");
-        trace_entry(joined.entry, joined.had_entry);
+        trace_entry(joined.entry.index, joined.entry.was_his);
     }
     return NETCM_SUCCESS;
 }
