@@ -9,6 +9,15 @@
 #include "record/report.h"
 
 namespace quorvel::cm {
+namespace {
+
+// Of milliseconds, as they have been read.
+std::string request_time_problem(const std::string& text) {
+    const double time = std::stod(text);
+    return time < 10 || time > 600'000 ? "it has to be from 10ms to 10m" : "";
+}
+
+}  // namespace
 
 void describe(CLI::App& app, Arguments& arguments) {
     app.name("cm-server");
@@ -41,7 +50,7 @@ void describe(CLI::App& app, Arguments& arguments) {
            "How long a client may leave a request unfinished, such as 500ms or 5s; milliseconds without a "
            "unit")
         ->transform(command_line::duration_in_milliseconds())
-        ->check(CLI::Range(10, 600000, "10ms to 10m"))
+        ->check(CLI::Validator(&request_time_problem, ""))
         ->type_name("TIME")
         ->default_str("5s");
     add_record_options(app, arguments.server.record,

@@ -232,17 +232,18 @@ void measure_monitor(Table& table, Subject& small) {
     table.add("a request, and with a monitor attached", compared(alone, watched), watched <= kMost * alone);
 }
 
-// What a record adds, for the server and for who waits; its writer has its own row.
-void measure_recorder(Table& table, Subject& small) {
+// What a record of this kind adds, for the server and for who waits; its writer has its own row.
+void measure_recorder(Table& table, Subject& small, const std::string& kind) {
     constexpr double kMost = 1.5;
-    Subject recorded("recorded", kSmall, {"--record", "/tmp/recorded.jsonl"});
+    const std::string name = "recorded-" + kind;
+    Subject recorded(name, kSmall, {"--record", "/tmp/" + name + "." + kind});
     Peer in_recorded(recorded.path());
     in_recorded.open(1);
     const Work work = asks("", wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ);
     const auto [alone, with] = least(small, recorded, work, cost);
-    table.add("a request, and with a recorder", compared(alone, with), with <= kMost * alone);
+    table.add("a request, and recorded as " + kind, compared(alone, with), with <= kMost * alone);
     const auto [wait_alone, wait_with] = least(small, recorded, work, latency);
-    table.add("who waits for it, and with a recorder", compared(wait_alone, wait_with),
+    table.add("who waits for it, and recorded as " + kind, compared(wait_alone, wait_with),
               wait_with <= kMost * wait_alone);
     const int64_t before = recorded.used_by_child();
     constexpr int kTimes = 20'000;
@@ -250,7 +251,7 @@ void measure_recorder(Table& table, Subject& small) {
         work.once(recorded);
     usleep(100'000);
     const double writer = static_cast<double>(recorded.used_by_child() - before) / 1000.0 / kTimes;
-    table.add("its writer's own time for a request", number(writer, "us"), writer <= alone);
+    table.add("its writer's own time for a request, " + kind, number(writer, "us"), writer <= alone);
 }
 
 void prepare() {
@@ -278,7 +279,8 @@ int run() {
     measure_fan_out(table, large);
     measure_close(table, large);
     measure_monitor(table, small);
-    measure_recorder(table, small);
+    for (const char* kind : {"jsonl", "pcapng"})
+        measure_recorder(table, small, kind);
     if (table.missed() > 0)
         std::printf("%d bars are missed\n", table.missed());
     return table.missed() > 0 ? 1 : 0;

@@ -49,6 +49,9 @@ std::string note_text(const json& note) {
     json fields = note;
     for (const char* key : {"note", "time", "number", "client"})
         fields.erase(key);
+    // When the server has started, in microseconds.
+    if (fields.contains("started") && fields["started"].is_number())
+        fields["started"] = clock_text(fields["started"].get<double>() / 1000.0);
     return client_text(note.value("client", 0U)) + " *** " + note.at("note").get<std::string>() +
            fields_text(fields);
 }

@@ -57,6 +57,7 @@ TEST_F(Monitor, says_when_in_utc_with_the_date) {
     program->wait_for_out("NETCM_CLIENT_START_REQ");
     program->send_signal(SIGTERM);
     const std::string shown = program->wait().out;
+    EXPECT_TRUE(std::regex_search(shown, std::regex(" started=[0-9]{4}-[0-9]{2}-[0-9]{2}T"))) << shown;
     const std::regex line(
         "^([0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}):[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z +1 --> NETCM_CLIENT_START_REQ",
         std::regex::multiline);
