@@ -85,6 +85,21 @@ Event open(const CommonOptions& common, Session& session, int32_t profile) {
     return *opened;
 }
 
+CLI::Validator one_of(NamedNumbers names) {
+    return {[names = std::move(names)](std::string& text) -> std::string {
+                std::string all;
+                for (const auto& [name, number] : names) {
+                    if (text == name || text == std::to_string(number)) {
+                        text = std::to_string(number);
+                        return "";
+                    }
+                    all += (all.empty() ? "" : ", ") + name;
+                }
+                return "\"" + text + "\" is none of " + all;
+            },
+            ""};
+}
+
 const char* interface_name(uint32_t interface) {
     return interface == NETCM_IFACE_WIFI ? "wifi" : "pdp";
 }

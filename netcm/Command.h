@@ -5,10 +5,10 @@
 
 #include <CLI/CLI.hpp>
 #include <limits>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Printer.h"
@@ -88,12 +88,15 @@ Event await(const CommonOptions& common, Session& session, const EventTest& test
 // Opens the profile (0: the default), or throws a Failure.
 Event open(const CommonOptions& common, Session& session, int32_t profile);
 
+// Puts the number in the place of a name, for `transform`. The numbers themselves are taken, too.
+using NamedNumbers = std::vector<std::pair<std::string, uint32_t>>;
+CLI::Validator one_of(NamedNumbers names);
+
 // An option that takes pdp or wifi, or a list of them.
 template <class Interfaces>
 CLI::Option* add_interface(CLI::App& command, const char* name, Interfaces& interfaces, const char* help) {
-    const std::map<std::string, uint32_t> names{{"pdp", NETCM_IFACE_PDP}, {"wifi", NETCM_IFACE_WIFI}};
     return command.add_option(name, interfaces, help)
-        ->transform(CLI::CheckedTransformer(names).description(""))
+        ->transform(one_of({{"pdp", NETCM_IFACE_PDP}, {"wifi", NETCM_IFACE_WIFI}}))
         ->type_name("pdp|wifi");
 }
 const char* interface_name(uint32_t interface);

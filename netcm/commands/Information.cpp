@@ -56,12 +56,17 @@ struct StatsOptions {
     std::optional<uint32_t> reset;
 
     void define(CLI::App& command) {
+        // What a level means is the server's affair; these are the words for cm-server's.
+        const NamedNumbers levels{
+            {"all", 0}, {"bytes", 1}, {"packets", 2}, {"errors", 3}, {"bytes-and-packets", 4}};
         command
-            .add_option("--reset", reset, "Reset the counters of this level, 0 to 4, and print what is left")
-            ->type_name("LEVEL")
+            .add_option("--reset", reset,
+                        "Reset these counters first: all (0), bytes (1), packets (2), errors (3) or "
+                        "bytes-and-packets (4)")
+            ->transform(one_of(levels))
+            ->type_name("WHICH")
             ->expected(0, 1)
-            ->default_str("0")
-            ->check(CLI::Range(0u, 4u));
+            ->default_str("all");
     }
 };
 

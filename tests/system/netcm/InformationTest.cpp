@@ -57,15 +57,23 @@ TEST(NetcmStats, count_what_goes_over_the_connections_interface) {
     const json counted = netcm_json({"stats"});
     EXPECT_GE(counted["sent_packets"], 5);
     EXPECT_GE(counted["sent_bytes"], 50);
-    // Level 2 puts the packets back to zero, and nothing else.
-    const json packets_reset = netcm_json({"stats", "--reset", "2"});
-    EXPECT_EQ(packets_reset["sent_packets"], 0);
-    EXPECT_GE(packets_reset["sent_bytes"], 50);
+    for (const char* packets : {"packets", "2"}) {
+        const json packets_reset = netcm_json({"stats", "--reset", packets});
+        EXPECT_EQ(packets_reset["sent_packets"], 0);
+        EXPECT_GE(packets_reset["sent_bytes"], 50);
+    }
     EXPECT_EQ(netcm_json({"stats", "--reset"})["sent_bytes"], 0);
 }
 
 TEST(NetcmStats, a_level_out_of_range_is_wrong_usage) {
-    EXPECT_EQ(netcm({"stats", "--reset", "5"}).status, 2);
+    for (const char* level : {"5", "everything"}) {
+        const auto refused = netcm({"stats", "--reset", level});
+        EXPECT_EQ(refused.status, 2);
+        EXPECT_NE(refused.err.find("\"" + std::string(level) +
+                                   "\" is none of all, bytes, packets, errors, bytes-and-packets"),
+                  std::string::npos)
+            << refused.err;
+    }
 }
 
 TEST(NetcmInfo, shows_a_connection_of_the_process) {
