@@ -74,6 +74,7 @@ class Calls : public BearerEvents {
     void on_resumed(uint32_t call) override;
     void on_changed(uint32_t call, const Addresses& addresses) override;
     void on_ended(uint32_t call, Reason reason) override;
+    void on_failed(uint32_t call) override { give_up(call); }
 
   private:
     void push_up(uint32_t call, uint32_t client, int32_t profile);

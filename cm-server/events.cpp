@@ -8,6 +8,7 @@
 #include <csignal>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "guard.h"
 #include "log.h"
@@ -48,6 +49,19 @@ BufferEvent buffered(event_base* base, evutil_socket_t fd) {
     return result;
 }
 
+// The loop keeps the room that its timers have once had.
+void reserve_timers(event_base* base, size_t count) {
+    const timeval later = {.tv_sec = 3600, .tv_usec = 0};
+    std::vector<Event> timers(count);
+    for (Event& timer : timers) {
+        timer.reset(checked(evtimer_new(
+                                base, [](evutil_socket_t, short, void*) {}, nullptr),
+                            "a timer"));
+        if (evtimer_add(timer.get(), &later) != 0)
+            throw std::bad_alloc();
+    }
+}
+
 Timer::Timer(event_base* base, std::function<void()> action)
     : action_(std::move(action)), event_(checked(evtimer_new(base, &Timer::fired, this), "a timer")) {}
 
@@ -55,7 +69,8 @@ void Timer::start(std::chrono::milliseconds delay) {
     timeval time{};
     time.tv_sec = static_cast<time_t>(delay.count() / 1000);
     time.tv_usec = static_cast<suseconds_t>(delay.count() % 1000 * 1000);
-    evtimer_add(event_.get(), &time);
+    if (evtimer_add(event_.get(), &time) != 0)
+        report_failure("the start of a timer", "out of memory");
 }
 
 void Timer::stop() {

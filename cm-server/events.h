@@ -33,6 +33,9 @@ Listener listen_on(event_base* base, evutil_socket_t fd, evconnlistener_cb accep
 // Reads and writes a socket, which belongs to it, and is closed even if this throws.
 BufferEvent buffered(event_base* base, evutil_socket_t fd);
 
+// Makes room for so many timers that run at a time: to start one takes no memory then, and does not fail.
+void reserve_timers(event_base* base, size_t count);
+
 // Runs an action once, a while after it was started. Never runs it from within start().
 class Timer {
   public:

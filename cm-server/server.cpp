@@ -47,6 +47,10 @@ Server::Server(const ServerOptions& options, Config config)
       end_(base_.get(), [this](const char* signal) { stop(signal); }),
       hang_up_(base_.get(), SIGHUP, [this] { hung_up(); }),
       watchdog_(base_.get()) {
+    // A client has two connections of three each; there are a few more, and those of who has not registered.
+    constexpr size_t kTimersOfClient = 6;
+    constexpr size_t kOtherTimers = 256;
+    reserve_timers(base_.get(), kTimersOfClient * room_.clients + kOtherTimers);
     ignore_other_signals();
     log::when_waiting([this] { log_again_.start(kLogAgain); });
     calls_.use(bearer_);

@@ -17,6 +17,8 @@ class BearerEvents {
     virtual void on_resumed(uint32_t call) = 0;
     virtual void on_changed(uint32_t call, const Addresses& addresses) = 0;
     virtual void on_ended(uint32_t call, Reason reason) = 0;
+    // The bearer itself has failed, and nothing more will come of the call.
+    virtual void on_failed(uint32_t call) = 0;
 
   protected:
     ~BearerEvents() = default;

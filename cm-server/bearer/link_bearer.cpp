@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "guard.h"
+
 namespace quorvel::cm {
 namespace {
 
@@ -14,6 +16,12 @@ Reason obstacle(const InterfaceState* state) {
     return state->addresses.empty() ? Reason::kNoAddress : Reason::kNone;
 }
 
+Addresses addresses_on(const InterfaceState& state, const Network& network) {
+    return {network.interface, state.addresses.front(), network.dns};
+}
+
+constexpr std::chrono::milliseconds kNextLook{100};
+
 bool has(const InterfaceState& state, in_addr address) {
     return std::ranges::any_of(state.addresses,
                                [&](in_addr other) { return other.s_addr == address.s_addr; });
@@ -25,34 +33,40 @@ LinkBearer::LinkBearer(event_base* base, std::chrono::milliseconds limit, Interf
                        BearerEvents& events)
     : limit_(limit), interfaces_(interfaces), events_(events) {
     for (uint32_t call = 0; call < kCallCount; ++call) {
-        first_looks_[call] = std::make_unique<Timer>(base, [this, call] { look_first(call); });
-        limits_[call] = std::make_unique<Timer>(base, [this, call] { wait(call, true); });
+        looks_[call] = std::make_unique<Timer>(base, [this, call] { look(call, false); });
+        limits_[call] = std::make_unique<Timer>(base, [this, call] { look(call, true); });
     }
 }
 
 void LinkBearer::connect(uint32_t call, const Network& network) {
     links_.at(call) = {State::kWaiting, network, {}};
-    first_looks_[call]->start(std::chrono::milliseconds(0));
+    looks_[call]->start(std::chrono::milliseconds(0));
+    limits_[call]->start(limit_);
 }
 
 void LinkBearer::disconnect(uint32_t call) {
     links_.at(call) = Link{};
-    first_looks_[call]->stop();
+    looks_[call]->stop();
     limits_[call]->stop();
 }
 
 void LinkBearer::look_again() {
-    for (uint32_t call = 0; call < kCallCount; ++call) {
-        if (links_[call].state == State::kWaiting)
-            wait(call, false);
-        else if (links_[call].state != State::kFree)
-            follow(call);
-    }
+    for (uint32_t call = 0; call < kCallCount; ++call)
+        look(call, false);
 }
 
-void LinkBearer::look_first(uint32_t call) {
-    limits_[call]->start(limit_);
-    wait(call, limit_ == std::chrono::milliseconds(0));
+// The kernel tells its news once: what could not be looked at is looked at again.
+void LinkBearer::look(uint32_t call, bool last_time) {
+    const bool done = guarded("the look at a call's interface", [=, this] {
+        if (links_[call].state == State::kWaiting)
+            wait(call, last_time);
+        else if (links_[call].state != State::kFree)
+            follow(call);
+    });
+    if (done)
+        return;
+    if (last_time || !guarded("another look", [=, this] { looks_[call]->start(kNextLook); }))
+        events_.on_failed(call);
 }
 
 void LinkBearer::wait(uint32_t call, bool last_time) {
@@ -64,12 +78,13 @@ void LinkBearer::wait(uint32_t call, bool last_time) {
             events_.on_refused(call, reason);
         return;
     }
+    const Addresses addresses = addresses_on(*interface, link.network);
     // The kernel may have brought the news before the first look.
-    first_looks_[call]->stop();
+    looks_[call]->stop();
     limits_[call]->stop();
     link.state = State::kUp;
-    link.address = interface->addresses.front();
-    events_.on_up(call, addresses_of(link));
+    link.address = addresses.address;
+    events_.on_up(call, addresses);
 }
 
 void LinkBearer::follow(uint32_t call) {
@@ -86,8 +101,9 @@ void LinkBearer::follow(uint32_t call) {
     // An address that is only gone may be on its way back.
     if (interface->addresses.empty() || has(*interface, link.address))
         return;
-    link.address = interface->addresses.front();
-    events_.on_changed(call, addresses_of(link));
+    const Addresses addresses = addresses_on(*interface, link.network);
+    link.address = addresses.address;
+    events_.on_changed(call, addresses);
 }
 
 }  // namespace quorvel::cm

@@ -34,18 +34,15 @@ class LinkBearer : public Bearer {
         Network network;
         in_addr address{};
     };
-    void look_first(uint32_t call);
+    void look(uint32_t call, bool last_time);
     void wait(uint32_t call, bool last_time);
     void follow(uint32_t call);
-    Addresses addresses_of(const Link& link) const {
-        return {link.network.interface, link.address, link.network.dns};
-    }
 
     std::chrono::milliseconds limit_;
     Interfaces& interfaces_;
     BearerEvents& events_;
     std::array<Link, kCallCount> links_;
-    std::array<std::unique_ptr<Timer>, kCallCount> first_looks_;
+    std::array<std::unique_ptr<Timer>, kCallCount> looks_;
     std::array<std::unique_ptr<Timer>, kCallCount> limits_;
 };
 

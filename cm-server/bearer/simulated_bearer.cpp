@@ -1,10 +1,15 @@
 #include "bearer/simulated_bearer.h"
 
+#include "guard.h"
+
 namespace quorvel::cm {
 
 SimulatedBearer::SimulatedBearer(event_base* base, BearerEvents& events) : events_(events) {
     for (uint32_t call = 0; call < kCallCount; ++call) {
-        set_ups_[call] = std::make_unique<Timer>(base, [this, call] { set_up(call); });
+        set_ups_[call] = std::make_unique<Timer>(base, [this, call] {
+            if (!guarded("the setting up of a call", [=, this] { set_up(call); }))
+                events_.on_failed(call);
+        });
         losses_[call] =
             std::make_unique<Timer>(base, [this, call] { events_.on_ended(call, Reason::kLost); });
     }

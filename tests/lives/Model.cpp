@@ -224,7 +224,8 @@ bool Model::is_settled(Op& op, uint32_t result) {
     if (result == NETCM_ERR_FAILURE)
         return op.broken || has(kSignals);
     if (result == NETCM_ERR_REREGISTER_FAILED)
-        return op.away || (op.broken && has(kSignals));
+        // A signal may interrupt the setting up of each new link, too.
+        return op.away || ((may_be_lost(op) || truth_.is_left()) && has(kSignals));
     return false;
 }
 

@@ -86,6 +86,7 @@ class Truth {
     int link() const { return static_cast<int>(links_.size()) - 1; }
     bool is_dead(int link) const { return links_[static_cast<size_t>(link)].dead; }
     bool is_broken() const { return is_dead(link()); }
+    bool is_left() const { return links_.back().gone; }
 
     const Connection* find(int serial) const;
     // The one that the profile's last accepted start led to; 0: none.
