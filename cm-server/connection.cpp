@@ -26,13 +26,13 @@ log::Subject describe(const Peer& peer) {
             {{"process", peer.pid}, {"user", peer.uid}}};
 }
 
-Connection::Connection(event_base* base, evutil_socket_t fd, const ConnectionLimits& limits,
+Connection::Connection(event_base* base, AcceptedSocket socket, const ConnectionLimits& limits,
                        Holdings& holdings, Handler& handler)
     : limits_(limits),
       handler_(handler),
-      peer_(peer_of(fd)),
+      peer_(peer_of(socket.get())),
       share_(holdings, peer_.uid),
-      socket_(buffered(base, fd)),
+      socket_(buffered(base, std::move(socket))),
       stalled_(base,
                [this] {
                    close(reader_.pending() == 0 ? "it has never said who it is"

@@ -54,8 +54,7 @@ class Connection {
         ~Handler() = default;
     };
 
-    // The descriptor is closed even if this throws.
-    Connection(event_base* base, evutil_socket_t fd, const ConnectionLimits& limits, Holdings& holdings,
+    Connection(event_base* base, AcceptedSocket socket, const ConnectionLimits& limits, Holdings& holdings,
                Handler& handler);
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;

@@ -52,8 +52,14 @@ Connection* Doorkeeper::longest_unknown() const {
 void Doorkeeper::enter(Connection& connection) {
     const uid_t user = connection.peer().uid;
     Use& use = uses_[user];
-    guests_[&connection] = {user, ++last_turn_, true, false};
-    unknown_[last_turn_] = &connection;
+    const uint64_t turn = ++last_turn_;
+    unknown_[turn] = &connection;
+    try {
+        guests_[&connection] = {user, turn, true, false};
+    } catch (...) {
+        unknown_.erase(turn);
+        throw;
+    }
     ++use.connections;
     ++use.unregistered;
 }

@@ -41,11 +41,10 @@ Listener listen_on(event_base* base, evutil_socket_t fd, evconnlistener_cb accep
     return Listener(checked(evconnlistener_new(base, accepted, context, kFlags, 0, fd), "a listener"));
 }
 
-BufferEvent buffered(event_base* base, evutil_socket_t fd) {
-    BufferEvent result(bufferevent_socket_new(base, fd, BEV_OPT_CLOSE_ON_FREE));
-    if (!result)
-        evutil_closesocket(fd);
-    checked(result.get(), "what reads and writes a socket");
+BufferEvent buffered(event_base* base, AcceptedSocket socket) {
+    BufferEvent result(checked(bufferevent_socket_new(base, socket.get(), BEV_OPT_CLOSE_ON_FREE),
+                               "what reads and writes a socket"));
+    socket.release();
     return result;
 }
 

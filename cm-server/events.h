@@ -4,11 +4,13 @@
 #include <event2/bufferevent.h>
 #include <event2/event.h>
 #include <event2/listener.h>
+#include <event2/util.h>
 
 #include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace quorvel::cm {
 
@@ -30,8 +32,26 @@ EventBase make_event_base();
 // Takes the descriptor over, and calls `accepted` for each connection. Connections are close-on-exec.
 Listener listen_on(event_base* base, evutil_socket_t fd, evconnlistener_cb accepted, void* context);
 
-// Reads and writes a socket, which belongs to it, and is closed even if this throws.
-BufferEvent buffered(event_base* base, evutil_socket_t fd);
+// A socket that is closed unless somebody takes it over.
+class AcceptedSocket {
+  public:
+    explicit AcceptedSocket(evutil_socket_t fd) noexcept : fd_(fd) {}
+    AcceptedSocket(AcceptedSocket&& other) noexcept : fd_(other.release()) {}
+    AcceptedSocket& operator=(AcceptedSocket&&) = delete;
+    ~AcceptedSocket() {
+        if (fd_ >= 0)
+            evutil_closesocket(fd_);
+    }
+
+    evutil_socket_t get() const { return fd_; }
+    evutil_socket_t release() noexcept { return std::exchange(fd_, -1); }
+
+  private:
+    evutil_socket_t fd_;
+};
+
+// Reads and writes a socket, which belongs to it.
+BufferEvent buffered(event_base* base, AcceptedSocket socket);
 
 // Makes room for so many timers that run at a time: to start one takes no memory then, and does not fail.
 void reserve_timers(event_base* base, size_t count);

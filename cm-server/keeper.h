@@ -14,9 +14,9 @@ class Keeper {
   public:
     explicit Keeper(event_base* base) : bury_(base, [this] { ended_.clear(); }) {}
 
-    void add(std::unique_ptr<T> object) {
+    T& add(std::unique_ptr<T> object) {
         const T* key = object.get();
-        living_.emplace(key, std::move(object));
+        return *living_.emplace(key, std::move(object)).first->second;
     }
 
     // Nothing happens when it has been removed before.

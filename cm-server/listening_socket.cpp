@@ -27,7 +27,7 @@ std::string describe_loss(const std::string& path) {
 }  // namespace
 
 ListeningSocket::ListeningSocket(event_base* base, const std::string& path, mode_t mode,
-                                 std::function<void(evutil_socket_t fd)> accept)
+                                 std::function<void(AcceptedSocket)> accept)
     : base_(base),
       path_(path),
       mode_(mode),
@@ -41,7 +41,8 @@ ListeningSocket::ListeningSocket(event_base* base, const std::string& path, mode
 void ListeningSocket::listen() {
     auto place = std::make_unique<SocketPath>(path_, mode_);
     const auto accepted = [](evconnlistener*, evutil_socket_t fd, sockaddr*, int, void* self) {
-        guarded("the acceptance of a connection", [&] { static_cast<ListeningSocket*>(self)->accept_(fd); });
+        guarded("the acceptance of a connection",
+                [&] { static_cast<ListeningSocket*>(self)->accept_(AcceptedSocket(fd)); });
     };
     const auto failed = [](evconnlistener*, void* self) { static_cast<ListeningSocket*>(self)->rest(); };
     auto listener = listen_on(base_, place->release(), accepted, this);

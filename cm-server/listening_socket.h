@@ -24,7 +24,7 @@ class ListeningSocket {
   public:
     // Throws SocketPathError.
     ListeningSocket(event_base* base, const std::string& path, mode_t mode,
-                    std::function<void(evutil_socket_t fd)> accept);
+                    std::function<void(AcceptedSocket)> accept);
     ListeningSocket(const ListeningSocket&) = delete;
     ListeningSocket& operator=(const ListeningSocket&) = delete;
 
@@ -40,7 +40,7 @@ class ListeningSocket {
     event_base* base_;
     std::string path_;
     mode_t mode_;
-    std::function<void(evutil_socket_t fd)> accept_;
+    std::function<void(AcceptedSocket)> accept_;
     Listener listener_;
     // Goes before the listener: as long as that lives, nobody else's socket can have the same number.
     std::unique_ptr<SocketPath> place_;

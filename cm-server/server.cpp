@@ -65,8 +65,9 @@ Server::~Server() {
 }
 
 std::unique_ptr<ListeningSocket> Server::listen() {
-    return std::make_unique<ListeningSocket>(base_.get(), options_.socket, kEveryUser,
-                                             [this](evutil_socket_t fd) { accept(fd); });
+    return std::make_unique<ListeningSocket>(
+        base_.get(), options_.socket, kEveryUser,
+        [this](AcceptedSocket accepted) { accept(std::move(accepted)); });
 }
 
 nlohmann::json Server::execute(const nlohmann::json& given) {
@@ -198,24 +199,27 @@ void Server::links_changed() {
         clients_.push(id, status);
 }
 
-void Server::accept(evutil_socket_t fd) {
+void Server::accept(AcceptedSocket socket) {
     keep_memory_for_trouble();
-    const Peer peer = peer_of(fd);
+    const Peer peer = peer_of(socket.get());
     auto why = door_.refuses_connection(peer.uid);
     if (why && let_go_of_departed(peer.uid))
         why = door_.refuses_connection(peer.uid);
-    if (why) {
-        evutil_closesocket(fd);
+    if (why)
         return turned_away_.warning(describe(peer), " is not let in: ", *why);
-    }
     make_room_for_one();
     Connection::Handler& handler = *this;
     ConnectionLimits limits = options_.limits;
     limits.time_to_register = door_.time_to_register(peer.uid, limits.request_time);
-    auto connection = std::make_unique<Connection>(base_.get(), fd, limits, holdings_, handler);
     log::debug("connection from ", describe(peer));
-    door_.enter(*connection);
-    connections_.add(std::move(connection));
+    Connection& connection = connections_.add(
+        std::make_unique<Connection>(base_.get(), std::move(socket), limits, holdings_, handler));
+    try {
+        door_.enter(connection);
+    } catch (...) {
+        connection.close("it cannot be taken in");
+        throw;
+    }
 }
 
 bool Server::let_go_of_departed(uid_t user, const Connection* newcomer) {

@@ -46,7 +46,7 @@ class Server : private Connection::Handler {
     void run();
 
   private:
-    void accept(evutil_socket_t fd);
+    void accept(AcceptedSocket socket);
     // Of a user who may have no more: whoever has gone counts no longer. Whether there was one, the newcomer
     // aside.
     bool let_go_of_departed(uid_t user, const Connection* newcomer = nullptr);

@@ -26,7 +26,8 @@ bool may_control(const Peer& peer) {
 
 class Control::Session {
   public:
-    Session(Control& control, evutil_socket_t fd) : control_(control), socket_(buffered(control.base_, fd)) {
+    Session(Control& control, AcceptedSocket socket)
+        : control_(control), socket_(buffered(control.base_, std::move(socket))) {
         bufferevent_setcb(
             socket_.get(),
             [](bufferevent*, void* self) {
@@ -137,18 +138,15 @@ Control::Control(event_base* base, const std::string& path, Tap& tap, Execute ex
       tap_(tap),
       execute_(std::move(execute)),
       sessions_(base),
-      socket_(base, path, kOwnerOnly, [this](evutil_socket_t fd) { accept(fd); }) {}
+      socket_(base, path, kOwnerOnly, [this](AcceptedSocket accepted) { accept(std::move(accepted)); }) {}
 
 Control::~Control() = default;
 
-void Control::accept(evutil_socket_t fd) {
-    const Peer peer = peer_of(fd);
-    if (!may_control(peer)) {
-        log::warning(describe(peer), " may not control this server");
-        evutil_closesocket(fd);
-        return;
-    }
-    sessions_.add(std::make_unique<Session>(*this, fd));
+void Control::accept(AcceptedSocket socket) {
+    const Peer peer = peer_of(socket.get());
+    if (!may_control(peer))
+        return log::warning(describe(peer), " may not control this server");
+    sessions_.add(std::make_unique<Session>(*this, std::move(socket)));
 }
 
 }  // namespace quorvel::cm

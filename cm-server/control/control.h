@@ -29,7 +29,7 @@ class Control {
 
   private:
     class Session;
-    void accept(evutil_socket_t fd);
+    void accept(AcceptedSocket socket);
 
     event_base* base_;
     Tap& tap_;

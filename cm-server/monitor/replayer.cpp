@@ -30,7 +30,8 @@ Replayer::Replayer(const std::string& socket, Lives lives, const ReplayOptions& 
             }},
       casting_(lives_.all),
       connections_(base_.get()),
-      socket_(base_.get(), socket, kEveryUser, [this](evutil_socket_t fd) { accept(fd); }),
+      socket_(base_.get(), socket, kEveryUser,
+              [this](AcceptedSocket accepted) { accept(std::move(accepted)); }),
       end_(base_.get(), [this](const char*) { event_base_loopbreak(base_.get()); }) {}
 
 bool Replayer::run() {
@@ -47,9 +48,10 @@ bool Replayer::run() {
     return verdict();
 }
 
-void Replayer::accept(evutil_socket_t fd) {
+void Replayer::accept(AcceptedSocket socket) {
     Connection::Handler& handler = *this;
-    connections_.add(std::make_unique<Connection>(base_.get(), fd, ConnectionLimits{}, holdings_, handler));
+    connections_.add(
+        std::make_unique<Connection>(base_.get(), std::move(socket), ConnectionLimits{}, holdings_, handler));
 }
 
 void Replayer::on_request(Connection& connection, const Request& request) {

@@ -30,7 +30,7 @@ class Replayer : private Connection::Handler {
     bool run();
 
   private:
-    void accept(evutil_socket_t fd);
+    void accept(AcceptedSocket socket);
     void register_client(Connection& connection, const Request& request);
     void attach_client(Connection& connection, const Request& request);
     uint32_t free_id(uint32_t wanted) const;
