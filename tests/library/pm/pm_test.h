@@ -74,6 +74,8 @@ class PmTest : public testing::Test {
     // Lets another thread begin the call, and deregisters the only one that is registered when it is about to
     // take the mutex. What the call gave; the process is registered again behind it.
     uint32_t result_when_overtaken_by_the_last_deregistration(const std::function<uint32_t()>& call) {
+        // Both of the link's connections are counted before.
+        EXPECT_TRUE(server.wait_for_async_socket());
         AppThread other;
         Gate gate;
         const auto hook = trace::on_line([&, line = trace::text("Thread [%d] trying to lock the Mutex \n",
