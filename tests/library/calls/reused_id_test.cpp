@@ -42,11 +42,11 @@ class ReusedId : public CallTest {
         events::clear();
         trace::clear();
     }
-    // The server answers the next start with this id, whatever it thinks is free.
-    void give_id(uint32_t id) {
+    // The server answers the next start with this id, whatever it thinks is free, behind what else it sends.
+    void give_id(uint32_t id, Answer before = Answer()) {
         wire::Record answer = answer_record(wire::NETCM_CLIENT_START_REQ);
         answer.CallId = id;
-        server.once(wire::NETCM_CLIENT_START_REQ, Answer().record(answer));
+        server.once(wire::NETCM_CLIENT_START_REQ, before.record(answer));
     }
     uint8_t address_of(int32_t profile) {
         NetCMConnInfo info{};
@@ -426,10 +426,8 @@ class OpenedAgain : public ReusedId {
         ASSERT_TRUE(trace::wait_for("__stop_conn_thread.. Close the thread \n"));
         events::clear();
     }
-    void open_again(Answer answer) {
-        wire::Record accepted = answer_record(wire::NETCM_CLIENT_START_REQ);
-        accepted.CallId = 0;
-        server.once(wire::NETCM_CLIENT_START_REQ, answer.record(accepted));
+    void open_again(const Answer& before) {
+        give_id(0, before);
         EXPECT_EQ(user(1).open(2), NETCM_SUCCESS);
         ASSERT_TRUE(settled());
     }
@@ -454,12 +452,9 @@ TEST_F(OpenedAgain, behind_the_end_of_the_connection_hears_of_the_next_one) {
 TEST_F(ReusedId, a_profile_that_comes_to_a_call_together_with_its_outcome_ends_with_it) {
     one_call_up(1);
     registered(1);
-    wire::Record accepted = answer_record(wire::NETCM_CLIENT_START_REQ);
-    accepted.CallId = 0;
-    server.once(wire::NETCM_CLIENT_START_REQ, Answer()
-                                                  .push(answer_with(start_response(0, 2), block_with(3)))
-                                                  .push(indication(wire::NETCM_CLIENT_STOP_IND, 0, 1, 7))
-                                                  .record(accepted));
+    give_id(0, Answer()
+                   .push(answer_with(start_response(0, 2), block_with(3)))
+                   .push(indication(wire::NETCM_CLIENT_STOP_IND, 0, 1, 7)));
     EXPECT_EQ(user(1).open(2), NETCM_SUCCESS);
     ASSERT_TRUE(settled());
     EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 2, 0},
