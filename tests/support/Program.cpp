@@ -16,17 +16,13 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "support/Counted.h"
 #include "support/Eventually.h"
 
 namespace quorvel::test {
 namespace {
 
 constexpr std::chrono::seconds kPatience(50);  // of silence
-
-// Whether programs are to write down what of them has run, which they do at an end in good order.
-bool is_counted() {
-    return std::getenv("QUORVEL_COVERAGE") != nullptr;
-}
 
 bool ends_by_itself(pid_t pid) {
     kill(pid, SIGTERM);

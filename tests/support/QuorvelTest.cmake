@@ -35,6 +35,8 @@ function(quorvel_test name)
   add_dependencies(${name} quorvel-isolate)
   if(arg_LARGE_PIECES)
     quorvel_large_pieces(${name})
+    # Smaller ones: the files of a test name small things alike.
+    set_target_properties(${name} PROPERTIES UNITY_BUILD_BATCH_SIZE 12)
   endif()
 
   _quorvel_discover(${name} "*:-*Slow.*" ${arg_TIMEOUT} "${arg_LABELS}")

@@ -89,6 +89,11 @@ void ScriptedServer::forget_scripts() {
     scripts_once_.clear();
 }
 
+bool ScriptedServer::take_back(uint32_t command) {
+    const std::lock_guard lock(mutex_);
+    return scripts_once_.erase(command) != 0;
+}
+
 void ScriptedServer::drop_next_connections(int count) {
     const std::lock_guard lock(mutex_);
     connections_to_drop_ = count;
@@ -172,6 +177,7 @@ void ScriptedServer::leave_async_connections_behind() {
     const std::lock_guard lock(mutex_);
     for (const ConnectionPtr& connection : connections_)
         connection->forget_what_was_begun();
+    next_async_ends_ = false;
 }
 
 // The latest, should a client have several.
@@ -257,6 +263,8 @@ bool ScriptedServer::take_request(const ConnectionPtr& connection, Request& requ
         const std::lock_guard lock(mutex_);
         for (const ConnectionPtr& other : connections_)
             write_all(connection->fd, std::exchange(other->early, {}));
+        if (std::exchange(next_async_ends_, false))
+            drop(connection);
     }
     request.connection = connection->id;
     request.is_async = connection->is_async;
@@ -269,10 +277,11 @@ Answer ScriptedServer::answer_to(const Request& request) {
         const std::lock_guard lock(mutex_);
         requests_.push_back(request);
         changed_.notify_all();
-        auto& once = scripts_once_[request.command()];
-        if (!once.empty()) {
-            script = std::move(once.front());
-            once.pop_front();
+        if (const auto once = scripts_once_.find(request.command()); once != scripts_once_.end()) {
+            script = std::move(once->second.front());
+            once->second.pop_front();
+            if (once->second.empty())
+                scripts_once_.erase(once);
         } else if (const auto found = scripts_.find(request.command()); found != scripts_.end()) {
             script = found->second;
         }
@@ -309,6 +318,8 @@ void ScriptedServer::perform(const ConnectionPtr& connection, const Answer& answ
             const std::lock_guard lock(mutex_);
             if (const ConnectionPtr async = async_connection())
                 drop(async);
+            else
+                next_async_ends_ = true;
         }
     }
 }

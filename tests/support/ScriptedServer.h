@@ -39,6 +39,8 @@ class ScriptedServer {
     void on(uint32_t command, Answer answer);
     void once(uint32_t command, Script script);
     void once(uint32_t command, Answer answer);
+    // Whether there was one left for the next request of the command; it is not used any more.
+    bool take_back(uint32_t command);
     // Back to good behaviour.
     void forget_scripts();
     // Accepts the next connections and closes them at once.
@@ -103,6 +105,8 @@ class ScriptedServer {
     uint32_t client_id_ = 100;
     int accepted_ = 0;
     int connections_to_drop_ = 0;
+    // An answer has ended the async connection before its registration was read.
+    bool next_async_ends_ = false;
 
     int listener_ = -1;
     int wake_ = -1;  // an eventfd: readable when the thread shall end

@@ -79,8 +79,9 @@ bool Run::result(const std::string& what, uint32_t got, std::initializer_list<ui
 }
 
 void Run::settle() {
-    if (!test::link_is_broken())
-        server.wait_for_async_socket();
+    test::eventually([this] {
+        return test::link_is_broken() || server.wait_for_async_socket(std::chrono::milliseconds(0));
+    });
 }
 
 bool Run::enter(int user) {

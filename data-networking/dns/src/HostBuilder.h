@@ -117,8 +117,8 @@ class HostBuilder {
     }
 
     bool take(size_t bytes) {
-        if (__builtin_add_overflow(needed_, bytes, &needed_))
-            needed_ = SIZE_MAX;
+        if (__builtin_add_overflow(needed_, bytes, &needed_))  // not reached: on 32 bits only
+            needed_ = SIZE_MAX;                                // not reached: on 32 bits only
         return needed_ <= room_;
     }
 

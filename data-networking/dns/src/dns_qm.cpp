@@ -165,8 +165,6 @@ Entry quorvel::enter_query(const char* hostname, unsigned int* dnsid, DnsCallbac
 }
 
 void quorvel::trace_entry(const char* hostname, const Entry& entry) {
-    if (entry.as == Entry::As::Refused)
-        return;
     QV_TRACE(2, "assign dnsid= %d\n", static_cast<int>(entry.id));
     if (entry.as == Entry::As::Joined)
         QV_TRACE(2, "Query is in progress for the host : %s\n", hostname);

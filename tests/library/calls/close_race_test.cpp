@@ -55,7 +55,7 @@ TEST_F(CloseRace, a_stop_indication_overtakes_a_local_answer) {
     bring_up(who, 7);
     join(registered(1), 7);
     events::clear();
-    who.run([this] {
+    who.run([] {
         pthread_mutex_lock(&NetCMAppMutex);
         EXPECT_EQ(NetCMConnectionClose(7), NETCM_SUCCESS);
         EXPECT_TRUE(trace::wait_for_prefix("In __stop_conn_thread"));

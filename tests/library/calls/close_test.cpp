@@ -261,5 +261,31 @@ TEST_F(Close, the_time_of_the_request_is_kept) {
     EXPECT_GT(ps_call_deact_time[0], 1e9);
 }
 
+TEST_F(Close, a_call_index_beyond_the_table_is_refused) {
+    User& who = registered(0);
+    bring_up(who, 7);
+    for (const int32_t index : {-1, NETCM_MAX_CALLS})
+        EXPECT_EQ(with_table([&](auto& table) {
+                      return NetCMClientRemoveCall(table.ClientId, who.tid(), index, 7, 0);
+                  }),
+                  NETCM_ERR_INVALID_PARAM);
+    EXPECT_EQ(count_unanswered(wire::NETCM_CLIENT_STOP_REQ), 0u);
+    EXPECT_EQ(call(0).CallState, 0u);
+}
+
+// An application that has kept an index for too long.
+TEST_F(Close, a_thread_index_that_does_not_use_the_call_stops_it_for_its_only_user) {
+    User& who = registered(0);
+    bring_up(who, 7);
+    server.on(wire::NETCM_CLIENT_STOP_REQ, silence());
+    for (const int32_t index : {NETCM_MAX_THREADS - 1, -1})
+        EXPECT_EQ(with_table([&](auto& table) {
+                      return NetCMClientRemoveCall(table.ClientId, who.tid(), 0, 7, index);
+                  }),
+                  NETCM_SUCCESS);
+    EXPECT_EQ(count_unanswered(wire::NETCM_CLIENT_STOP_REQ), 2u);
+    EXPECT_EQ(call(0).CallState, 5u);
+}
+
 }  // namespace
 }  // namespace quorvel::test

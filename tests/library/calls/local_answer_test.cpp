@@ -1,6 +1,7 @@
 // Answers that the library gives itself, on threads that live for one of them.
 #include <atomic>
 #include <cstdlib>
+#include <future>
 
 #include "CallTest.h"
 
@@ -255,6 +256,29 @@ TEST_F(LocalAnswer, a_call_whose_stop_cannot_be_sent_is_not_left_behind) {
     run(ThreadPostStopEvent, request(0, 0, 7));
     EXPECT_TRUE(calls::has_failed(Call::Send));
     EXPECT_TRUE(is_free(0));
+}
+
+TEST_F(LocalAnswer, an_open_that_was_closed_and_opened_again_is_answered_once) {
+    one_call_up();
+    {
+        std::atomic<bool> is_first{true};
+        std::promise<void> opened_again;
+        const std::shared_future<void> go_on = opened_again.get_future().share();
+        const auto hook = trace::on_line([&is_first, go_on](const TraceLine& line) {
+            if (line.text.starts_with("In __start_conn_thread") && is_first.exchange(false))
+                go_on.wait();
+        });
+        EXPECT_EQ(user(1).open(7), NETCM_SUCCESS);
+        EXPECT_EQ(user(1).close(7), NETCM_SUCCESS);
+        ASSERT_TRUE(events::wait_for(2));
+        EXPECT_EQ(user(1).open(7), NETCM_SUCCESS);
+        ASSERT_TRUE(events::wait_for(3));
+        opened_again.set_value();
+        ASSERT_TRUE(trace::wait_for("ThreadPostStartEvent.. Close the thread \n", 2));
+    }
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 7, 0},
+                                         {1, NETCM_EVENT_CLOSE_RSP, 7, 0},
+                                         {1, NETCM_EVENT_OPEN_RSP, 7, 0}}));
 }
 
 }  // namespace

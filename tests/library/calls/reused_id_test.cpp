@@ -48,6 +48,23 @@ class ReusedId : public CallTest {
         answer.CallId = id;
         server.once(wire::NETCM_CLIENT_START_REQ, before.record(answer));
     }
+    // User 0's connection with profile 1 is being closed, and user 1 has its id with profile 2.
+    void close_and_give_the_id_away() {
+        one_call_up(1);
+        registered(1);
+        server.on(wire::NETCM_CLIENT_STOP_REQ, silence());
+        EXPECT_EQ(user(0).close(1), NETCM_SUCCESS);
+        give_id(0);
+        EXPECT_EQ(user(1).open(2), NETCM_SUCCESS);
+    }
+    // Users 0 and 1 with the profiles 1 and 2 on call 0, whose start is refused for the first.
+    void refuse_one_of_two() {
+        for (const int number : {0, 1}) {
+            give_id(0);
+            EXPECT_EQ(registered(number).open(number + 1), NETCM_SUCCESS);
+        }
+        EXPECT_TRUE(push_and_settle(start_response(0, 1, 21, 5)));
+    }
     uint8_t address_of(int32_t profile) {
         NetCMConnInfo info{};
         const uint32_t result = user(0).run([&] { return NetCMDeviceGetInfo(profile, &info); });
@@ -217,12 +234,7 @@ TEST_F(ReusedId, a_user_of_a_killed_call_closes_his_own_use_and_not_the_next_con
 }
 
 TEST_F(ReusedId, nobody_leaves_who_has_still_to_be_told_of_a_close) {
-    one_call_up(1);
-    registered(1);
-    server.on(wire::NETCM_CLIENT_STOP_REQ, silence());
-    EXPECT_EQ(user(0).close(1), NETCM_SUCCESS);
-    give_id(0);
-    EXPECT_EQ(user(1).open(2), NETCM_SUCCESS);
+    close_and_give_the_id_away();
     EXPECT_EQ(user(0).deregister(), NETCM_ERR_ALREADY_EXISTS);
     ASSERT_TRUE(push_and_settle(stop_response(0, 1)));
     EXPECT_EQ(user(0).deregister(), NETCM_SUCCESS);
@@ -544,6 +556,57 @@ TEST_F(ReusedId, a_refusal_does_not_reach_who_was_given_the_id_behind_it) {
     EXPECT_EQ(user(0).deregister(), NETCM_SUCCESS);
 }
 
+// The same profile comes to the next connection, too: of its two starts the first has been refused.
+TEST_F(ReusedId, a_refusal_does_not_reach_who_has_opened_the_profile_anew_behind_it) {
+    registered(0);
+    EXPECT_EQ(user(0).open(1), NETCM_SUCCESS);
+    const auto open = [this](int32_t profile) {
+        give_id(0);
+        EXPECT_EQ(user(0).open(profile), NETCM_SUCCESS);
+    };
+    {
+        // The receiver stays at the record before.
+        std::promise<void> open_again;
+        const std::shared_future<void> opened_again = open_again.get_future().share();
+        const auto hook = trace::on_line([opened_again](const TraceLine& line) {
+            if (line.text.starts_with("Received data from CM"))
+                opened_again.wait();
+        });
+        ASSERT_TRUE(server.push(indication(wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND, 0)));
+        ASSERT_TRUE(trace::wait_for("Received data from CM 40.. struct size = 40\n"));
+        ASSERT_TRUE(server.push(start_response(0, 1, 21, 5)));
+        open(2);
+        EXPECT_EQ(user(0).close(1), NETCM_SUCCESS);
+        ASSERT_TRUE(trace::wait_for("__stop_conn_thread.. Close the thread \n"));
+        open(1);
+        open_again.set_value();
+    }
+    ASSERT_TRUE(settled());
+    EXPECT_EQ(told_of_calls(), (std::vector<Told>{{0, NETCM_EVENT_CLOSE_RSP, 1, 0}}));
+    events::clear();
+    for (const int32_t profile : {2, 1})
+        ASSERT_TRUE(push_and_settle(start_response(0, profile), block_with(9)));
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_OPEN_RSP, 2, 0}, {0, NETCM_EVENT_OPEN_RSP, 1, 0}}));
+}
+
+// The server answers the two starts of the profile once, while the second is being answered.
+TEST_F(ReusedId, a_refusal_that_comes_together_with_the_answer_to_another_start_reaches_who_has_asked) {
+    registered(0);
+    for (const int32_t profile : {1, 2}) {
+        give_id(0);
+        EXPECT_EQ(user(0).open(profile), NETCM_SUCCESS);
+    }
+    EXPECT_EQ(user(0).close(1), NETCM_SUCCESS);
+    ASSERT_TRUE(trace::wait_for("__stop_conn_thread.. Close the thread \n"));
+    give_id(0, Answer().push(start_response(0, 1, 21, 5)));
+    EXPECT_EQ(user(0).open(1), NETCM_SUCCESS);
+    ASSERT_TRUE(push_and_settle(start_response(0, 2, 21, 5)));
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_CLOSE_RSP, 1, 0},
+                                         {0, NETCM_EVENT_OPEN_RSP, 1, 21},
+                                         {0, NETCM_EVENT_OPEN_RSP, 2, 21}}));
+    EXPECT_TRUE(is_free(0));
+}
+
 TEST_F(OpenedAgain, on_the_same_connection_is_answered_once) {
     opened_and_closed();
     open_again(Answer().push(first_answer()));
@@ -612,12 +675,7 @@ TEST_F(ReusedId, a_close_response_to_a_connection_that_had_ended_closes_no_later
 }
 
 TEST_F(ReusedId, the_profiles_of_a_refused_call_are_each_told_of_their_own_refusal) {
-    registered(0);
-    registered(1);
-    EXPECT_EQ(user(0).open(1), NETCM_SUCCESS);
-    give_id(0);
-    EXPECT_EQ(user(1).open(2), NETCM_SUCCESS);
-    ASSERT_TRUE(push_and_settle(start_response(0, 1, 21, 5)));
+    refuse_one_of_two();
     EXPECT_TRUE(is_free(0));
     ASSERT_TRUE(push_and_settle(start_response(0, 2, 21, 5)));
     EXPECT_EQ(told(),
@@ -652,6 +710,108 @@ TEST_F(ReusedId, a_close_response_does_not_overtake_the_librarys_own_answer_to_t
               NETCM_SUCCESS);
     ASSERT_TRUE(trace::wait_for("ThreadPostStartEvent.. Close the thread \n"));
     EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 1, 0}, {1, NETCM_EVENT_CLOSE_RSP, 1, 0}}));
+}
+
+TEST_F(ReusedId, the_end_of_the_server_is_told_of_a_connection_that_is_still_being_closed) {
+    close_and_give_the_id_away();
+    server.stop();
+    ASSERT_TRUE(wait_until_link_is_broken());
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_STOP_IND, 2, kServerGone},
+                                         {0, NETCM_EVENT_STOP_IND, 1, kServerGone}}));
+    EXPECT_TRUE(is_free(0));
+}
+
+TEST_F(ReusedId, who_leaves_while_the_end_of_the_server_is_told_waits_for_his_own) {
+    close_and_give_the_id_away();
+    uint32_t left = NETCM_SUCCESS;
+    {
+        const auto hook = events::during([&](const Event& event) {
+            if (event.user == 1)
+                left = user(0).deregister();
+        });
+        server.stop();
+        ASSERT_TRUE(wait_until_link_is_broken());
+    }
+    EXPECT_EQ(left, NETCM_ERR_ALREADY_EXISTS) << "of its connection it has not been told yet";
+    EXPECT_EQ(told_of_calls(), (std::vector<Told>{{1, NETCM_EVENT_STOP_IND, 2, kServerGone},
+                                                  {0, NETCM_EVENT_STOP_IND, 1, kServerGone}}));
+    EXPECT_EQ(user(0).deregister(), NETCM_SUCCESS);
+}
+
+// A refusal of the connection before would have come by now.
+TEST_F(ReusedId, what_is_left_of_a_refused_call_is_not_in_the_way_of_the_next) {
+    refuse_one_of_two();
+    events::clear();
+    give_id(0);
+    EXPECT_EQ(user(0).open(3), NETCM_SUCCESS);
+    ASSERT_TRUE(push_and_settle(start_response(0, 3), connection_block()));
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_OPEN_RSP, 3, 0}}));
+}
+
+TEST_F(ReusedId, who_opens_a_refused_profile_anew_is_not_told_of_the_old_refusal) {
+    refuse_one_of_two();
+    events::clear();
+    give_id(3);
+    EXPECT_EQ(user(1).open(2), NETCM_SUCCESS);
+    ASSERT_TRUE(push_and_settle(start_response(0, 2, 21, 5)));
+    EXPECT_EQ(told(), std::vector<Told>{});
+    ASSERT_TRUE(push_and_settle(start_response(3, 2), connection_block()));
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 2, 0}}));
+}
+
+TEST_F(ReusedId, without_memory_for_what_is_still_to_be_told_the_open_fails) {
+    one_call_up(1);
+    server.on(wire::NETCM_CLIENT_STOP_REQ, silence());
+    EXPECT_EQ(user(0).close(1), NETCM_SUCCESS);
+    give_id(0);
+    EXPECT_EQ(user(0).run([] {
+        calls::fail(Call::Malloc);
+        const int32_t profile = 2;
+        return NetCMConnectionOpen(&profile, 1);
+    }),
+              NETCM_ERR_FAILURE);
+    EXPECT_TRUE(calls::has_failed(Call::Malloc));
+    calls::reset();
+    ASSERT_TRUE(push_and_settle(stop_response(0, 1)));
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_CLOSE_RSP, 1, 0}}));
+    EXPECT_TRUE(is_free(0));
+}
+
+TEST_F(ReusedId, the_end_of_the_server_is_told_of_what_alone_is_left_beside_its_slot) {
+    close_and_give_the_id_away();
+    ASSERT_TRUE(push_and_settle(start_response(0, 2, 21, 5)));
+    EXPECT_TRUE(is_free(0));
+    events::clear();
+    server.stop();
+    ASSERT_TRUE(wait_until_link_is_broken());
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_STOP_IND, 1, kServerGone}}));
+}
+
+TEST_F(ReusedId, a_call_may_have_more_starts_than_are_noted) {
+    registered(0);
+    constexpr int32_t kStarts = 10;
+    for (int32_t profile = 1; profile <= kStarts; ++profile) {
+        give_id(0);
+        EXPECT_EQ(user(0).open(profile), NETCM_SUCCESS) << profile;
+    }
+    std::vector<Told> all;
+    for (int32_t profile = 1; profile <= kStarts; ++profile) {
+        ASSERT_TRUE(push_and_settle(start_response(0, profile), connection_block()));
+        all.push_back({0, NETCM_EVENT_OPEN_RSP, profile, 0});
+    }
+    EXPECT_EQ(told(), all);
+}
+
+TEST_F(ReusedId, who_waits_for_his_refusal_hears_of_nothing_else_and_has_nothing_to_close) {
+    refuse_one_of_two();
+    events::clear();
+    EXPECT_EQ(user(1).close(2), NETCM_ERR_NOT_ACTIVE);
+    ASSERT_TRUE(push_and_settle(start_response(0, 2), connection_block()));
+    ASSERT_TRUE(push_and_settle(start_response(0, 5, 21, 5)));
+    ASSERT_TRUE(push_and_settle(indication(wire::NETCM_CLIENT_SUSPEND_IND, 0, 2)));
+    EXPECT_EQ(told(), std::vector<Told>{});
+    ASSERT_TRUE(push_and_settle(start_response(0, 2, 21, 5)));
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 2, 21}}));
 }
 
 }  // namespace

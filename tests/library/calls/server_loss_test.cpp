@@ -1,6 +1,9 @@
 // A server that goes away in the middle of everything, and comes back.
 #include <fcntl.h>
 
+#include <atomic>
+#include <chrono>
+
 #include "CallTest.h"
 #include "support/Proc.h"
 
@@ -146,6 +149,96 @@ TEST_F(ServerLoss, a_thread_may_leave_while_the_server_is_gone) {
     server.start();
     EXPECT_EQ(user(0).register_client(), NETCM_SUCCESS);
     bring_up(user(0), 7);
+}
+
+// Not for longer than a moment: he may take his time.
+TEST_F(ServerLoss, who_is_being_told_something_learns_of_it_behind_that) {
+    using Clock = std::chrono::steady_clock;
+    bring_up(registered(0), 7);
+    registered(1);
+    events::clear();
+    trace::clear();
+    std::atomic<Clock::time_point> first_told{Clock::time_point()};
+    {
+        const auto slow = events::during([&](const Event& event) {
+            if (event.user == 0)
+                first_told = Clock::now();
+            if (event.user != 1 || event.type != NETCM_EVENT_OPEN_RSP)
+                return;
+            server.stop();
+            EXPECT_TRUE(events::wait_for_user(0, 1));
+            const size_t heard = events::of(1).size();
+            if (Clock::now() - first_told.load() < std::chrono::milliseconds(100)) {
+                EXPECT_EQ(heard, 1u) << "the open response, in which he is";
+            }
+        });
+        EXPECT_EQ(user(1).open(7), NETCM_SUCCESS);
+        ASSERT_TRUE(wait_until_link_is_broken());
+        ASSERT_TRUE(events::wait_for(3));
+    }
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 7, 0},
+                                         {0, NETCM_EVENT_STOP_IND, 7, kServerGone},
+                                         {1, NETCM_EVENT_STOP_IND, 7, kServerGone}}));
+}
+
+TEST_F(ServerLoss, an_entry_without_a_callback_is_passed_over) {
+    two_calls_up();
+    const auto set_callback = [&](NetCMEventCallback callback) {
+        with_table([&](NetCMClientAppInfo& table) {
+            for (NetCMThreadInfo& thread : table.ThreadInfo)
+                if (thread.ThreadId == user(0).tid())
+                    thread.EventCbk = callback;
+            return 0;
+        });
+    };
+    set_callback(nullptr);
+    // A call of the library's lies between what is written by hand and what its receiver reads.
+    NetCMConnInfo info{};
+    EXPECT_EQ(user(1).run([&] { return NetCMDeviceGetInfo(7, &info); }), NETCM_SUCCESS);
+    server.stop();
+    ASSERT_TRUE(wait_until_link_is_broken());
+    set_callback(user(0).callback());
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_STOP_IND, 7, kServerGone},
+                                         {1, NETCM_EVENT_STOP_IND, 8, kServerGone}}));
+}
+
+TEST_F(ServerLoss, who_takes_his_time_with_what_he_is_told_learns_of_it_meanwhile) {
+    bring_up(registered(0), 7);
+    registered(1);
+    events::clear();
+    trace::clear();
+    {
+        const auto slow = events::during([&](const Event& event) {
+            if (event.user != 1 || event.type != NETCM_EVENT_OPEN_RSP)
+                return;
+            server.stop();
+            EXPECT_TRUE(events::wait_for_user(1, 2)) << "while his callback runs";
+        });
+        EXPECT_EQ(user(1).open(7), NETCM_SUCCESS);
+        ASSERT_TRUE(wait_until_link_is_broken());
+    }
+    EXPECT_EQ(told(), (std::vector<Told>{{1, NETCM_EVENT_OPEN_RSP, 7, 0},
+                                         {0, NETCM_EVENT_STOP_IND, 7, kServerGone},
+                                         {1, NETCM_EVENT_STOP_IND, 7, kServerGone}}));
+}
+
+TEST_F(ServerLoss, who_is_still_to_be_told_of_a_later_call_cannot_leave_yet) {
+    bring_up(registered(0), 7);
+    bring_up(registered(1), 8);
+    events::clear();
+    uint32_t left = NETCM_SUCCESS;
+    {
+        const auto hook = events::during([&](const Event& event) {
+            if (event.user == 0)
+                left = user(1).deregister();
+        });
+        server.stop();
+        ASSERT_TRUE(wait_until_link_is_broken());
+    }
+    EXPECT_EQ(left, NETCM_ERR_ALREADY_EXISTS);
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_STOP_IND, 7, kServerGone},
+                                         {1, NETCM_EVENT_STOP_IND, 8, kServerGone}}));
+    EXPECT_EQ(user(1).deregister(), NETCM_SUCCESS);
 }
 
 }  // namespace

@@ -1,4 +1,6 @@
 // The server's answer to the close of a call's last user.
+#include <future>
+
 #include "CallTest.h"
 
 namespace quorvel::test {
@@ -127,6 +129,32 @@ TEST_F(StopResponse, an_unknown_call_is_dropped) {
 TEST_F(StopResponse, a_null_record_is_refused_without_a_word) {
     EXPECT_EQ(with_table([](auto&) { return NetCMClientProcesStopRsp(nullptr); }), NETCM_ERR_INVALID_PARAM);
     EXPECT_FALSE(trace::contains("NULL pointer variable passed\n"));
+}
+
+TEST_F(StopResponse, to_who_joined_a_moment_ago_the_open_is_answered_first) {
+    bring_up(registered(0), 7);
+    registered(1);
+    events::clear();
+    trace::clear();
+    {
+        std::promise<void> stopped;
+        const std::shared_future<void> end = stopped.get_future().share();
+        const auto hook = trace::on_line([end](const TraceLine& line) {
+            if (line.text.starts_with("In __start_conn_thread"))
+                end.wait();
+        });
+        EXPECT_EQ(user(1).open(7), NETCM_SUCCESS);
+        EXPECT_EQ(user(0).close(7), NETCM_SUCCESS);
+        ASSERT_TRUE(events::wait_for(1));
+        ASSERT_TRUE(push_and_settle(stop_response(0, 7)));
+        stopped.set_value();
+        ASSERT_TRUE(trace::wait_for("ThreadPostStartEvent.. Close the thread \n"));
+    }
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_CLOSE_RSP, 7, 0},
+                                         {1, NETCM_EVENT_OPEN_RSP, 7, 0},
+                                         {1, NETCM_EVENT_CLOSE_RSP, 7, 0}}));
+    EXPECT_TRUE(events::all().at(1).details.has_value());
+    EXPECT_TRUE(is_free(0));
 }
 
 }  // namespace

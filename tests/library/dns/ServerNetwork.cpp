@@ -118,9 +118,9 @@ std::vector<std::string> knot_command(const std::string& address) {
         << "server:\n  rundir: /tmp/knot\n  listen: " << address
         << "@53\ndatabase:\n  storage: /tmp/knot\ntemplate:\n  - id: default\n"
         << "    storage: /tmp/knot\n    journal-content: none\n    zonefile-sync: -1\n"
-        << "zone:\n  - domain: example\n    file: " << zones << "/example.zone\n"
-        << "  - domain: 2.0.192.in-addr.arpa\n    file: " << zones
-        << "/reverse.zone\n  - domain: broken\n    file: /tmp/knot/missing.zone\n";
+        << "zone:\n  - domain: example\n    file: \"" << zones << "/example.zone\"\n"
+        << "  - domain: 2.0.192.in-addr.arpa\n    file: \"" << zones
+        << "/reverse.zone\"\n  - domain: broken\n    file: /tmp/knot/missing.zone\n";
     return {"/usr/sbin/knotd", "-c", "/tmp/knot/knot.conf"};
 }
 

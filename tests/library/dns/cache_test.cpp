@@ -102,6 +102,8 @@ TEST_F(Cache, missing_pointers_are_survived) {
     EXPECT_EQ(trace::find("Invalid hostname argument passed\n").mask, trace::kCaller);
     update_dns_cache(nullptr, nullptr, 0, 0);
     EXPECT_FALSE(trace::contains("Number of hosts = 2\n"));
+    update_dns_cache("nobody", nullptr, 0, 0);
+    EXPECT_EQ(get_dns_result_fron_cache("nobody", buffer.data(), buffer.size(), nullptr), kFound);
 }
 
 TEST_F(Cache, names_are_compared_with_their_case) {
@@ -275,6 +277,14 @@ TEST_F(CacheOfAnswers, a_size_that_is_too_small_is_not_cached) {
         EXPECT_EQ(Cached("a.example").code, kNotFound) << size;
         EXPECT_FALSE(trace::contains("Host [a.example] successfully added to the list\n"));
     }
+}
+
+TEST_F(CacheOfAnswers, a_copy_that_does_not_fit_is_a_miss_wherever_it_ends) {
+    const Resolution lookup = answer();
+    update_dns_cache("a.example", lookup.host, lookup.needed, 1000);
+    for (int size = 1; size < lookup.needed; ++size)
+        EXPECT_EQ(Cached("a.example", size).code, kNotFound) << size;
+    EXPECT_EQ(Cached("a.example", lookup.needed).code, kFound);
 }
 
 TEST_F(CacheOfAnswers, a_host_without_a_name_is_not_cached) {

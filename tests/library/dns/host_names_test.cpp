@@ -71,6 +71,15 @@ TEST_F(LocalHost, needs_the_stated_number_of_bytes) {
     EXPECT_EQ(generate_localhost_hostent_info("localhost", buffer_.data(), needed, &host_), 0);
 }
 
+TEST_F(LocalHost, an_address_can_be_looked_up_by_who_does_not_ask_for_sizes_and_times) {
+    int code = 99;
+    host_ = dnet_gethostbyname_r("192.0.2.53", nullptr, "192.0.2.7", buffer_.data(), 2048, &code, nullptr,
+                                 nullptr);
+    ASSERT_NE(host_, nullptr);
+    EXPECT_EQ(code, 0);
+    EXPECT_THAT(addresses_of(host_), ElementsAre("192.0.2.7"));
+}
+
 TEST_F(LocalHost, a_missing_pointer_is_refused) {
     EXPECT_EQ(generate_localhost_hostent_info("localhost", nullptr, 2048, &host_), 2);
     EXPECT_EQ(generate_localhost_hostent_info("localhost", buffer_.data(), 2048, nullptr), 2);

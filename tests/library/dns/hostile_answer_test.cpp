@@ -154,6 +154,26 @@ TEST(HostileQuestion, a_walk_back_into_the_header_reads_it_as_examined) {
         {"arcount : 1\n", "rx data 13 required, but 12 received", shortage, "unpack_answer() failed\n"}));
 }
 
+// No byte of this header begins a name, and where the id's do not either, the questions lead before the
+// message.
+TEST(HostileQuestion, a_walk_back_past_the_beginning_ends) {
+    bool id_is_unreadable = false;
+    for (int attempt = 0; !id_is_unreadable && attempt < 100; ++attempt) {
+        const Resolution result = hostile_message([&](const Bytes& query) {
+            const auto is_unreadable = [](uint8_t byte) { return byte >= 0x40 && byte < 0xc0; };
+            id_is_unreadable = is_unreadable(query[0]) && is_unreadable(query[1]);
+            Bytes message(12, 0x40);
+            std::copy_n(query.begin(), 2, message.begin());
+            message[2] = 0x81;
+            message[3] = 0x80;
+            return message;
+        });
+        expect_failure(result, 1);
+        EXPECT_TRUE(trace::contains_in_order({"qdcount : 16448\n", "unpack_answer() failed\n"}));
+    }
+    EXPECT_TRUE(id_is_unreadable);
+}
+
 Bytes whole_answer(const Bytes& query) {
     return Response(query)
         .cname("www.example", "b.example", 7)
@@ -266,6 +286,21 @@ TEST(HostileName, a_pointer_to_itself_ends) {
         [](Response& r) { r.record(pointer_to(12 + 13 + 4), kA, kIn, 1, address_bytes("192.0.2.1")); });
     ASSERT_NE(result.host, nullptr);
     EXPECT_STREQ(result.host->h_name, "");
+}
+
+TEST(HostileName, the_longest_chain_of_pointers_is_read_and_a_longer_one_is_not) {
+    for (const int pointers : {127, 128}) {
+        const Resolution result = hostile([pointers](Response& r) {
+            // Behind the record, whose owner is the first of them.
+            int at = 12 + 13 + 4 + 2 + 10 + 4;
+            r.record(pointer_to(at), kA, kIn, 1, address_bytes("192.0.2.1"));
+            for (int pointer = 1; pointer < pointers; ++pointer)
+                r.raw(pointer_to(at += 2));
+            r.raw({1, 'a', 0});
+        });
+        ASSERT_NE(result.host, nullptr) << pointers;
+        EXPECT_STREQ(result.host->h_name, pointers == 127 ? "a" : "") << pointers;
+    }
 }
 
 TEST(HostileName, a_circle_through_labels_ends_where_the_text_is_full) {

@@ -181,5 +181,38 @@ TEST_F(AsyncStream, a_signal_does_not_interrupt_the_wait_for_a_block) {
     EXPECT_TRUE(eventually([] { return Interrupts::caught() > 0; })) << "and is not lost";
 }
 
+TEST_F(AsyncStream, a_server_that_ends_where_a_block_may_follow_is_seen_to_end) {
+    ASSERT_TRUE(server.push(start_response(2, 9)));
+    server.close_async();
+    ASSERT_TRUE(wait_until_link_is_broken());
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_STOP_IND, 7, kServerGone},
+                                         {0, NETCM_EVENT_STOP_IND, 8, kServerGone}}));
+}
+
+TEST_F(AsyncStream, nothing_that_comes_where_a_block_may_follow_is_nothing_yet) {
+    const Bytes dropped = bytes_of(start_response(2, 9));
+    push_in_pieces(dropped, dropped.size());
+    calls::fail(Call::Receive, 1, EAGAIN);
+    ASSERT_TRUE(settled());
+    EXPECT_TRUE(calls::has_failed(Call::Receive));
+    EXPECT_EQ(told(), std::vector<Told>{});
+}
+
+TEST_F(AsyncStream, a_record_that_comes_in_two_parts_where_a_block_may_follow_is_read_whole) {
+    ASSERT_TRUE(server.push(start_response(2, 9)));
+    const Bytes record = bytes_of(indication(wire::NETCM_CLIENT_SUSPEND_IND, 0, 7));
+    push_in_pieces(first_bytes(record, 4), 4);
+    push_in_pieces(bytes_behind(record, 4), record.size());
+    ASSERT_TRUE(settled());
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_SUSPEND_IND, 7, 0}}));
+}
+
+TEST_F(AsyncStream, a_record_that_comes_where_a_block_may_follow_is_read_whole) {
+    ASSERT_TRUE(server.push(bytes_of(start_response(2, 9)) +
+                            bytes_of(indication(wire::NETCM_CLIENT_SUSPEND_IND, 0, 7))));
+    ASSERT_TRUE(settled());
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_SUSPEND_IND, 7, 0}}));
+}
+
 }  // namespace
 }  // namespace quorvel::test

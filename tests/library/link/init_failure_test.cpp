@@ -207,5 +207,20 @@ TEST_F(LinkFailure, each_failing_call_in_turn_leaves_nothing_behind) {
     NetCMClientLibInit();
 }
 
+// The lower of its ends has to lie above the sockets: it is moved there when another thread has just closed a
+// descriptor below them.
+TEST_F(LinkFailure, a_pipe_that_cannot_be_moved) {
+    const int low = dup(STDIN_FILENO);
+    calls::before(Call::Pipe, [low] { close(low); });
+    calls::fail(Call::Fcntl, 1, EMFILE);
+    EXPECT_EQ(init(), -1);
+    EXPECT_TRUE(calls::has_failed(Call::Fcntl));
+    EXPECT_TRUE(trace::traced(4, "Error creating pipe \n", kUnit));
+    EXPECT_EQ(table.RecvThreadId, kNoReceiver);
+    expect_closed_sync_socket_in_the_table();
+    EXPECT_EQ(pipe_fds[0], -1);
+    EXPECT_EQ(pipe_fds[1], -1);
+}
+
 }  // namespace
 }  // namespace quorvel::test

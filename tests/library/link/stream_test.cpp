@@ -133,5 +133,49 @@ TEST_F(SyncStream, extended_data_without_memory_are_gone_before_the_next_request
     EXPECT_EQ(registrations(), 1u);
 }
 
+// What the library's own functions do for themselves.
+class RequestByHand : public SyncStream {
+  protected:
+    uint32_t send_status_request(User& who) {
+        return who.run([] {
+            wire::RequestHeader header = {};
+            header.Command = wire::NETCM_CLIENT_GET_NETWORK_STATUS_REQ;
+            header.Arg3 = NETCM_IFACE_PDP;
+            pthread_mutex_lock(&NetCMAppMutex);
+            const uint32_t result = NetCMSendRequest(g_NetCMClientAppInfo.SyncSockFd, &header, sizeof header);
+            pthread_mutex_unlock(&NetCMAppMutex);
+            return result;
+        });
+    }
+};
+
+TEST_F(RequestByHand, is_not_sent_when_the_wait_for_what_is_owed_fails) {
+    User& who = registered(0);
+    EXPECT_EQ(ask_and_interrupt(who, kProfile, 1, 60, 100), -1);
+    calls::fail(Call::Poll, 1, EINTR);
+    EXPECT_EQ(send_status_request(who), NETCM_ERR_FAILURE);
+    calls::reset();
+    let_the_rest_come();
+    EXPECT_EQ(ask(who, kSettings, 3), 3);
+    EXPECT_EQ(server.count(wire::NETCM_CLIENT_GET_NETWORK_STATUS_REQ), 0u);
+    EXPECT_EQ(registrations(), 1u);
+}
+
+// Nobody waits for a gigabyte.
+TEST_F(RequestByHand, behind_a_block_that_nobody_can_owe_loses_the_link) {
+    User& who = registered(0);
+    Bytes answer = kProfile.answer(1);
+    auto* record = reinterpret_cast<wire::Record*>(answer.data());
+    reinterpret_cast<wire::PmResponseBlock*>(&record->Word1)->ExtDataLength = 1u << 30;
+    server.once(kProfile.command, Answer().bytes(first_bytes(answer, sizeof(wire::Record))));
+    calls::fail(Call::Poll, 1, EINTR);
+    EXPECT_EQ(who.run([] { return kProfile.ask(1); }), -1);
+    calls::reset();
+    EXPECT_EQ(send_status_request(who), NETCM_ERR_FAILURE);
+    ASSERT_TRUE(wait_until_link_is_broken());
+    EXPECT_EQ(ask(who, kSettings, 3), 3) << "on a new one";
+    EXPECT_EQ(registrations(), 2u);
+}
+
 }  // namespace
 }  // namespace quorvel::test

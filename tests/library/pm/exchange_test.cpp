@@ -117,6 +117,11 @@ TEST_F(Exchange, a_length_that_wraps_is_a_failed_allocation) {
     EXPECT_EQ(server.count(kProfileReq), 0u);
 }
 
+TEST_F(Exchange, a_message_may_be_a_header_alone) {
+    EXPECT_EQ(NetCMSendPMReq(kProfileReq, nullptr, 0), 0u);
+    EXPECT_TRUE(trace::contains("Sent Request to the CM server 24\n"));
+}
+
 TEST_F(Exchange, a_send_that_fails_is_reported_twice) {
     calls::fail(Call::Send);
     EXPECT_EQ(exchange(), 1u);

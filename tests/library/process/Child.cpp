@@ -2,13 +2,17 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <stdexcept>
+
+#include "support/Counted.h"
 
 namespace quorvel::test {
 namespace {
@@ -16,6 +20,20 @@ namespace {
 // Longer than any wait of a test, shorter than what a test may take.
 constexpr unsigned kLifeSeconds = 45;
 constexpr int kPatienceMs = 20'000;
+
+// As a thread ends that was the only one: a program's main thread would end the process itself.
+void end_process(void*) {
+    if (is_counted())
+        std::exit(0);
+    _exit(0);
+}
+
+// Runs at the end of the calling thread.
+void end_process_with_thread() {
+    static pthread_key_t key;
+    pthread_key_create(&key, end_process);
+    pthread_setspecific(key, &key);
+}
 
 }  // namespace
 
@@ -43,7 +61,7 @@ Child::Child(const std::function<void(const InChild&)>& body) {
         close(steps[0]);
         close(findings[0]);
         body(InChild(steps[1], findings[1]));
-        _exit(0);
+        end_process(nullptr);
     }
     close(steps[1]);
     close(findings[1]);
@@ -79,6 +97,20 @@ std::string Child::findings() {
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
         text += "ended with status " + std::to_string(status) + "\n";
     return text;
+}
+
+ReturningChild::ReturningChild() : pid_(fork()) {
+    if (pid_ != 0)
+        return;
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    alarm(kLifeSeconds);
+    end_process_with_thread();
+}
+
+int ReturningChild::status() const {
+    int status = -1;
+    waitpid(pid_, &status, 0);
+    return status;
 }
 
 }  // namespace quorvel::test

@@ -57,4 +57,17 @@ class Child {
     int findings_ = -1;
 };
 
+// Forks on the calling thread. In the child it is here, and that thread goes back to where it came from; the
+// child ends with it.
+class ReturningChild {
+  public:
+    ReturningChild();
+    bool is_here() const { return pid_ == 0; }
+    // In the parent: waits for the child's end. As waitpid has it.
+    int status() const;
+
+  private:
+    pid_t pid_;
+};
+
 }  // namespace quorvel::test

@@ -1,7 +1,15 @@
 // A process that forks: the child is as never registered, and the parent notices nothing.
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <functional>
+
 #include "Child.h"
 #include "Everything.h"
 #include "library/calls/CallTest.h"
+#include "quorvel/NetDNS.h"
 #include "support/Proc.h"
 
 namespace quorvel::test {
@@ -240,6 +248,110 @@ TEST_F(ForkWithThreads, of_a_child_that_has_registered_gives_a_child_like_any_ot
     });
     EXPECT_EQ(child.findings(), "");
     EXPECT_EQ(user(0).run(ask), NETCM_SUCCESS);
+}
+
+TEST_F(ForkWithThreads, inside_the_end_of_the_server_is_a_fork_like_any_other) {
+    User& who = registered(0);
+    bring_up(who, 7);
+    events::clear();
+    trace::clear();
+    std::string findings = "not asked";
+    {
+        const auto forking = events::during([&](const Event& event) {
+            if (event.user != who.number())
+                return;
+            Child child([](const InChild& in_child) {
+                in_child.equal("status", ask(), NETCM_ERR_NOT_REGISTERED);
+                in_child.equal("deregistration", NetCMClientDeRegister(), NETCM_ERR_NOT_REGISTERED);
+            });
+            findings = child.findings();
+        });
+        server.stop();
+        ASSERT_TRUE(wait_until_link_is_broken());
+    }
+    EXPECT_EQ(findings, "");
+    EXPECT_EQ(told(), (std::vector<Told>{{0, NETCM_EVENT_STOP_IND, 7, kServerGone}}));
+    server.start();
+    EXPECT_EQ(who.run(ask), NETCM_SUCCESS);
+}
+
+// Of the library's own thread nothing goes on there but the way back.
+TEST_F(ForkWithThreads, inside_a_callback_may_return_from_it_in_the_child) {
+    User& who = registered(0);
+    bring_up(who, 7);
+    User& other = registered(1);
+    const auto returns_in_child = [&](const std::function<void()>& callback_comes) {
+        int status = -1;
+        const auto forking = events::during([&](const Event& event) {
+            if (event.type == NETCM_EVENT_NETWORK_STATUS_IND && event.user != other.number())
+                return;
+            const ReturningChild child;
+            if (!child.is_here())
+                status = child.status();
+        });
+        callback_comes();
+        return status;
+    };
+    const auto expect_sound = [&](const char* where, int status) {
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << where << ": " << status;
+        EXPECT_EQ(who.run(ask), NETCM_SUCCESS) << where;
+    };
+    events::clear();
+    expect_sound("on the receiver", returns_in_child([&] {
+                     ASSERT_TRUE(server.push(indication(wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND, 0)));
+                     ASSERT_TRUE(events::wait_for(2));
+                     ASSERT_TRUE(settled());
+                 }));
+    trace::clear();
+    expect_sound("on a thread that answers", returns_in_child([&] {
+                     EXPECT_EQ(other.open(7), NETCM_SUCCESS);
+                     ASSERT_TRUE(trace::wait_for("ThreadPostStartEvent.. Close the thread \n"));
+                 }));
+    trace::clear();
+    expect_sound("at the end of the server", returns_in_child([&] {
+                     server.stop();
+                     ASSERT_TRUE(wait_until_link_is_broken());
+                     server.start();
+                 }));
+}
+
+// Nobody waits for the name there.
+TEST_F(Fork, inside_the_callback_of_a_name_may_return_from_it_in_the_child) {
+    static std::atomic<int> status;
+    status = -1;
+    const auto fork_and_return = [](hostent*, unsigned) {
+        const ReturningChild child;
+        if (!child.is_here())
+            status = child.status();
+    };
+    unsigned id = 0;
+    EXPECT_EQ(NetDNSGetHostByNameAsync(7, "localhost", fork_and_return, &id), 1);
+    EXPECT_TRUE(eventually([] { return status != -1; }));
+    EXPECT_EQ(status, 0);
+}
+
+// Descriptors are copied before memory is: by then a number that was the library's may be somebody else's.
+TEST_F(Fork, leaves_open_what_has_taken_the_place_of_a_descriptor_of_the_library) {
+    User& who = registered(0);
+    const std::vector<int> ours = descriptors_of_the_library();
+    const int others[] = {socket(AF_UNIX, SOCK_DGRAM, 0), socket(AF_INET, SOCK_STREAM, 0),
+                          open("/dev/null", O_RDONLY), open("/dev/null", O_WRONLY)};
+    std::vector<int> kept;
+    for (size_t i = 0; i < ours.size(); ++i) {
+        kept.push_back(dup(ours[i]));
+        ASSERT_EQ(dup2(others[i], ours[i]), ours[i]);
+    }
+    Child child([&](const InChild& in_child) {
+        for (const int fd : ours)
+            in_child.check(fcntl(fd, F_GETFD) >= 0, std::to_string(fd) + " open");
+    });
+    EXPECT_EQ(child.findings(), "");
+    for (size_t i = 0; i < ours.size(); ++i) {
+        EXPECT_EQ(dup3(kept[i], ours[i], O_CLOEXEC), ours[i]);
+        close(kept[i]);
+        close(others[i]);
+    }
+    expect_parent_untouched(who);
 }
 
 }  // namespace

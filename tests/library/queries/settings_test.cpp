@@ -129,5 +129,13 @@ TEST_F(Settings, with_a_null_result_nothing_is_done_registered_or_not) {
     EXPECT_EQ(server.count(kGet) + server.count(kSet), 0u);
 }
 
+TEST_F(Settings, a_refusal_that_has_the_number_of_a_broken_link_is_a_refusal) {
+    User& who = registered(0);
+    server.on(kGet, refusal(kGet, NETCM_ERR_REREGISTER_FAILED));
+    EXPECT_EQ(ask(who, NetCMSettingsGet, 1), 0u);
+    EXPECT_EQ(result, NETCM_ERR_REREGISTER_FAILED);
+    EXPECT_EQ(value, kUntouched);
+}
+
 }  // namespace
 }  // namespace quorvel::test

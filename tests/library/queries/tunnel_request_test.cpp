@@ -216,5 +216,55 @@ TEST_F(TunnelRequest, the_data_is_the_callers_and_is_not_changed) {
     EXPECT_EQ(data, std::string(100000, 'd'));
 }
 
+// More than a socket takes at once.
+TEST_F(TunnelRequest, a_megabyte_arrives_whole) {
+    User& who = registered(0);
+    std::string data(size_t{1} << 20, 'x');
+    for (size_t i = 0; i < data.size(); i += 1000)
+        data[i] = static_cast<char>('a' + i / 1000 % 26);
+    for (const int refusals : {0, 3}) {
+        calls::reset();
+        if (refusals != 0)
+            calls::fail(Call::Send, 2, EAGAIN, static_cast<size_t>(refusals));
+        EXPECT_EQ(send(who, data), NETCM_SUCCESS);
+        const Request request = *server.last(kTunnel);
+        ASSERT_EQ(request.payload.size(), data.size());
+        EXPECT_EQ(memcmp(request.payload.data(), data.data(), data.size()), 0);
+    }
+}
+
+TEST_F(TunnelRequest, one_of_which_nothing_goes_out_is_not_sent) {
+    User& who = registered(0);
+    calls::fail(Call::Send, 1, EAGAIN);
+    calls::fail(Call::Poll, 1, ENOMEM);
+    EXPECT_EQ(send(who), NETCM_ERR_FAILURE);
+    calls::reset();
+    EXPECT_EQ(send(who), NETCM_SUCCESS);
+    EXPECT_EQ(server.count(kTunnel), 1u);
+    EXPECT_EQ(server.count(wire::NETCM_CLIENT_REGISTER_REQ), 1u) << "on the same link";
+}
+
+TEST_F(TunnelRequest, data_of_no_address_have_no_length) {
+    registered(0);
+    NetCMTunnelData record = {.Param = 1, .RequestId = kUntouched, .DataLength = 5, .Data = nullptr};
+    EXPECT_EQ(send(user(0), record), NETCM_ERR_INVALID_PARAM);
+    EXPECT_TRUE(trace::traced(5, "NULL pointer variable passed\n"));
+    record.DataLength = 0;
+    EXPECT_EQ(send(user(0), record), NETCM_SUCCESS);
+    EXPECT_EQ(server.count(kTunnel), 1u);
+}
+
+// The server would take what is sent next for the rest of it.
+TEST_F(TunnelRequest, one_that_is_cut_takes_the_link_with_it) {
+    User& who = registered(0);
+    calls::fail(Call::Send, 2, EPIPE);
+    EXPECT_EQ(send(who, std::string(size_t{1} << 20, 'x')), NETCM_ERR_FAILURE);
+    ASSERT_TRUE(wait_until_link_is_broken());
+    EXPECT_TRUE(is_free_place(0));
+    calls::reset();
+    EXPECT_EQ(send(who), NETCM_SUCCESS) << "on a new one";
+    EXPECT_EQ(server.count(wire::NETCM_CLIENT_REGISTER_REQ), 2u);
+}
+
 }  // namespace
 }  // namespace quorvel::test

@@ -19,13 +19,15 @@ TEST_F(ServerGone, two_calls_that_are_up_get_exactly_two_stop_indications) {
 
     const std::vector<Event> told = events::all();
     ASSERT_EQ(told.size(), 2u);
-    for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(told[i].user, i);
-        EXPECT_EQ(told[i].type, NETCM_EVENT_STOP_IND);
-        EXPECT_EQ(told[i].profile, 11 + i);
-        EXPECT_EQ(told[i].result, 2);
-        EXPECT_FALSE(told[i].has_data);
-        EXPECT_FALSE(told[i].mutex_was_held) << "a thread that holds it may be waiting for the server";
+    int user = 0;
+    for (const Event& event : told) {
+        EXPECT_EQ(event.user, user);
+        EXPECT_EQ(event.type, NETCM_EVENT_STOP_IND);
+        EXPECT_EQ(event.profile, 11 + user);
+        EXPECT_EQ(event.result, 2);
+        EXPECT_FALSE(event.has_data);
+        EXPECT_FALSE(event.mutex_was_held) << "a thread that holds it may be waiting for the server";
+        ++user;
     }
     EXPECT_EQ(trace::count("Call exists for the callid [0] \n"), 1u);
     EXPECT_EQ(trace::count("Call exists for the callid [1] \n"), 1u);

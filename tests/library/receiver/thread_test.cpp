@@ -95,22 +95,47 @@ TEST_F(ReceiverThread, ends_at_once_without_a_socket) {
     }
 }
 
-TEST_F(ReceiverThread, works_in_a_process_with_more_than_1024_descriptors) {
-    rlimit limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    if (limit.rlim_max < 1400)
-        GTEST_SKIP() << "the hard limit of open files is " << limit.rlim_max;
-    limit.rlim_cur = 1400;
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-    std::vector<int> many;
-    while (many.empty() || many.back() < 1200)
-        many.push_back(fcntl(0, F_DUPFD_CLOEXEC, 3));
+// In a process with more descriptors than a select set has by itself.
+class AmongManyDescriptors : public ReceiverThread {
+  protected:
+    void SetUp() override {
+        ReceiverThread::SetUp();
+        rlimit limit{};
+        ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+        if (limit.rlim_max < 1400)
+            GTEST_SKIP() << "the hard limit of open files is " << limit.rlim_max;
+        limit.rlim_cur = 1400;
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+        while (many_.empty() || many_.back() < 1200)
+            many_.push_back(fcntl(0, F_DUPFD_CLOEXEC, 3));
+    }
+    void TearDown() override {
+        for (const int fd : many_)
+            close(fd);
+        ReceiverThread::TearDown();
+    }
+
+  private:
+    std::vector<int> many_;
+};
+
+TEST_F(AmongManyDescriptors, the_receiver_works) {
     registered(0);
     EXPECT_GT(with_table([](const auto& t) { return t.AsyncSockFd; }), 1024);
     expect_alive();
     EXPECT_EQ(user(0).deregister(), 0u);
-    for (const int fd : many)
-        close(fd);
+}
+
+TEST_F(AmongManyDescriptors, a_receiver_without_memory_for_its_set_breaks_the_link) {
+    const intptr_t fd = 1300;
+    ASSERT_EQ(dup2(0, static_cast<int>(fd)), fd);
+    calls::fail(Call::Malloc);
+    pthread_t thread{};  // which detaches itself
+    ASSERT_EQ(pthread_create(&thread, nullptr, NetCMClientThread, reinterpret_cast<void*>(fd)), 0);
+    EXPECT_TRUE(trace::wait_for("Quorvel connection got reset, close the thread \n"));
+    EXPECT_TRUE(calls::has_failed(Call::Malloc));
+    EXPECT_TRUE(trace::traced(4, "PANIC!!! Memory not allocated\n", kUnit));
+    close(static_cast<int>(fd));
 }
 
 }  // namespace

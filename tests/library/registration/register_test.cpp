@@ -194,5 +194,20 @@ TEST_F(Registration, the_four_lock_messages_share_their_line) {
     EXPECT_GT(before.line, 0);
 }
 
+TEST_F(Registration, a_place_in_which_a_callback_stands_is_not_free) {
+    registered(0);
+    with_table([](NetCMClientAppInfo& table) {
+        table.ThreadInfo[1].EventCbk = events::callback_of(5);
+        return 0;
+    });
+    User& second = registered(1);
+    EXPECT_EQ(with_table([](const NetCMClientAppInfo& table) { return table.ThreadInfo[2].ThreadId; }),
+              second.tid());
+    with_table([](NetCMClientAppInfo& table) {
+        table.ThreadInfo[1].EventCbk = nullptr;
+        return 0;
+    });
+}
+
 }  // namespace
 }  // namespace quorvel::test

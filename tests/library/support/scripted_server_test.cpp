@@ -124,6 +124,7 @@ TEST(ScriptedServer, a_push_arrives_on_the_async_socket_alone) {
     EXPECT_EQ(async.read<wire::Record>().CallId, 2u);
     EXPECT_STREQ(async.read<wire::ConnectionBlock>().IfaceName, "pdp0");
     EXPECT_FALSE(server.requests(wire::NETCM_CLIENT_REGISTER_REQ).front().is_async);
+    ASSERT_TRUE(server.wait_for(wire::NETCM_CLIENT_ASYNC_REGISTER_REQ, 1));
     EXPECT_TRUE(server.requests(wire::NETCM_CLIENT_ASYNC_REGISTER_REQ).front().is_async);
 }
 

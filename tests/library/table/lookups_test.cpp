@@ -1,4 +1,5 @@
 // Threads and calls, looked up.
+#include <dlfcn.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -150,6 +151,13 @@ TEST_F(Lookups, no_interface_is_supported_before_registration) {
     EXPECT_TRUE(trace::traced(2, "Cleint is not yet registered with CM\n", kUnit));
     table.ClientId = 1;
     EXPECT_EQ(NetCMNetIfaceSupportEx(1, 1), 0u) << "one of the two signs of registration is missing";
+}
+
+// Programs that were linked when it was the choice of linkers have it from here.
+TEST_F(Lookups, the_kernel_id_is_to_be_had_as_gettid_too) {
+    void* const found = dlvsym(RTLD_DEFAULT, "gettid", "QUORVEL_PRIVATE_4.0");
+    ASSERT_NE(found, nullptr);
+    EXPECT_EQ(reinterpret_cast<pid_t (*)()>(found)(), kernel_tid());
 }
 
 }  // namespace

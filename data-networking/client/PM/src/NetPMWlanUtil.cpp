@@ -80,7 +80,7 @@ uint32_t PrintNetPMWlanProfSecEap(const NetPMWlanProfSecEap* eap) {
 uint32_t PrintNetPMWlanProfSecurity(const NetPMWlanProfSecurity* security) {
     QV_TRACE(0, "Wlan security : sec_mode[%d]\n", security->sec_mode);
     QV_TRACE(0, "Wlan security : encrypt_mode[%d]\n", security->encrypt_mode);
-    switch (wire::security_form(security->sec_mode)) {
+    switch (wire::security_form(security->sec_mode)) {  // not reached: for the compiler
         case wire::SecurityForm::kOpen:
             return NETCM_SUCCESS;
         case wire::SecurityForm::kWep:

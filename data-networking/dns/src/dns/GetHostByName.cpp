@@ -72,7 +72,7 @@ int find_route_of(int profile_id, const char* hostname, Route& route) {
 hostent* resolve_into_shared(const Route& route, const char* hostname) QV_REQUIRES(lookup_lock) {
     for (int size = kFirstHostBuffer; clear(size); size *= 2) {
         // The route is that of the first try, but each of them begins with the line of a request.
-        if (size > kFirstHostBuffer && !route.local)
+        if (size > kFirstHostBuffer)
             QV_TRACE(0, "Request to get hostname \n");
         hostent* host = nullptr;
         const int code = resolve(route, hostname, &host, shared.bytes, size);

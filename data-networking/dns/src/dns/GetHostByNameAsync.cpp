@@ -25,8 +25,8 @@ int workers QV_GUARDED_BY(worker_lock) = 0;
 int start_detached(QueryRecord* record, pthread_t& thread) {
     pthread_attr_t attributes;
     int result = pthread_attr_init(&attributes);
-    if (result != 0)
-        return result;
+    if (result != 0)    // not reached: the system never says so
+        return result;  // not reached: the system never says so
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
     result = pthread_create(&thread, &attributes, resolve_in_background, record);
     pthread_attr_destroy(&attributes);
@@ -85,7 +85,7 @@ void trace_missing(Missing missing) {
 // Traces what has become of the request, and lets its worker go. Returns whether it was accepted.
 bool announce(Request& request) {
     trace_entry(request.hostname, request.entry);
-    switch (request.thread) {
+    switch (request.thread) {  // not reached: for the compiler
         case Request::NotTried:
             trace_missing(request.missing);
             return request.entry.as == Entry::As::Joined;

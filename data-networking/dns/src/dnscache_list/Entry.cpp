@@ -54,8 +54,8 @@ hostent* new_negative(const char* hostname) {
 
 time_t expiry_after(unsigned seconds) {
     time_t expiry = 0;
-    if (__builtin_add_overflow(time(nullptr), seconds, &expiry))
-        return std::numeric_limits<time_t>::max();
+    if (__builtin_add_overflow(time(nullptr), seconds, &expiry))  // not reached: on 32 bits only
+        return std::numeric_limits<time_t>::max();                // not reached: on 32 bits only
     return expiry;
 }
 

@@ -27,12 +27,15 @@ struct Unpacking {
     ErrorCode error;
     Name& name;  // the owner of the record in hand, then the name in its data
 
-    bool no_room() {
+    void no_room() {
         QV_TRACE(4, "buffer not enough\n");
         error.fail(ERANGE, NETDB_INTERNAL);
-        return false;
     }
-    bool stored(bool fits) { return fits || no_room(); }
+    bool stored(bool fits) {
+        if (!fits)
+            no_room();
+        return fits;
+    }
 
     bool unreadable() {
         error.fail(ENOENT, HOST_NOT_FOUND);

@@ -1,4 +1,4 @@
-// expand_name: a domain name of a message as text.
+// The reader of names: a domain name of a message as text.
 #include <cstring>
 
 #include "dns/src/resolver/Cursor.h"
@@ -15,16 +15,14 @@ constexpr int kMostPointers = 127;
 // Labels, each with a dot behind it; the last dot makes way for the end.
 class LabelText {
   public:
-    explicit LabelText(NameText* out) : out_(out) {}
+    explicit LabelText(NameText& out) : out_(out) {}
 
     // Takes the label at the cursor, which has been received whole.
     bool append(const Cursor& at, size_t length) {
-        if (out_ == nullptr)
-            return true;
-        const size_t room = out_->size() - used_;
+        const size_t room = out_.size() - used_;
         if (length + 1 > room)
             return false;
-        char* to = out_->data() + used_;
+        char* to = out_.data() + used_;
         // Nearly every label is short: a copy of fixed size, where both sides have it, costs no call.
         if (length <= kShortLabel && room >= kShortLabel && at.left() >= kShortLabel) [[likely]]
             memcpy(to, at.here(), kShortLabel);
@@ -35,15 +33,12 @@ class LabelText {
         return true;
     }
 
-    void end() {
-        if (out_ != nullptr)
-            (*out_)[used_ == 0 ? 0 : used_ - 1] = '\0';
-    }
+    void end() { out_[used_ == 0 ? 0 : used_ - 1] = '\0'; }
 
   private:
     static constexpr size_t kShortLabel = 16;
 
-    NameText* out_;
+    NameText& out_;
     size_t used_ = 0;
 };
 
@@ -84,7 +79,7 @@ struct Expansion {
     bool whole = false;  // read to its end, and would be with one more pointer in front
 };
 
-Expansion expand(std::span<const uint8_t> message, int offset, NameText* out) {
+Expansion expand(std::span<const uint8_t> message, int offset, NameText& out) {
     Cursor at(message, offset);
     LabelText text(out);
     Expansion name;
@@ -106,15 +101,11 @@ Expansion expand(std::span<const uint8_t> message, int offset, NameText* out) {
 
 }  // namespace
 
-int expand_name(std::span<const uint8_t> message, int offset, NameText* out) {
-    return expand(message, offset, out).occupied;
-}
-
 int Name::read(std::span<const uint8_t> message, int offset) {
     const int source = source_of(message, offset);
     if (source == source_ && source != offset)
         return kPointerBytes;
-    const Expansion name = expand(message, offset, &text_);
+    const Expansion name = expand(message, offset, text_);
     source_ = name.whole ? source : -1;
     return name.occupied;
 }

@@ -79,10 +79,6 @@ int check_response(Response& response, uint16_t id, Name& name, ErrorCode error)
 // Build, send, receive, examine the header, pass the questions: 0, or -1 with the error set.
 int dns_lookup(const Query& query, Response& response, Name& name, ErrorCode error);
 
-// Reads the possibly compressed name at `offset` into `out`, which may be null. Gives the bytes that the name
-// occupies there, or -1.
-int expand_name(std::span<const uint8_t> message, int offset, NameText* out);
-
 // Lays the answer section out in the caller's buffer; null with the error set when that fails. `name` is the
 // one that the questions left, or a new one.
 hostent* unpack_answer(const Query& query, const Response& response, Name& name, char* buffer, int length,

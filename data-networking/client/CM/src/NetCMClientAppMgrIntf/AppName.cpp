@@ -24,8 +24,9 @@ ConfigurationValue gconf_get_string(const GConfFunctions& gconf, const char* key
     gconf.g_type_init();
     ConfigurationValue value{gconf.gconf_client_get_default(), nullptr, nullptr};
     // Fatal in every build: a session without a configuration client is beyond repair from here.
-    if (value.client == nullptr)
-        __assert_fail("p_gconf_client != ((void *)0)", QV_UNIT ".cpp", __LINE__, "gconf_get_string");
+    if (value.client == nullptr)                        // not reached: ends the process
+        __assert_fail("p_gconf_client != ((void *)0)",  // not reached: ends the process
+                      QV_UNIT ".cpp", __LINE__, "gconf_get_string");
     value.text = gconf.gconf_client_get_string(value.client, key, &value.error);
     return value;
 }

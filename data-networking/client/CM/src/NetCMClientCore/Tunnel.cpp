@@ -52,7 +52,7 @@ int32_t requester_of(uint32_t id) {
 
 void free_request(int32_t thread_id, uint32_t id) {
     const Lock lock(table_lock);
-    for (NetCMTunnelReq& request : exported::app_info->TunnelReq) {
+    for (NetCMTunnelReq& request : exported::app_info->TunnelReq) {  // not reached: checked before
         if (request.ThreadId != thread_id || static_cast<uint32_t>(request.RequestId) != id)
             continue;
         request = {-1, -1};

@@ -82,8 +82,8 @@ bool have_receiver() QV_REQUIRES(app_mutex) {
 namespace quorvel {
 
 int start_receiver(int async_fd) {
-    if (!have_control_pipe())
-        return errno;
+    if (!have_control_pipe())  // not reached: only between two steps
+        return errno;          // not reached: only between two steps
     hand_to_receiver(async_fd, control_pipe_to_read());
     // The handle goes straight into the table: a receiver that ends at once must find it there to clear it.
     const int error = pthread_create(&table().RecvThreadId, nullptr, NetCMClientThread,

@@ -130,7 +130,7 @@ Pass receive(DescriptorSet& readable, const Receiver& self) {
     if (NetCMClientLibCbk(async_fd) <= 0)
         return Pass::Reset;
     // The stream may be another receiver's since a callback.
-    if (!self.has_left() && async_stream.is(async_fd))
+    if (!self.has_left() && async_stream.is(async_fd))  // not reached: only between two steps
         async_stream.note_handled();
     return Pass::Again;
 }
@@ -198,8 +198,8 @@ int32_t NetCMClientLibCbk(int asyncFd) {
              static_cast<int>(sizeof(wire::Record)));
     const AppMutexGuard guard(QV_HERE);
     const HandlingRecord handling(async_stream.is(asyncFd) ? async_stream.record_at() : kEverything);
-    if (PendingRecord::shown() == nullptr)
-        QV_TRACE(3, "Error!! Received Null pointer \n");
+    if (PendingRecord::shown() == nullptr)                // not reached: only between two steps
+        QV_TRACE(3, "Error!! Received Null pointer \n");  // not reached: only between two steps
     else
         dispatch(record.words());
     return static_cast<int32_t>(received);

@@ -69,8 +69,8 @@ void Receiver::inherit(int sync_fd, int async_fd, PipeEnds control) {
 // What is opened while users are told is ended as well, so the last look and the end of the link are one
 // step.
 void Receiver::end_link() {
-    if (has_left())
-        return;
+    if (has_left())  // not reached: only between two steps
+        return;      // not reached: only between two steps
     farewells_under_way.fetch_add(1);
     {
         Farewell farewell;
@@ -86,12 +86,12 @@ bool Receiver::finds_more_to_end(Farewell& farewell) {
     {
         const Lock lock(table_lock);
         // The link was taken down, and perhaps set up anew, from one of our callbacks.
-        if (has_left())
-            return false;
+        if (has_left())    // not reached: only between two steps
+            return false;  // not reached: only between two steps
         if (farewell.take_out())
             return true;
-        if (being_joined)
-            return false;
+        if (being_joined)  // not reached: only between two steps
+            return false;  // not reached: only between two steps
         store(exported::app_info->RecvThreadId, kNoThread);
     }
     pthread_detach(pthread_self());

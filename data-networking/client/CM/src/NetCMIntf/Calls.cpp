@@ -290,7 +290,7 @@ Entry add_use(const Call& call, int32_t thread_index, int32_t profile, Position 
 
 Use* use_of(const Call& call, int32_t entry, int32_t profile) {
     const int32_t place = slot_of(call.record->ThreadProf[entry], profile);
-    return place >= 0 ? &call.life->uses[entry][place] : nullptr;
+    return place >= 0 ? &call.life->uses[entry][place] : nullptr;  // not reached: checked before
 }
 
 Position began_with(const Call& call, int32_t profile) {
@@ -302,17 +302,22 @@ Position began_with(const Call& call, int32_t profile) {
     return began;
 }
 
-void note_start(const Call& call, int32_t profile, Position began) {
+void note_start(const Call& call, const Start& start) {
     if (Start* const free = start_of(*call.life, 0))
-        *free = {profile, began};
+        *free = start;
     // Its users may be gone when the server still speaks of it.
     auto& profiles = call.life->profiles;
-    if (!was_put_to(*call.life, profile))
-        *std::find(profiles, std::end(profiles) - 1, 0) = profile;
+    if (!was_put_to(*call.life, start.profile))
+        *std::find(profiles, std::end(profiles) - 1, 0) = start.profile;
 }
 
 bool is_start_awaited(const Call& call, int32_t profile) {
     return start_of(*call.life, profile) != nullptr;
+}
+
+bool is_start_awaited_behind(const Call& call, int32_t profile, Position at) {
+    const Start* const start = start_of(*call.life, profile);
+    return start != nullptr && start->asked > at;
 }
 
 void take_start(const Call& call, int32_t profile) {
@@ -407,7 +412,7 @@ void join_the_next(const Call& call) QV_REQUIRES(table_lock) {
                  });
     for (const Start& start : call.life->starts)
         if (start.profile != 0)
-            note_start(next, start.profile, start.began);
+            note_start(next, start);
     free_departed(call);
 }
 

@@ -39,6 +39,7 @@ struct Use {
 struct Start {
     int32_t profile;  // 0: none
     Position began;
+    Position asked;  // what lies before had come when the server was asked, and answers nothing of this
 };
 
 struct Connection {
@@ -100,9 +101,11 @@ Call started_call(uint32_t call_id, int32_t profile, uint32_t status, Position a
 Call stopped_call(uint32_t call_id, int32_t profile, Position at) QV_REQUIRES(table_lock);
 
 // A start of the profile was accepted, and its response has come.
-void note_start(const Call& call, int32_t profile, Position began) QV_REQUIRES(table_lock);
+void note_start(const Call& call, const Start& start) QV_REQUIRES(table_lock);
 void take_start(const Call& call, int32_t profile) QV_REQUIRES(table_lock);
 bool is_start_awaited(const Call& call, int32_t profile) QV_REQUIRES(table_lock);
+// One that was asked for behind that place.
+bool is_start_awaited_behind(const Call& call, int32_t profile, Position at) QV_REQUIRES(table_lock);
 
 // A slot's next connection.
 void begin_anew(Connection& life) QV_REQUIRES(table_lock);

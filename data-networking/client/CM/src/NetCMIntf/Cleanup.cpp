@@ -39,9 +39,9 @@ uint32_t NetCMConnectionCleanup(void) {
     uint32_t status = repair_link(QV_HERE);
     if (status != NETCM_SUCCESS)
         return status;
-    wire::ActiveConnection connections[NETCM_MAX_CALLS];
+    wire::ActiveConnection listed[NETCM_MAX_CALLS];
     uint32_t count = 0;
-    status = NetCMGetActiveConnectionList(NETCM_IFACE_PDP, reinterpret_cast<uint8_t*>(connections), &count);
+    status = NetCMGetActiveConnectionList(NETCM_IFACE_PDP, reinterpret_cast<uint8_t*>(listed), &count);
     if (status == NETCM_ERR_NOT_ACTIVE) {
         QV_TRACE(0, "No active PDP connections\n");
         return NETCM_SUCCESS;
@@ -54,7 +54,7 @@ uint32_t NetCMConnectionCleanup(void) {
              static_cast<int>(count));
     QV_TRACE(0, "Active connections are: \n");
     for (uint32_t i = 0; i < count; ++i)
-        status = kill_listed(connections[i]);
+        status = kill_listed(listed[i]);
     return status;
 }
 

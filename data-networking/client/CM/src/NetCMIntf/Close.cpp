@@ -94,8 +94,8 @@ uint32_t close_profile(int32_t tid, int32_t profile) QV_REQUIRES(app_mutex) {
     const uint32_t result =
         NetCMClientRemoveCall(table().ClientId, tid, use.call_id, profile, use.thread_index);
     // The end of the server has come between.
-    if (result == NETCM_ERR_INVALID_PARAM)
-        return not_active(profile);
+    if (result == NETCM_ERR_INVALID_PARAM)  // not reached: only between two steps
+        return not_active(profile);         // not reached: only between two steps
     if (result != NETCM_SUCCESS)
         table().ThreadInfo[use.thread_index].LastSyncError = -1;
     return result;
@@ -106,8 +106,8 @@ struct Leaving {
     UseKey use = {};
     int users = 0;
     int32_t entry = -1;
-    int32_t profiles = 0;  // of the thread, when it is the only user
-    bool is_last() const { return users == 1 && profiles < 2; }
+    int32_t profiles = 0;                          // of the thread, when it is the only user
+    bool is_last() const { return profiles < 2; }  // of a call with one user
 };
 
 // Counts, and begins the stop of a call whose last user leaves, in one step.
@@ -136,7 +136,7 @@ namespace quorvel {
 
 int32_t begin_stop(const Call& call, int32_t profile) {
     call.record->CallState = kStopSent;
-    if (call.life->ending != Ending::Refused && call.life->ending != Ending::Told)
+    if (call.life->ending != Ending::Told)
         ask_for_end(call, Ending::Stop, profile);
     return load(call.record->CallId);
 }
@@ -165,7 +165,7 @@ void stop_if_left(CallKey key, int32_t profile) {
         return;
     // A server that cannot be asked any more will not answer either: nothing would clean the record.
     const Lock lock(table_lock);
-    if (const Call call = find(key))
+    if (const Call call = find(key))  // not reached: only between two steps
         clean(call);
 }
 

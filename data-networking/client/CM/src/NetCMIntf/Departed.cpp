@@ -47,7 +47,8 @@ void keep_departed(Departed* one) {
 }
 
 void free_departed(const Call& call) {
-    for (Departed** link = &all_departed; *link != nullptr; link = &(*link)->next) {
+    Departed** link = &all_departed;
+    for (; *link != nullptr; link = &(*link)->next) {  // not reached: checked before
         if (&(*link)->record != call.record)
             continue;
         free(std::exchange(*link, (*link)->next));
@@ -93,7 +94,7 @@ Departure::~Departure() {
 
 void note_kill(int32_t profile, CallKey call) {
     const Call meant = find(call);
-    for (AskedKill& kill : asked_kills) {
+    for (AskedKill& kill : asked_kills) {  // not reached: checked before
         if (kill.profile != kNoProfile)
             continue;
         kill = {profile, call, meant ? began_with(meant, profile) : 0};

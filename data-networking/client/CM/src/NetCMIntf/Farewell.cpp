@@ -44,8 +44,8 @@ Farewell::~Farewell() {
     {
         const Lock lock(table_lock);
         Farewell** link = &farewells;
-        while (*link != nullptr && *link != this)
-            link = &(*link)->next_farewell_;
+        while (*link != nullptr && *link != this)  // not reached: only between two steps
+            link = &(*link)->next_farewell_;       // not reached: only between two steps
         if (*link != nullptr)
             *link = next_farewell_;
     }

@@ -116,10 +116,20 @@ uint32_t join_call(int32_t call, int32_t profile, const Opener& opener) QV_REQUI
     return status;
 }
 
+// Where the async stream was when the server was last asked for a start.
+Position start_asked_at QV_GUARDED_BY(table_lock) = 0;
+
+void note_asked() {
+    const Position now = async_stream.end_of_arrived();
+    const Lock lock(table_lock);
+    start_asked_at = now;
+}
+
 uint32_t exchange_start(int32_t profile, wire::Record& answer) QV_REQUIRES(app_mutex) {
     QV_TRACE(0, "Sending start request to PS server for profile id [%d]\n", profile);
     wire::RequestHeader request = request_header(wire::NETCM_CLIENT_START_REQ);
     request.Arg4 = static_cast<uint32_t>(profile);
+    note_asked();
     uint32_t status = send_header(request);
     if (status != NETCM_SUCCESS) {
         QV_TRACE(2, "Error Sending request to CM. Error = [%d] \n", static_cast<int>(status));
@@ -137,7 +147,7 @@ uint32_t exchange_start(int32_t profile, wire::Record& answer) QV_REQUIRES(app_m
 // Keeps why the server refused, for NetCMGetTransportError.
 uint32_t start_refused(const wire::Record& answer, Opener opener) QV_REQUIRES(app_mutex) {
     QV_TRACE(3, "Error Starting connection = %d \n", static_cast<int>(answer.Status));
-    if (NetCMGetThreadIndex(opener.tid, &opener.index) == 0)
+    if (NetCMGetThreadIndex(opener.tid, &opener.index) == 0)  // not reached: checked before
         table().ThreadInfo[opener.index].LastSyncError =
             answer.Status == kTransportError ? static_cast<int32_t>(answer.Word5) : -1;
     return answer.Status;
@@ -233,7 +243,7 @@ Joined enter_slot(int32_t call_id, int32_t profile, int32_t thread_index, Positi
         put_use(call, 0, 0, thread_index, profile, from);
     else
         entry = add_use(call, thread_index, profile, from);
-    note_start(call, profile, from);
+    note_start(call, {.profile = profile, .began = from, .asked = std::min(from, start_asked_at)});
     return {.entry = entry, .is_new = is_new};
 }
 
@@ -251,7 +261,7 @@ bool vacate(int32_t index, Position until) {
     if (!departure.possible())
         return false;
     const Lock lock(table_lock);
-    if (load(slot(index).record->InUse) == 1)
+    if (load(slot(index).record->InUse) == 1)  // not reached: only between two steps
         departure.leave(slot(index), until);
     return true;
 }

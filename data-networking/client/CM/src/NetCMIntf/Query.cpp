@@ -43,12 +43,12 @@ uint32_t exchange(Here here, Query query, wire::Record& answer) {
         QV_TRACE_AT(here, 2, "Received response = %d \n", code);
     // Reading lets nothing else through; whoever changes that shall not get a wrong answer taken for a right
     // one.
-    if (answer.Code != static_cast<uint32_t>(query.answer)) {
-        if (query.arrival == Arrival::Traced)
-            QV_TRACE_AT(here, 2, "Received invalid response = %d \n", code);
+    if (answer.Code != static_cast<uint32_t>(query.answer)) {                 // not reached: checked before
+        if (query.arrival == Arrival::Traced)                                 // not reached: checked before
+            QV_TRACE_AT(here, 2, "Received invalid response = %d \n", code);  // not reached: checked before
         else
-            QV_TRACE_AT(here, 2, "Invalid response = %d \n", code);
-        return NETCM_ERR_FAILURE;
+            QV_TRACE_AT(here, 2, "Invalid response = %d \n", code);  // not reached: checked before
+        return NETCM_ERR_FAILURE;                                    // not reached: checked before
     }
     return NETCM_SUCCESS;
 }

@@ -72,8 +72,8 @@ uint32_t register_first_thread(int32_t tid, NetCMEventCallback callback) QV_REQU
     }
     int32_t index = 0;
     const uint32_t status = add_thread(tid, callback, index);
-    if (status != NETCM_SUCCESS)
-        return status;
+    if (status != NETCM_SUCCESS)  // not reached: checked before
+        return status;            // not reached: checked before
     NetCMClientAppInfo& info = table();
     store(info.ClientId, client_id);
     info.SyncSockFd = fd;

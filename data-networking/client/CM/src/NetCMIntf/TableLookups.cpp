@@ -12,13 +12,13 @@ using namespace quorvel;
 namespace {
 
 // What a look-up by profile gives back: the call may be gone when its lock is.
-struct Found {
+struct FoundCall {
     int32_t index = -1;
     int32_t call_id = -1;
     bool is_closing = false;
 };
 
-Found find_by_profile(int32_t profile, InUse in_use) {
+FoundCall find_by_profile(int32_t profile, InUse in_use) {
     const Lock lock(table_lock);
     const Call call = call_with(profile, in_use);
     if (!call)
@@ -82,7 +82,7 @@ int32_t NetCMGetThreadIndex(int32_t tid, int32_t* index) {
 }
 
 uint32_t NetCMGetCallIdFromProfileId(int32_t profile, int32_t* callId, int32_t* callIndex) {
-    const Found call = find_by_profile(profile, InUse::Any);
+    const FoundCall call = find_by_profile(profile, InUse::Any);
     *callId = call.call_id;
     if (call.index < 0)
         return NETCM_ERR_INVALID_PROFILE;
@@ -93,7 +93,7 @@ uint32_t NetCMGetCallIdFromProfileId(int32_t profile, int32_t* callId, int32_t* 
 
 // NETCM_ERR_ALREADY_EXISTS lets the caller join the call; it is no failure.
 uint32_t NetCMClientValidateConnection(int32_t profile, int32_t* callIndex) {
-    const Found call = find_by_profile(profile, InUse::One);
+    const FoundCall call = find_by_profile(profile, InUse::One);
     if (call.is_closing) {
         QV_TRACE(2, "A call is closing with profile [%d] \n", profile);
         return NETCM_ERR_CALL_CLOSING;
@@ -131,7 +131,7 @@ uint32_t NetCMCheckValidProfileId(int32_t profile) {
         QV_TRACE(3, "Invalid Profile ID [%d] \n", profile);
         return NETCM_ERR_INVALID_PROFILE;
     }
-    const Found call = find_by_profile(profile, InUse::Any);
+    const FoundCall call = find_by_profile(profile, InUse::Any);
     if (call.index < 0)
         return NETCM_ERR_INVALID_PROFILE;
     QV_TRACE(0, "Profile[%d] exist for the callinstance %d \n", profile, call.index);

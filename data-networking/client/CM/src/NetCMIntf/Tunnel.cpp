@@ -46,7 +46,7 @@ uint32_t send_tunnel_request(const NetCMTunnelData& record) QV_REQUIRES(app_mute
 uint32_t tunnel_refused(const wire::Record& answer) QV_REQUIRES(app_mutex) {
     QV_TRACE(3, "Error in tunnel request = %d \n", static_cast<int>(answer.Status));
     int32_t thread_index = -1;
-    if (NetCMGetThreadIndex(NetCMGetCurrentTid(), &thread_index) == 0)
+    if (NetCMGetThreadIndex(NetCMGetCurrentTid(), &thread_index) == 0)  // not reached: checked before
         table().ThreadInfo[thread_index].LastSyncError = static_cast<int32_t>(answer.Word5);
     QV_TRACE(3, "Reason  = %d, Index = %d\n", static_cast<int>(answer.Word5), thread_index);
     return answer.Status;

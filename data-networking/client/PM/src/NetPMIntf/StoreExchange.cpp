@@ -12,7 +12,7 @@ namespace quorvel {
 namespace {
 
 void trace_sent(const StoreRequest& request) {
-    switch (request.command) {
+    switch (request.command) {  // not reached: for the compiler
 #define X(command, sent, refused, done) \
     case wire::command:                 \
         sent;                           \
@@ -23,7 +23,7 @@ void trace_sent(const StoreRequest& request) {
 }
 
 void trace_refused(wire::PmCommand command, uint32_t error) {
-    switch (command) {
+    switch (command) {  // not reached: for the compiler
 #define X(command, sent, refused, done) \
     case wire::command:                 \
         refused;                        \
@@ -34,7 +34,7 @@ void trace_refused(wire::PmCommand command, uint32_t error) {
 }
 
 void trace_done(wire::PmCommand command, int32_t profile) {
-    switch (command) {
+    switch (command) {  // not reached: for the compiler
 #define X(command, sent, refused, done) \
     case wire::command:                 \
         done;                           \
