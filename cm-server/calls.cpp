@@ -17,10 +17,14 @@ Message about(wire::Event code, uint32_t call, int32_t profile, uint32_t status 
     return message;
 }
 
-// Which interface it was that did not come up, or that no network of the configuration leads anywhere.
-std::string way_of(const Call& call, const Profile& profile) {
-    if (!call.wanted_interface.empty())
-        return " over the interface " + call.wanted_interface;
+// Which interface or connection it is that comes up, or that no network of the configuration leads anywhere.
+std::string way_of(const Network& network, const Profile& profile) {
+    if (network.managed)
+        return network.managed->connection.empty()
+                   ? " by NetworkManager"
+                   : " by NetworkManager's connection \"" + network.managed->connection + "\"";
+    if (!network.interface.empty())
+        return " over the interface " + network.interface;
     return std::string(", for which no network of the kind \"") +
            (profile.kind == NETCM_IFACE_PDP ? "pdp" : "wlan") + "\" leads to \"" + profile.access_point +
            "\"";
@@ -39,7 +43,7 @@ const char* to_text(Call::State state) {
         case Call::State::kSuspended:
             return "suspended";
     }
-    return "unknown";
+    return "unknown";  // not reached: for the compiler
 }
 
 bool same_connection(const Profile& a, const Profile& b) {
@@ -66,7 +70,7 @@ void Calls::begin(uint32_t call, uint32_t client, const Profile& profile) {
         calls_[call].users.add(client, profile);
         calls_[call].state = Call::State::kStarting;
         const Network network = network_of(config_, profile);
-        calls_[call].wanted_interface = network.interface;
+        calls_[call].way = way_of(network, profile);
         bearer_->connect(call, network);
     } catch (...) {
         // Nobody would ever end it.
@@ -250,7 +254,7 @@ void Calls::on_ended(uint32_t id, Reason reason) {
 
 void Calls::on_refused(uint32_t id, Reason reason) {
     const Profile& first = calls_.at(id).users.first_profile();
-    log::warning("call ", log::field("call", id), ", ", describe(first), way_of(calls_.at(id), first),
+    log::warning("call ", log::field("call", id), ", ", describe(first), calls_.at(id).way,
                  ", did not come up: ", to_text(reason));
     or_give_up(id, [=, this] {
         calls_.at(id).users.each([&](uint32_t client, int32_t profile) {

@@ -22,7 +22,7 @@ struct Call {
     State state = State::kFree;
     CallUsers users;
     Addresses addresses;
-    std::string wanted_interface;  // while it comes up
+    std::string way;  // in words, while it comes up
 
     bool connected() const { return state == State::kUp || state == State::kSuspended; }
 };

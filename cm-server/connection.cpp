@@ -17,7 +17,7 @@ Peer peer_of(int fd) {
     ucred credentials{};
     socklen_t size = sizeof(credentials);
     if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0)
-        return {0, static_cast<uid_t>(-1)};
+        return {0, static_cast<uid_t>(-1)};  // not reached: the system never says so
     return {credentials.pid, credentials.uid};
 }
 

@@ -19,7 +19,7 @@ constexpr size_t kFewest = kOwn + kUnregistered + 2;
 size_t raised_limit() {
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
-        return kFewest;
+        return kFewest;  // not reached: the system never says so
     rlimit raised = limit;
     raised.rlim_cur = limit.rlim_max;
     const bool done = setrlimit(RLIMIT_NOFILE, &raised) == 0;

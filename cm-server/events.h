@@ -23,7 +23,7 @@ struct Freed {
 };
 
 using EventBase = std::unique_ptr<event_base, Freed<event_base_free>>;
-using Event = std::unique_ptr<event, Freed<event_free>>;
+using Event = std::unique_ptr<::event, Freed<event_free>>;
 using BufferEvent = std::unique_ptr<bufferevent, Freed<bufferevent_free>>;
 using Listener = std::unique_ptr<evconnlistener, Freed<evconnlistener_free>>;
 

@@ -35,6 +35,8 @@ void describe(CLI::App& app, Arguments& arguments) {
         ->check(CLI::ExistingFile);
     app.add_flag("--check-config", arguments.check_config,
                  "Check the configuration file, print every fault, and do not serve");
+    app.add_flag("--discover", arguments.discover,
+                 "Print a configuration for what NetworkManager or this machine has, and do not serve");
     app.add_option("--log-level", arguments.log_level, "How much to log")
         ->check(CLI::IsMember({"error", "warning", "info", "debug"}))
         ->capture_default_str();

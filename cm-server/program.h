@@ -14,6 +14,7 @@ struct Arguments {
     std::string log_format = "text";
     int64_t request_time = 5000;
     bool check_config = false;
+    bool discover = false;
 };
 
 // The arguments have to live as long as the description.

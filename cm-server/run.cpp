@@ -5,6 +5,7 @@
 #include "command-line/Run.h"
 #include "log.h"
 #include "program.h"
+#include "proposal.h"
 
 namespace quorvel::cm {
 namespace {
@@ -22,7 +23,15 @@ int check_config(const std::string& path) {
     return command_line::kDone;
 }
 
+int discover() {
+    log::set_level(log::Level::kError);
+    std::fputs(propose_configuration().c_str(), stdout);
+    return command_line::kDone;
+}
+
 int serve(Arguments& arguments) {
+    if (arguments.discover)
+        return discover();
     if (arguments.check_config)
         return check_config(arguments.server.config);
     log::set_level(log::level_from_name(arguments.log_level));

@@ -33,10 +33,15 @@ Server::Server(const ServerOptions& options, Config config)
       clients_(room_.clients),
       statistics_(interfaces_),
       calls_(config_, clients_, statistics_),
-      bearer_(base_.get(), config_.set_up_limit, interfaces_, calls_),
+      managed_changed_(base_.get(), [this] { managed_changed(); }),
+      bearer_(
+          base_.get(), config_.set_up_limit, interfaces_, [this](int32_t id) { return store_.read(id); },
+          options.store == kInMemory ? "" : options.store + ".activated",
+          [this] { managed_changed_.start(std::chrono::milliseconds(0)); }, calls_),
       store_(options.store, config_.profiles),
       good_copy_(base_.get(), store_, config_.good_copy_after),
-      networks_(config_, store_, interfaces_),
+      networks_(config_, store_, interfaces_,
+                [this](const Network& network) { return bearer_.status(network); }),
       links_(base_.get(), interfaces_, [this] { links_changed(); }),
       last_status_(networks_.indication().record),
       connections_(base_.get()),
@@ -54,6 +59,7 @@ Server::Server(const ServerOptions& options, Config config)
     ignore_other_signals();
     log::when_waiting([this] { log_again_.start(kLogAgain); });
     calls_.use(bearer_);
+    bearer_.use(config_);
     tap_.use([this] { return present(); });
     start_recording();
     keep_memory_for_trouble();
@@ -71,9 +77,7 @@ std::unique_ptr<ListeningSocket> Server::listen() {
 }
 
 nlohmann::json Server::execute(const nlohmann::json& given) {
-    if (const auto wrong = fault_in(given))
-        throw ControlError(wrong->what);
-    const nlohmann::json command = in_numbers(given);
+    const nlohmann::json command = checked_command(given);
     note_command(command);
     if (command.at("command") == "reload")
         return reload_for_operator();
@@ -113,6 +117,7 @@ void Server::stop(const char* why) {
     tap_.note([why]() -> nlohmann::json { return {{"note", "end"}, {"why", why}}; });
     tap_.tell();
     sd_notify(0, "STOPPING=1");
+    bearer_.finish();
     event_base_loopbreak(base_.get());
 }
 
@@ -155,7 +160,7 @@ void Server::apply(Config config) {
         log::set_level(*config_.log_level);
     holdings_.use(config_.limits.memory);
     door_.use(config_.limits);
-    bearer_.use(config_.set_up_limit);
+    bearer_.use(config_);
     good_copy_.use(config_.good_copy_after);
     store_.use(config_.profiles);
     networks_.count();
@@ -187,8 +192,17 @@ void Server::warn_of_other_profiles() {
         log::warning(text);
 }
 
+void Server::managed_changed() {
+    networks_.forget_managed();
+    tell_status();
+}
+
 void Server::links_changed() {
     bearer_.look_again();
+    tell_status();
+}
+
+void Server::tell_status() {
     const Message status = networks_.indication();
     if (status.record.Word2 == last_status_.Word2 && status.record.CallId == last_status_.CallId)
         return;

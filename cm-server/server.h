@@ -64,6 +64,8 @@ class Server : private Connection::Handler {
     void apply(Config config);
     void make_room_for_one();
     void links_changed();
+    void managed_changed();
+    void tell_status();
     std::unique_ptr<ListeningSocket> listen();
     // Everybody is disconnected, and nobody is let in for a while.
     void restart(std::chrono::milliseconds away);
@@ -101,6 +103,7 @@ class Server : private Connection::Handler {
     Interfaces interfaces_;
     Statistics statistics_;
     Calls calls_;
+    Timer managed_changed_;
     Bearers bearer_;
     Store store_;
     GoodCopy good_copy_;

@@ -66,7 +66,7 @@ std::string listener_of(int fd) {
     ucred peer{};
     socklen_t size = sizeof(peer);
     if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
-        return "";
+        return "";  // not reached: the system never says so
     const passwd* user = getpwuid(peer.uid);
     return ": process " + std::to_string(peer.pid) + " of user " +
            (user != nullptr ? user->pw_name : std::to_string(peer.uid));

@@ -1,5 +1,7 @@
 #include "command-line/Run.h"
 
+#include <fcntl.h>
+
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -11,6 +13,16 @@
 
 namespace quorvel::command_line {
 namespace {
+
+// Who starts a program without one of its streams gets nothing there. Otherwise the first socket or file that
+// is opened would take its place, and be written what is meant for somebody who reads.
+void open_missing_streams() {
+    for (const int stream : {0, 1, 2}) {
+        if (fcntl(stream, F_GETFD) < 0) {
+            (void)open("/dev/null", O_RDWR);
+        }
+    }
+}
 
 // What somebody has typed steers no terminal.
 std::string printable(std::string text) {
@@ -94,6 +106,7 @@ int read_and_do(CLI::App& app, int argc, char** argv, const std::function<int()>
 }  // namespace
 
 int run(CLI::App& app, int argc, char** argv, const std::function<int()>& rest) {
+    open_missing_streams();
     try {
         return read_and_do(app, argc, argv, rest);
     } catch (const std::exception& error) {

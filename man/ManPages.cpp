@@ -182,6 +182,27 @@ void write_ending(std::ostream& page, const CLI::App& command, const std::string
     page << "\n";
 }
 
+// Long lines broken at their blanks, for tools that read the page line by line.
+std::string filled(const std::string& page) {
+    constexpr size_t width = 78;
+    std::istringstream lines(page);
+    std::string result;
+    for (std::string line; std::getline(lines, line);) {
+        const bool is_macro = line.starts_with('.');
+        while (!is_macro && line.size() > width && line.find(' ') != std::string::npos) {
+            size_t blank = line.rfind(' ', width);
+            if (blank == std::string::npos)
+                blank = line.find(' ');
+            result += line.substr(0, blank) + "\n";
+            line.erase(0, blank + 1);
+            if (line.starts_with('.') || line.starts_with('\''))
+                line.insert(0, "\\&");
+        }
+        result += line + "\n";
+    }
+    return result;
+}
+
 std::string page_of(const CLI::App& command, const std::string& program, const Manual& manual) {
     std::ostringstream page;
     const std::string name = full_name(command, '-');
@@ -189,8 +210,8 @@ std::string page_of(const CLI::App& command, const std::string& program, const M
     std::ranges::transform(title, title.begin(),
                            [](char c) { return c >= 'a' && c <= 'z' ? char(c - 32) : c; });
     page << ".\\\" Made from the program's own description of its commands.\n.TH \"" << escaped(title)
-         << "\" " << manual.section << " \"\" \"" << escaped(manual.release) << "\" \"" << manual.title
-         << "\"\n.SH NAME\n"
+         << "\" " << manual.section << " \"" << manual.date << "\" \"" << escaped(manual.release) << "\" \""
+         << manual.title << "\"\n.SH NAME\n"
          << escaped(name) << " \\- " << escaped(command.get_description()) << "\n";
     const Options options = options_of(command);
     write_synopsis(page, command, chosen(options, true));
@@ -200,7 +221,7 @@ std::string page_of(const CLI::App& command, const std::string& program, const M
     write_common_options(page, program, manual);
     write_commands(page, command, manual);
     write_ending(page, command, program, manual);
-    return page.str();
+    return filled(page.str());
 }
 
 void write_page(const CLI::App& command, const std::string& program, const Manual& manual,

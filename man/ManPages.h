@@ -13,6 +13,7 @@ struct Manual {
     int section = 1;
     std::string title;    // of the section
     std::string release;  // "Quorvel 4.0"
+    std::string date;     // of the release
     // Options of the program itself that may stand behind every command.
     std::vector<std::string> common_options;
 };

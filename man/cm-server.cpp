@@ -3,7 +3,7 @@
 #include "program.h"
 
 int main(int argc, char** argv) {
-    return quorvel::man::write_pages(quorvel::cm::describe,
-                                     {8, "System Administration", "Quorvel " QUORVEL_VERSION, {"--socket"}},
-                                     argc, argv);
+    return quorvel::man::write_pages(
+        quorvel::cm::describe,
+        {8, "System Administration", QUORVEL_RELEASE, QUORVEL_RELEASE_DATE, {"--socket"}}, argc, argv);
 }

@@ -4,6 +4,6 @@
 
 int main(int argc, char** argv) {
     return quorvel::man::write_pages(
-        quorvel::netcm::describe, {1, "User Commands", "Quorvel " QUORVEL_VERSION, {"--json", "--timeout"}},
-        argc, argv);
+        quorvel::netcm::describe,
+        {1, "User Commands", QUORVEL_RELEASE, QUORVEL_RELEASE_DATE, {"--json", "--timeout"}}, argc, argv);
 }

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "Measure.h"
 #include "common/PmWire.h"
 #include "server/Subject.h"
 
@@ -264,6 +265,7 @@ void prepare() {
 
 int run() {
     prepare();
+    run_on(Cpus::One);
     std::printf("starting with %zu and with %zu profiles, %zu and %zu clients ...\n", kSmall.profiles,
                 kLarge.profiles, kSmall.clients, kLarge.clients);
     Subject small("small", kSmall);

@@ -101,6 +101,15 @@ const InterfaceState* Interfaces::find(const std::string& name) const {
     return index == indices_.end() ? nullptr : &links_.at(index->second);
 }
 
+const InterfaceState* Interfaces::find_with(in_addr address) const {
+    const auto has_it = [&](const auto& link) {
+        return std::ranges::any_of(link.second.addresses,
+                                   [&](in_addr its) { return its.s_addr == address.s_addr; });
+    };
+    const auto found = std::ranges::find_if(links_, has_it);
+    return found == links_.end() ? nullptr : &found->second;
+}
+
 const InterfaceState* Interfaces::look_at(const std::string& name) {
     catch_up();
     if (name.empty() || name.size() >= IFNAMSIZ)

@@ -40,6 +40,8 @@ class Interfaces {
 
     // Null when there is no such interface.
     const InterfaceState* find(const std::string& name) const;
+    // Which has this address; null when none has.
+    const InterfaceState* find_with(in_addr address) const;
     // Asks the kernel for this one alone, its counters included.
     const InterfaceState* look_at(const std::string& name);
 

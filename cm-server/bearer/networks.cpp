@@ -1,5 +1,6 @@
 #include "bearer/networks.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace quorvel::cm {
@@ -11,22 +12,11 @@ size_t place_of(NetIface kind) {
 
 }  // namespace
 
-const char* to_text(NetworkStatus status) {
-    switch (status) {
-        case NetworkStatus::kAbsent:
-            return "absent";
-        case NetworkStatus::kDown:
-            return "down";
-        case NetworkStatus::kNoAddress:
-            return "without an address";
-        case NetworkStatus::kReady:
-            return "ready";
-    }
-    return "unknown";
-}
-
-Networks::Networks(const Config& config, Store& store, Interfaces& interfaces)
-    : config_(config), store_(store), interfaces_(interfaces) {
+Networks::Networks(const Config& config, Store& store, Interfaces& interfaces, StatusOf status_of_managed)
+    : config_(config),
+      store_(store),
+      interfaces_(interfaces),
+      status_of_managed_(std::move(status_of_managed)) {
     count();
     store_.watch(this);
     interfaces_.watch([this](const std::string& name) { look_at(name); });
@@ -41,10 +31,11 @@ void Networks::count() {
     named_.clear();
     counts_ = {};
     simulated_ = {};
+    managed_.reset();
     for (const Network& network : config_.networks)
         if (network.simulation)
             simulated_.at(place_of(network.kind)) = true;
-        else
+        else if (!network.managed && !network.interface.empty())
             on_interface(network.kind, network.interface, 1);
     for (const NamedInterface& used : store_.named_interfaces())
         on_interface(used.kind, used.name, used.count);
@@ -55,7 +46,7 @@ void Networks::on_interface(NetIface kind, const std::string& name, int more) {
     auto [found, added] = named_.try_emplace(name);
     Named& named = found->second;
     if (added)
-        named.status = status_of(name);
+        named.status = status_of(interfaces_.find(name));
     uint32_t& uses = named.uses.at(place);
     uint32_t& count = counts_.at(place).at(static_cast<size_t>(named.status));
     const bool before = uses > 0;
@@ -67,10 +58,11 @@ void Networks::on_interface(NetIface kind, const std::string& name, int more) {
 }
 
 void Networks::look_at(const std::string& name) {
+    managed_.reset();
     const auto found = named_.find(name);
     if (found == named_.end())
         return;
-    const NetworkStatus before = std::exchange(found->second.status, status_of(name));
+    const NetworkStatus before = std::exchange(found->second.status, status_of(interfaces_.find(name)));
     for (size_t place = 0; place < kKinds; ++place)
         if (found->second.uses.at(place) > 0) {
             --counts_.at(place).at(static_cast<size_t>(before));
@@ -78,13 +70,16 @@ void Networks::look_at(const std::string& name) {
         }
 }
 
-NetworkStatus Networks::status_of(const std::string& name) const {
-    const InterfaceState* state = interfaces_.find(name);
-    if (state == nullptr)
-        return NetworkStatus::kAbsent;
-    if (!state->running)
-        return NetworkStatus::kDown;
-    return state->addresses.empty() ? NetworkStatus::kNoAddress : NetworkStatus::kReady;
+NetworkStatus Networks::managed(size_t place) const {
+    if (!managed_) {
+        managed_.emplace();
+        for (const Network& network : config_.networks)
+            if (network.managed) {
+                NetworkStatus& best = managed_->at(place_of(network.kind));
+                best = std::max(best, status_of_managed_(network));
+            }
+    }
+    return managed_->at(place);
 }
 
 NetworkStatus Networks::status(NetIface kind) const {
@@ -94,7 +89,7 @@ NetworkStatus Networks::status(NetIface kind) const {
     size_t best = kStatuses - 1;
     while (best > 0 && counts_.at(place).at(best) == 0)
         --best;
-    return static_cast<NetworkStatus>(best);
+    return std::max(static_cast<NetworkStatus>(best), managed(place));
 }
 
 uint32_t Networks::available() const {

@@ -2,29 +2,27 @@
 #pragma once
 
 #include <array>
+#include <functional>
+#include <optional>
 #include <string>
 #include <unordered_map>
 
 #include "bearer/interfaces.h"
+#include "bearer/network_status.h"
 #include "config/config.h"
 #include "protocol/message.h"
 #include "store/store.h"
 
 namespace quorvel::cm {
 
-enum class NetworkStatus : uint32_t {
-    kAbsent = 0,     // no interface
-    kDown = 1,       // down, or without a carrier
-    kNoAddress = 2,  // up, without an IPv4 address
-    kReady = 3,      // up, with an address
-};
-const char* to_text(NetworkStatus status);
-
 // Counts as interfaces and profiles change, so that a question costs the same however many there are.
 class Networks : private StoreObserver {
   public:
+    // How a network is whose connections somebody else brings up, and who knows.
+    using StatusOf = std::function<NetworkStatus(const Network& network)>;
+
     // It is told of changes from here on, so it stays where it is.
-    Networks(const Config& config, Store& store, Interfaces& interfaces);
+    Networks(const Config& config, Store& store, Interfaces& interfaces, StatusOf status_of_managed);
     ~Networks();
     Networks(const Networks&) = delete;
     Networks& operator=(const Networks&) = delete;
@@ -37,6 +35,8 @@ class Networks : private StoreObserver {
     Message indication() const;
     // Counts anew: the configuration is another one.
     void count();
+    // What somebody else knows is to be asked for again.
+    void forget_managed() { managed_.reset(); }
 
   private:
     static constexpr size_t kKinds = 2;
@@ -49,7 +49,7 @@ class Networks : private StoreObserver {
     void on_interface(NetIface kind, const std::string& name, int more) override;
     void on_restored() override { count(); }
     void look_at(const std::string& name);
-    NetworkStatus status_of(const std::string& name) const;
+    NetworkStatus managed(size_t place) const;
 
     const Config& config_;
     Store& store_;
@@ -59,6 +59,9 @@ class Networks : private StoreObserver {
     // How many of them have a status, by kind.
     std::array<std::array<uint32_t, kStatuses>, kKinds> counts_{};
     std::array<bool, kKinds> simulated_{};
+    StatusOf status_of_managed_;
+    // The best of each kind, as it was when it was asked for last; nothing since something has changed.
+    mutable std::optional<std::array<NetworkStatus, kKinds>> managed_;
 };
 
 }  // namespace quorvel::cm

@@ -24,7 +24,7 @@ bool resets(ResetLevel level, size_t counter) {
         case ResetLevel::kBytesAndPackets:
             return bytes || packets;
     }
-    return false;
+    return false;  // not reached: for the compiler
 }
 
 }  // namespace

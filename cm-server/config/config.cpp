@@ -59,10 +59,23 @@ Simulation read_simulation(ConfigTable& table) {
     return simulation;
 }
 
-void check_link(ConfigTable& table, const Network& network) {
-    for (const char* key : {"delay", "refusal", "lost-after", "address"})
-        table.refuse(key, " needs bearer = \"simulated\"");
-    if (network.interface.empty())
+enum class BearerKind : uint8_t { kLink, kSimulated, kNetworkManager };
+
+void read_bearer(ConfigTable& table, Network& network) {
+    const auto kind =
+        static_cast<BearerKind>(table.choice("bearer", {"link", "simulated", "networkmanager"}).value_or(0));
+    const bool simulated = kind == BearerKind::kSimulated;
+    network.interface = table.text("interface", IFNAMSIZ - 1).value_or(simulated ? "simulated0" : "");
+    if (simulated)
+        network.simulation = read_simulation(table);
+    else
+        for (const char* key : {"delay", "refusal", "lost-after", "address"})
+            table.refuse(key, " needs bearer = \"simulated\"");
+    if (kind != BearerKind::kNetworkManager)
+        table.refuse("connection", " needs bearer = \"networkmanager\"");
+    else
+        network.managed = Managed{table.text("connection").value_or("")};
+    if (kind == BearerKind::kLink && network.interface.empty())
         table.fault("a network needs an interface");
 }
 
@@ -73,12 +86,7 @@ Network read_network(ConfigTable& table) {
     table.refuse(pdp ? "essid" : "apn", pdp ? " needs kind = \"wlan\"" : " needs kind = \"pdp\"");
     network.access_point = table.text(pdp ? "apn" : "essid").value_or("");
     network.dns = table.addresses("dns");
-    const bool simulated = table.choice("bearer", {"link", "simulated"}).value_or(0) == 1;
-    network.interface = table.text("interface", IFNAMSIZ - 1).value_or(simulated ? "simulated0" : "");
-    if (simulated)
-        network.simulation = read_simulation(table);
-    else
-        check_link(table, network);
+    read_bearer(table, network);
     return network;
 }
 
@@ -92,7 +100,7 @@ toml::table parse(const std::string& path) {
         ConfigFaults faults(path);
         faults.add(error.source(), std::string(error.description()));
         faults.raise();
-        throw;
+        throw;  // not reached: for the compiler
     }
 }
 
@@ -107,7 +115,7 @@ Config built_in_config() {
     put_text(record.PdpProfInfo.Apn, "local");
     record.PdpProfInfo.AppProtoType = 1;
     config.profiles.push_back(profile);
-    config.networks.push_back({NETCM_IFACE_PDP, "", "lo", {}, {}});
+    config.networks.push_back({NETCM_IFACE_PDP, "", "lo", {}, {}, {}, 0});
     return config;
 }
 
@@ -143,13 +151,14 @@ Network network_of(const Config& config, const Profile& profile) {
     };
     if (const auto found = std::ranges::find_if(config.networks, fits); found != config.networks.end())
         result = *found;
+    result.profile = profile.id;
     if (!profile.interface.empty()) {
         result.interface = profile.interface;
         result.simulation.reset();
     }
     if (!profile.dns.empty())
         result.dns = profile.dns;
-    if (result.dns.empty())
+    if (result.dns.empty() && !result.managed)
         result.dns = config.dns.empty() ? system_name_servers() : config.dns;
     return result;
 }

@@ -23,6 +23,11 @@ struct Simulation {
     in_addr address{};
 };
 
+// A connection that NetworkManager brings up, and whose name servers it knows.
+struct Managed {
+    std::string connection;  // one that it has, by name or UUID; empty: made of the profile
+};
+
 // How profiles reach a network.
 struct Network {
     NetIface kind = NETCM_IFACE_PDP;
@@ -30,6 +35,8 @@ struct Network {
     std::string interface;
     std::vector<in_addr> dns;  // empty: the configuration's, or else the machine's
     std::optional<Simulation> simulation;
+    std::optional<Managed> managed;
+    int32_t profile = 0;  // that the connection is for
 };
 
 struct Config {

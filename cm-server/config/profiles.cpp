@@ -56,7 +56,7 @@ std::optional<FieldValue> value_of(ConfigTable& table, const Field& field) {
         case Field::Kind::kByte:
             return table.number(key, 0, UINT8_MAX);
     }
-    return std::nullopt;
+    return std::nullopt;  // not reached: for the compiler
 }
 
 void read_fields(ConfigTable& table, NetPMProfile& record, bool forms) {
@@ -82,7 +82,7 @@ const char* what_has(Part part) {
         case Part::kEap:
             return " needs kind = \"wlan\" and security-mode = 5, 7 or 9";
     }
-    return " belongs to another kind of profile";
+    return " belongs to another kind of profile";  // not reached: for the compiler
 }
 
 // What other kinds of profiles have, and this one has not.

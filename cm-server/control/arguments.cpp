@@ -5,6 +5,7 @@
 #include <charconv>
 
 #include "control/control.h"
+#include "log.h"
 
 namespace quorvel::cm {
 namespace {
@@ -30,17 +31,12 @@ uint32_t only_call(const Calls& calls) {
 }  // namespace
 
 uint32_t number(const json& arguments, const char* key, uint32_t otherwise) {
-    if (!arguments.contains(key))
-        return otherwise;
-    if (!arguments[key].is_number_unsigned() || arguments[key].get<uint64_t>() > UINT32_MAX)
-        throw ControlError(std::string(key) + " must be a number from 0 to 4294967295");
-    return arguments[key].get<uint32_t>();
+    return arguments.value(key, otherwise);
 }
 
 in_addr address(const json& text) {
     in_addr result{};
-    if (!text.is_string() || inet_pton(AF_INET, text.get<std::string>().c_str(), &result) != 1)
-        throw ControlError(text.dump() + " is no IPv4 address");
+    inet_pton(AF_INET, text.get<std::string>().c_str(), &result);
     return result;
 }
 
@@ -57,6 +53,15 @@ std::vector<std::byte> bytes(const json& hex) {
     if (text.size() % 2 != 0)
         throw ControlError("hexadecimal data has two digits for each byte");
     return result;
+}
+
+void log_command(const json& command) {
+    constexpr size_t kShownDigits = 256;
+    json shown = command;
+    if (const auto hex = shown.find("hex"); hex != shown.end() && hex->is_string())
+        if (auto& digits = hex->get_ref<std::string&>(); digits.size() > kShownDigits)
+            digits = digits.substr(0, kShownDigits) + "... (" + std::to_string(digits.size() / 2) + " bytes)";
+    log::info("the operator asks: ", shown.dump());
 }
 
 uint32_t chosen_call(const Calls& calls, const json& arguments) {

@@ -10,10 +10,14 @@
 
 namespace quorvel::cm {
 
-// Each throws ControlError when the argument makes no sense.
+// Of a checked command.
 uint32_t number(const nlohmann::json& arguments, const char* key, uint32_t otherwise);
 in_addr address(const nlohmann::json& text);
+// Throws ControlError when this is no hexadecimal data: records hold some, too.
 std::vector<std::byte> bytes(const nlohmann::json& hex);
+
+// Of a command that is about to be carried out: data are cut, since a log is no place for a file.
+void log_command(const nlohmann::json& command);
 
 // The call that "call" or "profile" names; with neither, the only one there is.
 uint32_t chosen_call(const Calls& calls, const nlohmann::json& arguments);

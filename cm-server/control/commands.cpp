@@ -6,7 +6,6 @@
 #include "common/PmWire.h"
 #include "control/arguments.h"
 #include "control/control.h"
-#include "log.h"
 
 namespace quorvel::cm {
 namespace {
@@ -139,8 +138,8 @@ json execute_command(Services services, const json& command) {
     const auto found =
         std::ranges::find_if(kCommands, [&](const Entry& entry) { return name == entry.name; });
     if (found == kCommands.end())
-        throw ControlError("there is no command \"" + name + "\"");
-    log::info("the operator asks: ", command.dump());
+        throw ControlError("there is no command \"" + name + "\"");  // not reached: for the compiler
+    log_command(command);
     return found->command(services, command);
 }
 

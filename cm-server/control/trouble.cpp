@@ -6,7 +6,6 @@
 
 #include "control/arguments.h"
 #include "control/control.h"
-#include "log.h"
 #include "protocol/status.h"
 
 namespace quorvel::cm {
@@ -21,7 +20,7 @@ uint32_t event_code(const json& arguments) {
     for (const wire::EventEntry& entry : wire::kEvents)
         if (name == entry.name || name == std::to_string(entry.code))
             return entry.code;
-    throw ControlError("there is no answer or event \"" + name + "\"");
+    throw ControlError("there is no answer or event \"" + name + "\"");  // not reached: for the compiler
 }
 
 std::string value_text(const Fault& fault) {
@@ -110,7 +109,7 @@ std::optional<json> execute_trouble(const Trouble& trouble, const json& command)
         std::ranges::find(kTroubleCommands, command.at("command").get<std::string>(), &TroubleCommand::name);
     if (found == kTroubleCommands.end())
         return std::nullopt;
-    log::info("the operator asks: ", command.dump());
+    log_command(command);
     return found->command(trouble, command);
 }
 

@@ -10,6 +10,7 @@
 #include "command-line/Duration.h"
 #include "command-line/Suggestion.h"
 #include "common/Wire.h"
+#include "control/control.h"
 #include "faults/faults.h"
 #include "protocol/status.h"
 
@@ -228,16 +229,15 @@ std::optional<CommandFault> fault_in(const json& command) {
     return std::nullopt;
 }
 
-json in_numbers(const json& command) {
-    json result = command;
-    const auto entry =
-        std::ranges::find(vocabulary(), command.at("command").get<std::string>(), &CommandKeys::name);
-    if (entry == vocabulary().end())
-        return result;
-    for (const Key& key : entry->keys)
-        if (key.read != nullptr && command.contains(key.name))
-            result[std::string(key.name)] = key.read(command.at(std::string(key.name)), command).value_or(0);
-    return result;
+json checked_command(const json& given) {
+    if (const auto wrong = fault_in(given))
+        throw ControlError(wrong->what);
+    json command = given;
+    const auto name = given.at("command").get<std::string>();
+    for (const Key& key : std::ranges::find(vocabulary(), name, &CommandKeys::name)->keys)
+        if (key.read != nullptr && given.contains(key.name))
+            command[std::string(key.name)] = key.read(given.at(std::string(key.name)), given).value();
+    return command;
 }
 
 }  // namespace quorvel::cm

@@ -15,8 +15,8 @@ struct CommandFault {
 // What is wrong with a command, as far as it can be told without the clients and calls that are there.
 std::optional<CommandFault> fault_in(const nlohmann::json& command);
 
-// A command without a fault, with numbers for names of statuses, reasons and network states, and milliseconds
-// for times with a unit.
-nlohmann::json in_numbers(const nlohmann::json& command);
+// The command with numbers for names of statuses, reasons and network states, and milliseconds for times with
+// a unit. Throws ControlError when there is a fault in it: whoever executes a command is given none of those.
+nlohmann::json checked_command(const nlohmann::json& given);
 
 }  // namespace quorvel::cm

@@ -1,20 +1,12 @@
 // What follows records, by its fields.
 #pragma once
 
-#include <cstring>
 #include <nlohmann/json.hpp>
 #include <span>
-#include <string>
 
 #include "protocol/message.h"
 
 namespace quorvel::cm {
-
-// The text of a field of fixed size, which may have no end.
-template <size_t Size>
-std::string field_text(const char (&field)[Size]) {
-    return {field, strnlen(field, Size)};
-}
 
 // The block of a message that is not the profile manager's; an empty object for one that is too short.
 nlohmann::json block_json(const Message& message);

@@ -8,12 +8,6 @@
 
 namespace quorvel::cm {
 
-bool Addresses::operator==(const Addresses& other) const {
-    const auto same = [](in_addr a, in_addr b) { return a.s_addr == b.s_addr; };
-    return interface == other.interface && same(address, other.address) &&
-           std::equal(dns.begin(), dns.end(), other.dns.begin(), other.dns.end(), same);
-}
-
 Message make_message(wire::Event code, uint32_t status) {
     Message message;
     message.record.Code = code;

@@ -4,8 +4,10 @@
 #include <netinet/in.h>
 
 #include <cstddef>
+#include <cstring>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "common/Wire.h"
@@ -22,8 +24,6 @@ struct Addresses {
     std::string interface;
     in_addr address{};
     std::vector<in_addr> dns;
-
-    bool operator==(const Addresses& other) const;
 };
 
 Message make_message(wire::Event code, uint32_t status = NETCM_SUCCESS);
@@ -38,6 +38,11 @@ void append(std::vector<std::byte>& block, const T& record) {
 
 // Copies text into a field and fills the rest with zeros; the last byte stays zero.
 void put_text(std::span<char> field, std::string_view text);
+// The text of a field of fixed size, which may have no end.
+template <size_t Size>
+std::string_view field_text(const char (&field)[Size]) {
+    return {field, strnlen(field, Size)};
+}
 
 NetCMAddr to_wire(in_addr address);
 wire::ConnectionBlock to_wire(const Addresses& addresses);

@@ -102,13 +102,13 @@ std::string name_before(const std::string& path) {
     return path + ".1";
 }
 
-bool exists(const std::string& path) {
+bool can_be_read(const std::string& path) {
     return std::ifstream(path).good();
 }
 
 std::optional<RecordPart> part_before(const RecordPart& part, const std::string& path) {
     const auto number = part.begin.value("part", 1U);
-    if (number <= 1 || !exists(path))
+    if (number <= 1 || !can_be_read(path))
         return std::nullopt;
     RecordPart before = read_part(path);
     if (before.begin.value("record", "") != part.begin.value("record", "") ||

@@ -100,8 +100,4 @@ bool Ring::take(Kept& kept) {
     return true;
 }
 
-size_t Ring::waiting() const {
-    return head_->put.load(std::memory_order_acquire) - head_->taken.load(std::memory_order_acquire);
-}
-
 }  // namespace quorvel::cm

@@ -22,8 +22,6 @@ class Ring {
     bool put(const Passing& passing) noexcept;
     // The writer's side: false when there is nothing.
     bool take(Kept& kept);
-    // What waits, in bytes.
-    size_t waiting() const;
 
   private:
     struct Head;

@@ -101,7 +101,7 @@ class Story {
             found->second.index = people_.size();
             people_.push_back({{"client", entry.kept.client},
                                {"server", entry.server},
-                               {"from", entry.note.is_null() ? at(entry) : at(entry)},
+                               {"from", at(entry)},
                                {"to", nullptr},
                                {"why", ""}});
         }

@@ -83,7 +83,7 @@ void ask_application_profile(Services services, Client& client, const Request& r
     wire::AppProfMsg message{};
     Cursor cursor(request.payload);
     if (!cursor.read(message))
-        return;
+        return;  // not reached: for the compiler
     const uint32_t application = message.AppProf.AppId;
     const bool with_event = message.Cmd == wire::NETPM_APPPROF_ASYNC_PROPER_PROFILE;
     const auto [words, error] = carry_out(kAppProfileCommands, message.Cmd,

@@ -41,8 +41,7 @@ void handle_request(Services services, Client& client, const Request& request) {
     const auto found = std::ranges::find(kHandlers, request.header.Command,
                                          [](const Entry& entry) { return uint32_t{entry.command}; });
     if (found == kHandlers.end())
-        return client.sync->close(std::string(wire::find_command(request.header.Command)->name) +
-                                  " is not served");
+        return client.sync->close("it asks for what is not served");  // not reached: for the compiler
     try {
         found->handler(services, client, request);
     } catch (const DatabaseError& error) {

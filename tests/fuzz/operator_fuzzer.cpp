@@ -13,6 +13,7 @@
 #include "control/control.h"
 #include "control/scenario.h"
 #include "control/trouble.h"
+#include "control/vocabulary.h"
 #include "log.h"
 #include "record/reader.h"
 
@@ -61,7 +62,7 @@ struct State {
     Statistics statistics{interfaces};
     Calls calls{config, clients, statistics};
     Store store{":memory:", config.profiles};
-    Networks networks{config, store, interfaces};
+    Networks networks{config, store, interfaces, [](const Network&) { return NetworkStatus::kDown; }};
     Settings settings;
     Faults faults;
 };
@@ -69,7 +70,7 @@ struct State {
 void execute(const std::string& line) {
     State state;
     try {
-        const nlohmann::json command = nlohmann::json::parse(line);
+        const nlohmann::json command = checked_command(nlohmann::json::parse(line));
         const Trouble trouble{state.clients, state.faults, [](std::chrono::milliseconds) {}};
         if (!execute_trouble(trouble, command))
             execute_command(state.services(), command);

@@ -269,6 +269,8 @@ TEST_F(LocalAnswer, an_open_that_was_closed_and_opened_again_is_answered_once) {
                 go_on.wait();
         });
         EXPECT_EQ(user(1).open(7), NETCM_SUCCESS);
+        // The other's thread must not be the one that is held up.
+        ASSERT_TRUE(eventually([&is_first] { return !is_first; }));
         EXPECT_EQ(user(1).close(7), NETCM_SUCCESS);
         ASSERT_TRUE(events::wait_for(2));
         EXPECT_EQ(user(1).open(7), NETCM_SUCCESS);

@@ -117,12 +117,15 @@ TEST_P(ManPages, name_every_command_and_option) {
 }
 
 TEST_P(ManPages, are_set_without_a_warning) {
-    Words groff{"groff", "-man", "-Tutf8", "-wall", "-z", GetParam().own_page};
+    Words pages{GetParam().own_page};
     for (const auto& page : std::filesystem::directory_iterator(GetParam().folder()))
-        groff.push_back(page.path());
-    const Ended ended = run(groff);
-    EXPECT_EQ(ended.status, 0);
-    EXPECT_EQ(ended.err, "");
+        pages.push_back(page.path());
+    for (Words command : {Words{"groff", "-ww", "-man", "-Tutf8", "-z"}, Words{"mandoc", "-T", "lint"}}) {
+        command.insert(command.end(), pages.begin(), pages.end());
+        const Ended ended = run(command);
+        EXPECT_EQ(ended.status, 0);
+        EXPECT_EQ(ended.out + ended.err, "");
+    }
 }
 
 }  // namespace

@@ -109,24 +109,22 @@ TEST(NetcmCompletion, offers_commands_and_options_that_fit) {
 }
 
 TEST(NetcmCompletion, works_in_a_shell) {
-    const std::string script = std::string("source ") + NETCM_COMPLETION +
-                               "; COMP_WORDS=(" NETCM_PATH " op); COMP_CWORD=1; _netcm " NETCM_PATH
-                               "; echo \"${COMPREPLY[@]}\"";
+    const std::string script = "source '" NETCM_COMPLETION "'; COMP_WORDS=('" NETCM_PATH
+                               "' op); COMP_CWORD=1; _netcm '" NETCM_PATH "'; echo \"${COMPREPLY[@]}\"";
     EXPECT_EQ(run({"bash", "-c", script}).out, "open\n");
 }
 
 TEST(NetcmCompletion, works_in_zsh) {
     // What the shell itself would show is handed over by this function.
-    const std::string script = std::string("compadd() { shift; print -l -- \"$@\" }; words=(" NETCM_PATH
-                                           " profile de); CURRENT=3; source ") +
-                               NETCM_ZSH_COMPLETION;
+    const std::string script = "compadd() { shift; print -l -- \"$@\" }; words=('" NETCM_PATH
+                               "' profile de); CURRENT=3; source '" NETCM_ZSH_COMPLETION "'";
     EXPECT_EQ(run({"zsh", "-f", "-c", script}).out, "delete\ndefault\n");
 }
 
 TEST(NetcmCompletion, works_in_fish) {
     const std::string script =
-        std::string("set -x HOME /tmp; function netcm; " NETCM_PATH " $argv; end; source ") +
-        NETCM_FISH_COMPLETION + "; complete -C 'netcm profile de'";
+        "set -x HOME /tmp; function netcm; '" NETCM_PATH "' $argv; end; source '" NETCM_FISH_COMPLETION
+        "'; complete -C 'netcm profile de'";
     EXPECT_EQ(run({"fish", "--no-config", "-c", script}).out, "default\ndelete\n");
 }
 

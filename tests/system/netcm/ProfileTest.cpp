@@ -322,5 +322,15 @@ TEST(NetcmProfileInput, no_secret_is_in_a_complaint_about_a_file) {
     expect_refused({"--file", "/tmp/profile.json"}, "/tmp/profile.json is no JSON: see line 1");
 }
 
+TEST(ExampleProfile, prints_the_profile_that_it_has_added_and_deletes_it) {
+    CmServer server;
+    for (const char* id : {"2", "3"}) {
+        const Ended ended = run({EXAMPLE_PROFILE_PATH});
+        EXPECT_EQ(ended.status, 0) << ended.err;
+        EXPECT_EQ(ended.out,
+                  std::string("profile  ") + id + "\nname     Picture messages\nproxy    192.0.2.8:8080\n");
+    }
+}
+
 }  // namespace
 }  // namespace quorvel::test

@@ -53,7 +53,7 @@ TEST(NetcmTop, draws_a_screen_on_a_terminal) {
     CmServer server;
     Held held;
     const Ended ended =
-        run({"script", "--quiet", "--command", "env TERM=xterm " NETCM_PATH " top --for 0", "/dev/null"});
+        run({"script", "--quiet", "--command", "env TERM=xterm '" NETCM_PATH "' top --for 0", "/dev/null"});
     EXPECT_THAT(ended.out, HasSubstr("\033[H\033[2J"));
     EXPECT_THAT(ended.out, HasSubstr("127.0.0.1"));
     EXPECT_THAT(ended.out, HasSubstr("received 0 B/s"));

@@ -1,4 +1,10 @@
 // Connections that follow a real link, and connections that need none.
+#include <arpa/inet.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "config/config.h"
 #include "server/RawClient.h"
 #include "support/CmServer.h"
 #include "support/Eventually.h"
@@ -94,6 +100,22 @@ TEST_F(RealLink, that_is_removed_ends_its_connection) {
     EXPECT_EQ(event.Word5, 1u);
 }
 
+TEST_F(RealLink, that_gets_another_name_ends_its_connection) {
+    make_link();
+    open();
+    ip("link set near0 down");
+    expect_event(wire::NETCM_CLIENT_SUSPEND_IND);
+    ip("link set near0 name moved0");
+    const wire::Record event = client.event();
+    EXPECT_EQ(event.Code, wire::NETCM_CLIENT_STOP_IND);
+    EXPECT_EQ(event.Word5, 1u);
+    ip("link set moved0 name near0");
+    ip("link set near0 up");
+    EXPECT_TRUE(
+        eventually([&] { return client.ask(wire::NETCM_CLIENT_GET_NETWORK_STATUS_REQ).Word8 == 3u; }));
+    open();
+}
+
 TEST_F(RealLink, s_status_is_told_to_every_client_when_it_changes) {
     make_link();
     const wire::Record event = client.async().record();
@@ -102,6 +124,62 @@ TEST_F(RealLink, s_status_is_told_to_every_client_when_it_changes) {
     while (status != 3)
         status = client.async().record().Word2;
     EXPECT_EQ(client.ask(wire::NETCM_CLIENT_GET_NETWORK_STATUS_REQ).Word8, 3u);
+}
+
+TEST(ServerBearer, names_the_access_point_to_which_no_network_leads) {
+    CmServer server(R"(set-up-limit = 0
+[[network]]
+apn = "special"
+interface = "lo"
+[[profile]]
+name = "mobile"
+apn = "ordinary"
+[[profile]]
+name = "wireless"
+kind = "wlan"
+essid = "home"
+)");
+    RawClient client;
+    EXPECT_EQ(client.start(1).Status, NETCM_SUCCESS);
+    EXPECT_EQ(client.event().Word5, 1u);
+    server.program().wait_for_err(
+        ", for which no network of the kind \"pdp\" leads to \"ordinary\", did not come up: there is no such "
+        "network interface");
+    client.start(2);
+    server.program().wait_for_err(", for which no network of the kind \"wlan\" leads to \"home\"");
+}
+
+TEST(ServerBearer, takes_the_name_servers_of_a_wifi_profile) {
+    CmServer server(R"([[network]]
+kind = "wlan"
+essid = "home"
+interface = "lo"
+[[profile]]
+name = "wireless"
+kind = "wlan"
+essid = "home"
+dns = ["192.0.2.3", "192.0.2.4"]
+)");
+    RawClient client;
+    wire::ConnectionBlock block{};
+    client.open(1, &block);
+    EXPECT_EQ(block.DnsCount, 2);
+    EXPECT_EQ(dotted(block.DnsAddr[1]), "192.0.2.4");
+}
+
+// Nothing that cannot be looked at now makes the name servers unknown that were known.
+TEST(SystemNameServers, are_those_that_the_file_names) {
+    constexpr const char* kFile = "/tmp/resolv.conf";
+    std::ofstream(kFile) << "# nameserver 192.0.2.9\nsearch example.org\nnameserver\nnameserver fe80::1\n"
+                            "nameserver 192.0.2.1\nnameserver 192.0.2.2\n";
+    const auto servers = cm::system_name_servers(kFile);
+    ASSERT_EQ(servers.size(), 2u);
+    EXPECT_EQ(servers[0].s_addr, inet_addr("192.0.2.1"));
+    std::filesystem::remove(kFile);
+    std::filesystem::create_symlink(kFile, kFile);
+    EXPECT_EQ(cm::system_name_servers(kFile).size(), 2u);
+    std::filesystem::remove(kFile);
+    EXPECT_EQ(cm::system_name_servers(kFile).size(), 0u);
 }
 
 TEST(ServerBearer, names_what_is_missing_at_the_end_of_the_limit) {

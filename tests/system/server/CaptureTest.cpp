@@ -15,53 +15,7 @@
 namespace quorvel::test {
 namespace {
 
-constexpr const char* kLines = "/tmp/made.jsonl";
 constexpr const char* kCapture = "/tmp/made.pcapng";
-
-template <class... Words>
-std::string hex(const Words&... words) {
-    std::string text;
-    char byte[3];
-    for (const uint32_t word : {static_cast<uint32_t>(words)...})
-        for (unsigned i = 0; i < 4; ++i) {
-            std::snprintf(byte, sizeof(byte), "%02x", reinterpret_cast<const uint8_t*>(&word)[i]);
-            text += byte;
-        }
-    return text;
-}
-
-std::string hex_of(const std::string& data) {
-    std::string text;
-    char byte[3];
-    for (const char c : data) {
-        std::snprintf(byte, sizeof(byte), "%02x", static_cast<unsigned>(static_cast<unsigned char>(c)));
-        text += byte;
-    }
-    return text;
-}
-
-// A record that is written by hand, and converted.
-class Made {
-  public:
-    void add(const char* direction, const std::string& bytes) {
-        lines_ << json{{"time", 1000.0 + static_cast<double>(number_)},
-                       {"client", 1},
-                       {"number", number_},
-                       {"direction", direction},
-                       {"bytes", bytes}}
-               << "\n";
-        ++number_;
-    }
-    void convert() {
-        lines_.close();
-        const Ended ended = run({CM_SERVER_PATH, "convert", kLines, kCapture});
-        EXPECT_EQ(ended.status, 0) << ended.err;
-    }
-
-  private:
-    std::ofstream lines_{kLines};
-    uint64_t number_ = 1;
-};
 
 std::string tshark(const std::string& file, std::vector<std::string> more) {
     std::vector<std::string> words{"tshark", "-2", "-X", "lua_script:" DISSECTOR, "-r", file};
@@ -94,7 +48,7 @@ TEST(Capture, names_every_request_answer_and_event) {
         made.add("answer",
                  hex(wire::NETCM_CLIENT_PROPER_PROFILE_RSP, 0, 100 + command.code, 0, 0, 0, 0, 0, 0, 0));
     }
-    made.convert();
+    made.convert(kCapture);
     const std::string text = tshark(kCapture, {"-V"});
     for (const wire::CommandEntry& command : wire::kCommands)
         expect_in(text, std::string("Request: ") + command.name + " (" + std::to_string(command.code) + ")");
@@ -149,7 +103,7 @@ TEST(Capture, names_every_status_reason_and_error) {
     made.add("event", hex(wire::NETCM_CLIENT_STOP_IND, 0, 1, 0, cm::kStatusKilled, 0, 0, 0, 0, 0));
     for (const cm::PmErrorEntry& error : cm::kPmErrors)
         made.add("answer", hex(wire::NETPM_PROFILE_RSP, 101, 0, error.number, 0, 0, 0, 0, 0, 0));
-    made.convert();
+    made.convert(kCapture);
     const std::string text = tshark(kCapture, {"-V"});
     for (const Name& status : kStatuses)
         expect_in(text, std::string("Status: ") + status.name + " (" + std::to_string(status.number) + ")");
@@ -194,7 +148,7 @@ TEST(Capture, shows_every_field_of_a_profile) {
         made.add("answer",
                  hex(wire::NETPM_PROFILE_RSP, 104, 7, 0, 0, sizeof(wire::PmProfileSlot), 0, 0, 0, 0) +
                      hex_of(slot(profile)));
-    made.convert();
+    made.convert(kCapture);
     const json packets = json::parse(tshark(kCapture, {"-T", "json"}));
     ASSERT_EQ(packets.size(), profiles.size() + 1);
     for (size_t i = 0; i < profiles.size(); ++i) {
@@ -393,50 +347,6 @@ TEST(Convert, overwrites_nothing_and_refuses_names_it_does_not_know) {
     EXPECT_EQ(run({CM_SERVER_PATH, "convert", "/tmp/flight.jsonl", "/tmp/out.doc"}).status, 1);
     EXPECT_EQ(run({CM_SERVER_PATH, "convert", "/tmp/there.txt", "/tmp/out.jsonl"}).status, 1);
     EXPECT_EQ(files_of("/tmp/out.jsonl"), 0u);
-}
-
-TEST(Report, is_one_page_with_clients_calls_requests_and_what_went_wrong_first) {
-    {
-        CmServer server("", {"--record", "/tmp/flight.jsonl"});
-        RawClient client(7);
-        const uint32_t call = client.open(1);
-        server.ctl({"suspend"});
-        client.event();
-        server.ctl({"resume"});
-        client.event();
-        client.start(99);
-        server.ctl({"stop", std::to_string(call), "--status", "21", "--reason", "6"});
-        client.event();
-        ask_pm(client, wire::NETPM_CLIENT_ADD_PROFILE_REQ, -1, slot(pdp_profile("</script><b>", "internet")));
-        server.stop();
-    }
-    const Ended ended = run({CM_SERVER_PATH, "report", "/tmp/flight.jsonl", "--html", "/tmp/report.html"});
-    EXPECT_EQ(ended.status, 0) << ended.err;
-    const std::string page = content("/tmp/report.html");
-    EXPECT_EQ(mode_of("/tmp/report.html"), 0600u);
-    for (const char* from_elsewhere : {"src=", "href=", "@import", "url("})
-        EXPECT_EQ(page.find(from_elsewhere), std::string::npos) << from_elsewhere;
-    const std::string begin = "const story = ";
-    const size_t from = page.find(begin) + begin.size();
-    const std::string data = page.substr(from, page.find(";\n", from) - from);
-    EXPECT_EQ(data.find('<'), std::string::npos) << "nothing in it ends the script";
-    const json story = json::parse(data);
-    ASSERT_EQ(story.at("clients").size(), 1u);
-    EXPECT_EQ(story["clients"][0].at("application"), 7);
-    ASSERT_EQ(story.at("calls").size(), 2u);
-    std::vector<std::string> phases;
-    for (const json& phase : story["calls"][0].at("phases"))
-        phases.push_back(phase.at("name"));
-    EXPECT_EQ(phases, (std::vector<std::string>{"starting", "up", "suspended", "up"}));
-    EXPECT_EQ(story["calls"][0].at("why"), "ended: the network has ended it");
-    EXPECT_EQ(story["calls"][1].at("why"), "refused: there is no such profile");
-    EXPECT_GE(story.at("problems").size(), 2u);
-    size_t with_latency = 0;
-    for (const json& row : story.at("rows"))
-        with_latency += row.contains("l") ? 1 : 0;
-    EXPECT_EQ(with_latency, 4u);
-    // Once more: what is there is left alone.
-    EXPECT_EQ(run({CM_SERVER_PATH, "report", "/tmp/flight.jsonl", "--html", "/tmp/report.html"}).status, 1);
 }
 
 }  // namespace

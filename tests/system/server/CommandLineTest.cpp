@@ -54,9 +54,9 @@ TEST(ServerCommandLine, is_completed) {
 }
 
 TEST(ServerCommandLine, is_completed_in_a_shell) {
-    const std::string script = std::string("source ") + CM_SERVER_COMPLETION +
-                               "; COMP_WORDS=(" CM_SERVER_PATH
-                               " mon); COMP_CWORD=1; _cm_server " CM_SERVER_PATH "; echo \"${COMPREPLY[@]}\"";
+    const std::string script =
+        "source '" CM_SERVER_COMPLETION "'; COMP_WORDS=('" CM_SERVER_PATH
+        "' mon); COMP_CWORD=1; _cm_server '" CM_SERVER_PATH "'; echo \"${COMPREPLY[@]}\"";
     EXPECT_EQ(run({"bash", "-c", script}).out, "monitor\n");
 }
 

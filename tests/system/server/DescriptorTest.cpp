@@ -16,7 +16,7 @@ constexpr size_t kServed = 60;
 
 Program limited(const std::string& limit) {
     return Program(
-        {"sh", "-c", "ulimit " + limit + "; exec " CM_SERVER_PATH " --db :memory: --max-clients 4096"});
+        {"sh", "-c", "ulimit " + limit + "; exec '" CM_SERVER_PATH "' --db :memory: --max-clients 4096"});
 }
 
 uint32_t registration_status(RawSocket& socket) {

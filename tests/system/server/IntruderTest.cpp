@@ -128,6 +128,17 @@ TEST(OperatorsSocket, is_not_in_a_folder_that_others_can_write_to) {
     EXPECT_NE(access(kControlPath.c_str(), F_OK), 0);
 }
 
+TEST(OperatorsSocket, without_a_folder_is_no_start) {
+    ASSERT_EQ(mount("tmpfs", "/run", "tmpfs", MS_RDONLY, nullptr), 0);
+    const Ended ended = run({"env", "-i", CM_SERVER_PATH, "--db", ":memory:"});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_NE(
+        ended.err.find("cm-server: there is no folder of this user's own for the operator's socket; name "
+                       "one with RUNTIME_DIRECTORY\n"),
+        std::string::npos)
+        << ended.err;
+}
+
 // The service manager's end of a socket that it opens before the server starts.
 TEST(SocketOfTheServiceManager, is_used_and_left_where_it_is) {
     constexpr const char* kActivate = "/usr/bin/systemd-socket-activate";

@@ -65,14 +65,14 @@ TEST(ManagedServer, tells_that_it_goes_round_as_often_as_it_is_asked) {
 
 TEST(ServerLog, carries_the_levels_of_the_journal_where_it_is_the_journal) {
     const std::string serve =
-        "exec env JOURNAL_STREAM=$(stat -L -c %d:%i /proc/self/fd/2) " CM_SERVER_PATH " --db :memory:";
+        "exec env JOURNAL_STREAM=$(stat -L -c %d:%i /proc/self/fd/2) '" CM_SERVER_PATH "' --db :memory:";
     Program server({"sh", "-c", serve});
     server.wait_for_err("<6>listening on ");
 }
 
 TEST(ServerLog, is_not_taken_for_the_journal_where_only_its_parent_had_it) {
     const std::string serve =
-        "exec env JOURNAL_STREAM=$(stat -L -c 9%d:%i /proc/self/fd/2) " CM_SERVER_PATH " --db :memory:";
+        "exec env JOURNAL_STREAM=$(stat -L -c 9%d:%i /proc/self/fd/2) '" CM_SERVER_PATH "' --db :memory:";
     Program server({"sh", "-c", serve});
     server.wait_for_err("Z info: listening on ");
 }
@@ -123,7 +123,7 @@ TEST(ServerLog, is_as_loud_as_asked) {
 
 TEST(MonitorOnATerminal, is_coloured) {
     CmServer server;
-    Program monitor({"script", "--quiet", "--command", CM_SERVER_PATH " monitor", "/dev/null"});
+    Program monitor({"script", "--quiet", "--command", "'" CM_SERVER_PATH "' monitor", "/dev/null"});
     server.program().wait_for_err("watches");
     RawClient client;
     client.open(1);

@@ -90,6 +90,37 @@ TEST(ServerMemory, is_given_back_when_a_request_is_finished) {
     }
 }
 
+// Sends so much, as long as the server takes it.
+void tunnel(RawClient& client, size_t size, int times) {
+    const std::string data(size, 'x');
+    try {
+        for (int i = 0; i < times; ++i)
+            client.tell(wire::NETCM_CLIENT_TUNNEL_REQ, {.Arg4 = static_cast<uint32_t>(size)}, data);
+    } catch (const NoServer&) {
+    }
+}
+
+TEST(ServerMemory, for_what_comes_late_is_bounded) {
+    CmServer server("[limits]\nmemory = 1\n");
+    RawClient client;
+    server.ctl({"fault", "late", "1h"});
+    // Each has come whole before the next begins: what is unfinished is bounded, too.
+    const std::string data(kWhole / 64, 'x');
+    for (int i = 1; i < 64; ++i) {
+        client.tell(wire::NETCM_CLIENT_TUNNEL_REQ, {.Arg4 = kWhole / 64}, data);
+        server.program().wait_for_err("bytes of tunnel data, request " + std::to_string(i) + "\n");
+    }
+    tunnel(client, kWhole / 64, 2);
+    server.program().wait_for_err(" receives no events any more: too much waits for its user");
+}
+
+TEST(ServerMemory, for_what_nobody_reads_is_bounded_for_each_user) {
+    CmServer server("[limits]\nmemory = \"300kB\"\n");
+    RawClient client;
+    tunnel(client, kWhole / 16, 20);
+    server.program().wait_for_err("it does not read what it is sent, and too much waits for its user");
+}
+
 // Without a sanitizer: those need more address space than there is.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 TEST(ServerMemory, that_is_not_there_costs_the_client_that_asked_for_it_its_connection) {

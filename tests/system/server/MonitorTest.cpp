@@ -286,8 +286,7 @@ TEST_F(Monitor, records_whole_however_slowly_its_output_is_read) {
     ASSERT_EQ(mkfifo("/tmp/pipe", 0600), 0);
     const int reader = open("/tmp/pipe", O_RDWR | O_CLOEXEC);
     Program watching(
-        {"/bin/sh", "-c",
-         std::string("exec ") + CM_SERVER_PATH + " monitor --record /tmp/session.jsonl > /tmp/pipe"});
+        {"/bin/sh", "-c", "exec '" CM_SERVER_PATH "' monitor --record /tmp/session.jsonl > /tmp/pipe"});
     server.program().wait_for_err("watches");
     // In pieces, so that it is its output that is slow, and not the machine.
     constexpr size_t kPieces = 10;
@@ -328,6 +327,22 @@ TEST(MonitorAlone, waits_for_the_server_to_come_back_when_told_to) {
     EXPECT_EQ(notes(lines, "server").size(), 2u);
     EXPECT_EQ(notes(lines, "server gone").size(), 1u);
     EXPECT_EQ(notes(lines, "client").size(), 2u);
+}
+
+TEST(MonitorAlone, may_be_asked_to_end_while_it_waits) {
+    auto server = std::make_unique<CmServer>();
+    Program program(
+        {CM_SERVER_PATH, "monitor", "--reconnect", "--client", "7", "--record", "/tmp/session.jsonl"});
+    server->program().wait_for_err("watches");
+    { RawClient client(5); }
+    server->stop();
+    program.wait_for_err("the server has gone; waiting for it");
+    program.send_signal(SIGTERM);
+    EXPECT_EQ(program.wait().status, 0);
+    const auto lines = lines_of("/tmp/session.jsonl");
+    EXPECT_EQ(lines.front().at("client"), 7);
+    EXPECT_EQ(lines.back().at("why"), "the monitor was asked to end");
+    EXPECT_FALSE(holds(lines, "request", "NETCM_CLIENT_REGISTER_REQ"));
 }
 
 TEST_F(Monitor, may_go_without_the_server_noticing) {

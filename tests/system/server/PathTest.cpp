@@ -1,6 +1,10 @@
 // The socket's path: one server at a time, no leftovers, nobody else's file touched.
 #include <signal.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <fstream>
 
@@ -70,6 +74,39 @@ TEST(ServerPath, that_is_no_socket_is_left_alone) {
     EXPECT_EQ(ended.err,
               "cm-server: " + kPath + ": something that is no socket is there; it is left alone\n");
     EXPECT_TRUE(exists(kPath));
+}
+
+TEST(ServerPath, that_is_a_socket_of_another_kind_is_left_alone) {
+    const int other = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    kPath.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    ASSERT_EQ(bind(other, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    EXPECT_EQ(
+        run({CM_SERVER_PATH, "--db", ":memory:"}).err,
+        "cm-server: " + kPath + ": another server may be running there: Protocol wrong type for socket\n");
+    EXPECT_TRUE(exists(kPath));
+    close(other);
+}
+
+TEST(ServerPath, of_a_killed_server_that_cannot_be_removed_is_told) {
+    {
+        CmServer server;
+        server.program().send_signal(SIGKILL);
+        server.program().wait();
+    }
+    // What something is mounted on cannot be removed.
+    ASSERT_EQ(mount(kPath.c_str(), kPath.c_str(), nullptr, MS_BIND, nullptr), 0);
+    EXPECT_EQ(
+        run({CM_SERVER_PATH, "--db", ":memory:"}).err,
+        "cm-server: " + kPath + ": a dead server's socket cannot be removed: Device or resource busy\n");
+    umount2(kPath.c_str(), MNT_DETACH);
+}
+
+TEST(ServerPath, in_no_folder_is_refused) {
+    EXPECT_EQ(run({CM_SERVER_PATH, "--db", ":memory:", "--socket", "/tmp/absent/socket"}).err,
+              "cm-server: /tmp/absent/socket: cannot listen there: No such file or directory\n");
+    EXPECT_EQ(run({CM_SERVER_PATH, "--db", ":memory:", "--socket", ""}).status, 1);
 }
 
 TEST(ServerPath, can_be_another_one) {

@@ -78,6 +78,25 @@ TEST_F(ServerAnswers, statistics_after_a_reset_of_the_level_asked_for) {
               NETCM_ERR_INVALID_PARAM);
 }
 
+TEST_F(ServerAnswers, statistics_without_what_each_level_resets) {
+    client.open(1);
+    const auto reset = [&](uint32_t level) {
+        send_over_loopback(1000);
+        EXPECT_EQ(client.ask(wire::NETCM_CLIENT_RESET_STAT_INFO_REQ, {.Arg4 = level}).Status, NETCM_SUCCESS);
+        return statistics(client);
+    };
+    auto counted = reset(2);
+    EXPECT_GE(counted.Counter[0], 1000u);
+    EXPECT_EQ(counted.Counter[2], 0u);
+    counted = reset(3);
+    EXPECT_GE(counted.Counter[1], 1000u);
+    EXPECT_GE(counted.Counter[3], 1u);
+    EXPECT_EQ(counted.Counter[4], 0u);
+    counted = reset(4);
+    for (size_t i = 0; i < 4; ++i)
+        EXPECT_EQ(counted.Counter[i], 0u) << i;
+}
+
 TEST_F(ServerAnswers, the_state_of_the_real_interfaces) {
     const wire::Record status = client.ask(wire::NETCM_CLIENT_GET_NETWORK_STATUS_REQ);
     EXPECT_EQ(status.Code, wire::NETCM_CLIENT_GET_NETWORK_STATUS_RSP);
@@ -105,6 +124,7 @@ TEST_F(ServerAnswers, the_packet_data_state_of_a_connection) {
         return client.ask(wire::NETCM_CLIENT_SET_PACKET_DATA_STATE_REQ, {.Arg3 = state, .Arg4 = 1}).Status;
     };
     EXPECT_EQ(get().Status, NETCM_ERR_NOT_ACTIVE);
+    EXPECT_EQ(set(2), NETCM_ERR_NOT_ACTIVE);
     client.open(1);
     EXPECT_EQ(get().Word2, 1u);
     EXPECT_EQ(set(3), NETCM_SUCCESS);

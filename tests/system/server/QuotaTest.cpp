@@ -80,18 +80,19 @@ TEST_F(Quota, of_registrations_is_free_again_when_a_client_has_gone) {
 // However soon the next one comes: all of them have come and gone before the server can look.
 TEST_F(Quota, is_not_used_up_by_who_has_gone_unnoticed) {
     server.program().send_signal(SIGSTOP);
-    std::thread later([&] {
+    const auto go_on_later = [&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
         server.program().send_signal(SIGCONT);
-    });
-    EXPECT_EQ(as_stranger([] {
-                  for (int i = 0; i < 10; ++i)
-                      RawSocket().send({wire::NETCM_CLIENT_REGISTER_REQ, 0, 3, 0, 0, 0});
-                  RawSocket stays;
-                  return registration_status(stays) == uint32_t{NETCM_SUCCESS};
-              }),
+    };
+    EXPECT_EQ(as_stranger(
+                  [] {
+                      for (int i = 0; i < 10; ++i)
+                          RawSocket().send({wire::NETCM_CLIENT_REGISTER_REQ, 0, 3, 0, 0, 0});
+                      RawSocket stays;
+                      return registration_status(stays) == uint32_t{NETCM_SUCCESS};
+                  },
+                  go_on_later),
               0);
-    later.join();
 }
 
 TEST_F(Quota, of_silent_connections_closes_the_next) {

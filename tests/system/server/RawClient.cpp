@@ -136,7 +136,7 @@ uint32_t RawClient::open(int32_t profile, wire::ConnectionBlock* block) {
 
 wire::Record RawClient::stop(uint32_t call, int32_t profile) {
     tell(wire::NETCM_CLIENT_STOP_REQ, {.Arg3 = call, .Arg4 = static_cast<uint32_t>(profile)});
-    return async_.record();
+    return event();
 }
 
 PmAnswer ask_pm(RawClient& client, uint32_t command, int32_t profile, std::string_view data, uint32_t arg,

@@ -173,6 +173,16 @@ TEST(Record, stays_within_its_size_and_says_what_has_made_room) {
     EXPECT_EQ(lines.back().at("number").get<uint64_t>(), 1500u * 2 + 5);
     for (const json& begin : notes(lines, "begin"))
         EXPECT_EQ(begin.at("record"), lines_of(kRecord)[0].at("record"));
+    // Whoever reads it reads all of its files, and is told what is not there any more.
+    const Ended converted = run({CM_SERVER_PATH, "convert", kRecord, "/tmp/all.jsonl"});
+    EXPECT_EQ(converted.status, 0) << converted.err;
+    const auto all = lines_of("/tmp/all.jsonl");
+    EXPECT_EQ(notes(all, "lost").at(0).at("count"), dropped.at("count"));
+    EXPECT_EQ(notes(all, "lost").at(0).at("why"), "the oldest files have made room for newer ones");
+    EXPECT_EQ(all.back().at("number"), lines.back().at("number"));
+    const Ended older = run({CM_SERVER_PATH, "convert", std::string(kRecord) + ".1", "/tmp/older.jsonl"});
+    EXPECT_EQ(older.status, 0) << older.err;
+    EXPECT_LT(lines_of("/tmp/older.jsonl").size(), all.size());
     // Whoever reads only the newest file knows who is there.
     EXPECT_FALSE(notes(lines, "server").empty());
 }
@@ -282,6 +292,65 @@ TEST(Record, begins_another_file_when_somebody_takes_it_away) {
     EXPECT_TRUE(holds(lines_of(kRecord), "answer", "NETCM_CLIENT_GET_SETTINGS_RSP"));
 }
 
+TEST(Record, leaves_alone_what_somebody_puts_in_its_place) {
+    CmServer server("", recording());
+    RawClient client;
+    ask_often(client, 1);
+    std::filesystem::rename(kRecord, "/tmp/taken");
+    std::ofstream(kRecord) << "precious\n";
+    ask_often(client, 1);
+    server.program().wait_for_err("somebody has taken the file away");
+    server.stop();
+    EXPECT_EQ(content(std::string(kRecord) + ".1"), "precious\n");
+    EXPECT_EQ(lines_of(kRecord).back().at("note"), "end");
+}
+
+TEST(Record, says_what_it_has_dropped_to_have_room_at_all) {
+    for (const char* which : {"", ".1", ".2"})
+        std::ofstream(std::string(kRecord) + which) << std::string(60000, *which == '\0' ? '0' : which[1]);
+    CmServer server("", recording(kRecord, {"--record-size", "100kB"}));
+    server.program().wait_for_err("the oldest of the files that were there has gone to make room");
+    server.stop();
+    EXPECT_EQ(content(std::string(kRecord) + ".1").substr(0, 1), "0");
+    EXPECT_FALSE(std::filesystem::exists(std::string(kRecord) + ".3"));
+}
+
+TEST(Record, says_what_is_not_sent_on_purpose) {
+    CmServer server("", recording());
+    RawClient client;
+    server.ctl({"fault", "silent", "--times", "1"});
+    client.tell(wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ);
+    ask_often(client, 1);
+    server.stop();
+    const auto silent = notes(lines_of(kRecord), "silent");
+    ASSERT_EQ(silent.size(), 1u);
+    EXPECT_EQ(silent[0].at("name"), "NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_RSP");
+    EXPECT_EQ(silent[0].at("client"), client.id());
+}
+
+TEST(Record, leaves_secrets_of_every_kind_out_and_nothing_else) {
+    CmServer server("", recording());
+    RawClient client;
+    NetPMProfile wep = wlan_profile("wep", "net");
+    wep.WlanProfInfo.security.sec_mode = 2;
+    put(wep.WlanProfInfo.security.form.wep.wepKey[1], "hunter2");
+    wep.WlanProfInfo.security.form.wep.wepKeyIndex = 1;
+    NetPMProfile eap = wlan_profile("eap", "net");
+    eap.WlanProfInfo.security.sec_mode = 5;
+    put(eap.WlanProfInfo.security.form.eap.username, "myself");
+    put(eap.WlanProfInfo.security.form.eap.password, "hunter2");
+    for (const NetPMProfile& profile : {wep, eap}) {
+        const int32_t id = ask_pm(client, wire::NETPM_CLIENT_ADD_PROFILE_REQ, -1, slot(profile)).profile;
+        EXPECT_EQ(
+            profile_in(ask_pm(client, wire::NETPM_CLIENT_GET_PROFILE_REQ, id)).WlanProfInfo.security.sec_mode,
+            profile.WlanProfInfo.security.sec_mode);
+    }
+    server.stop();
+    const std::string text = content(kRecord);
+    EXPECT_EQ(text.find(kPasswordBytes), std::string::npos);
+    EXPECT_NE(text.find(hex_of("myself")), std::string::npos);
+}
+
 TEST(Record, is_not_shared_by_two_servers) {
     CmServer server("", recording());
     const std::string before = content(kRecord);
@@ -294,6 +363,22 @@ TEST(Record, is_not_shared_by_two_servers) {
     // Nor does one that cannot serve touch what is there.
     EXPECT_EQ(run({CM_SERVER_PATH, "--db", ":memory:", "--record", kRecord}).status, 1);
     EXPECT_EQ(files_of(kRecord), 1u);
+}
+
+TEST(Record, is_no_start_where_it_has_no_room_or_no_place) {
+    LittleRoom disk;
+    std::ofstream("/tmp/disk/more") << std::string(size_t{256} * 1024, 'x');
+    const Ended full = run({CM_SERVER_PATH, "--db", ":memory:", "--record", "/tmp/disk/flight.jsonl"});
+    EXPECT_EQ(full.err, "cm-server: /tmp/disk/flight.jsonl: No space left on device\n");
+    EXPECT_FALSE(std::filesystem::exists("/tmp/disk/flight.jsonl"));
+    // What something is mounted on cannot be moved.
+    std::ofstream(kRecord) << "precious";
+    ASSERT_EQ(mount(kRecord, kRecord, nullptr, MS_BIND, nullptr), 0);
+    const Ended fixed = run({CM_SERVER_PATH, "--db", ":memory:", "--record", kRecord});
+    EXPECT_EQ(fixed.err, std::string("cm-server: ") + kRecord +
+                             ": is there, and cannot be moved aside: Device or resource busy\n");
+    EXPECT_EQ(content(kRecord), "precious");
+    umount2(kRecord, MNT_DETACH);
 }
 
 TEST(Record, refuses_what_it_cannot_be_written_to) {

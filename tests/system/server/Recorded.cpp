@@ -7,6 +7,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "support/Program.h"
+
 namespace quorvel::test {
 
 std::string content(const std::string& path) {
@@ -77,6 +79,54 @@ unsigned mode_of(const std::string& path) {
     struct stat found {};
     EXPECT_EQ(stat(path.c_str(), &found), 0) << path;
     return found.st_mode & 0777U;
+}
+
+std::string hex_of(const std::string& data) {
+    std::string text;
+    char byte[3];
+    for (const char c : data) {
+        std::snprintf(byte, sizeof(byte), "%02x", static_cast<unsigned>(static_cast<unsigned char>(c)));
+        text += byte;
+    }
+    return text;
+}
+
+void Made::add(const char* direction, const std::string& bytes, uint32_t client) {
+    wait(100);
+    lines_ << json{{"time", time_},
+                   {"client", client},
+                   {"number", ++number_},
+                   {"direction", direction},
+                   {"bytes", bytes}}
+           << "\n";
+}
+
+void Made::note(json note) {
+    wait(100);
+    note["time"] = time_;
+    lines_ << note << "\n";
+}
+
+void Made::convert(const std::string& to) {
+    lines_.close();
+    const Ended ended = run({CM_SERVER_PATH, "convert", kPath, to});
+    EXPECT_EQ(ended.status, 0) << ended.err;
+}
+
+json Made::report() {
+    lines_.close();
+    const Ended ended = run({CM_SERVER_PATH, "report", kPath, "--html", "/tmp/made.html"});
+    EXPECT_EQ(ended.status, 0) << ended.err;
+    return story_in("/tmp/made.html");
+}
+
+json story_in(const std::string& page) {
+    const std::string text = content(page);
+    const std::string begin = "const story = ";
+    const size_t from = text.find(begin) + begin.size();
+    const std::string data = text.substr(from, text.find(";\n", from) - from);
+    EXPECT_EQ(data.find('<'), std::string::npos) << "nothing in it ends the script";
+    return json::parse(data);
 }
 
 }  // namespace quorvel::test

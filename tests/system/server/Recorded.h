@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -28,5 +29,37 @@ bool holds(const std::vector<json>& lines, const std::string& direction, const s
 uint64_t expect_whole(const std::vector<json>& lines, uint64_t first);
 
 unsigned mode_of(const std::string& path);
+
+// Bytes as a record has them; and words, in the machine's order.
+std::string hex_of(const std::string& data);
+template <class... Words>
+std::string hex(const Words&... words) {
+    std::string text;
+    for (const uint32_t word : {static_cast<uint32_t>(words)...})
+        text += hex_of({reinterpret_cast<const char*>(&word), sizeof(word)});
+    return text;
+}
+
+// A record that is written by hand, an entry each tenth of a second.
+class Made {
+  public:
+    static constexpr const char* kPath = "/tmp/made.jsonl";
+
+    void add(const char* direction, const std::string& bytes, uint32_t client = 1);
+    void note(json note);
+    // The next entry comes so much later.
+    void wait(double milliseconds) { time_ += milliseconds; }
+    void convert(const std::string& to);
+    // What a page that is made of it shows.
+    json report();
+
+  private:
+    std::ofstream lines_{kPath};
+    uint64_t number_ = 0;
+    double time_ = 0;
+};
+
+// What a page of a report shows.
+json story_in(const std::string& page);
 
 }  // namespace quorvel::test

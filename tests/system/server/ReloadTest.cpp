@@ -74,6 +74,23 @@ TEST_F(Reload, says_that_profiles_stay_as_they_are) {
     EXPECT_STREQ(profile_in(ask_pm(client, 4, 1)).ProfileName, "other");
 }
 
+TEST_F(Reload, names_five_profiles_and_counts_the_others) {
+    std::string profiles;
+    for (const char* name : {"a", "b", "c", "d", "e", "f", "g"})
+        profiles += std::string("[[profile]]\nname = \"") + name + "\"\napn = \"x\"\n";
+    reload(network(5) + profiles, "which stay: 1 \"a\", 2 \"b\", 3 \"c\", 4 \"d\", 5 \"e\" and 2 more. ");
+}
+
+TEST(LogLevel, of_the_file_is_that_of_the_start_unless_the_command_line_has_one) {
+    CmServer loud("log-level = \"debug\"\n");
+    RawClient client;
+    loud.program().wait_for_err("debug: connection from process ");
+    loud.stop();
+    CmServer given("log-level = \"debug\"\n", {"--log-level", "info"});
+    RawClient other;
+    EXPECT_EQ(given.stop().err.find("debug: "), std::string::npos);
+}
+
 TEST_F(Reload, is_the_operators_too) {
     std::ofstream(kConfigPath) << network(0);
     EXPECT_EQ(ctl({"reload"}).out, std::string(kConfigPath) + ": read again\n");

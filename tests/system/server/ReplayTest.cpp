@@ -258,6 +258,78 @@ TEST(ReplayMany, knows_its_timing) {
     }
 }
 
+std::string asked(uint32_t code, uint32_t arg3 = 0, uint32_t arg4 = 0) {
+    return hex(code, 0, 1, arg3, arg4, 0);
+}
+
+// A record of two clients. The first is told something before it asks; the second has another application.
+void make_session() {
+    Made made;
+    made.note({{"note", "client"}, {"client", 1}, {"process", 1}, {"application", 1}});
+    made.note({{"note", "client"}, {"client", 2}, {"process", 2}, {"application", 2}});
+    made.add("event", hex(wire::NETCM_CLIENT_NETWORK_STATUS_CHANGE_IND, 0, 3, 0, 0, 0, 0, 0, 0, 0));
+    made.add("request", asked(wire::NETCM_CLIENT_GET_SETTINGS_REQ, 1));
+    made.add("answer", hex(wire::NETCM_CLIENT_GET_SETTINGS_RSP, 0, 11, 0, 0, 0, 0, 0, 0, 0));
+    made.add("event", hex(wire::NETCM_CLIENT_SUSPEND_IND, 0, 1, 0, 0, 0, 0, 0, 0, 0));
+    made.add("request", asked(wire::NETCM_CLIENT_GET_SETTINGS_REQ, 3));
+    made.add("answer", hex(wire::NETCM_CLIENT_GET_SETTINGS_RSP, 0, 33, 0, 0, 0, 0, 0, 0, 0));
+    made.add("request", asked(wire::NETCM_CLIENT_GET_SETTINGS_REQ, 2), 2);
+    made.add("answer", hex(wire::NETCM_CLIENT_GET_SETTINGS_RSP, 0, 22, 0, 0, 0, 0, 0, 0, 0), 2);
+    made.add("request", asked(wire::NETCM_CLIENT_START_REQ, 0, 1), 0);
+    made.note({{"note", "lost"}, {"count", 4}, {"from", 0}, {"to", 0}, {"why", "for a test"}});
+}
+
+const std::vector<std::string> kMade{CM_SERVER_PATH, "replay", Made::kPath, "--speed", "0"};
+
+TEST(ReplayOfTwo, serves_one_from_the_other_s_part_and_says_what_it_has_lost) {
+    make_session();
+    Program replay(kMade);
+    replay.wait_for_err("listening on");
+    replay.wait_for_err("the record has lost 4 entries");
+    RawClient client(1);
+    EXPECT_EQ(client.async().record().Word2, 3u);
+    // What is left out is told as it was recorded, but for the answers.
+    EXPECT_EQ(client.ask(wire::NETCM_CLIENT_GET_SETTINGS_REQ, {.Arg3 = 3}).Word2, 33u);
+    EXPECT_EQ(client.async().record().Code, wire::NETCM_CLIENT_SUSPEND_IND);
+    EXPECT_EQ(client.ask(wire::NETCM_CLIENT_GET_SETTINGS_REQ, {.Arg3 = 2}).Word2, 22u);
+    EXPECT_EQ(ask_app(client, {.command = 4, .id = 7}).result, 102u);
+    replay.send_signal(SIGTERM);
+    const Ended ended = replay.wait();
+    EXPECT_EQ(ended.status, 1);
+    for (const char* said :
+         {"client 1: the client leaves out NETCM_CLIENT_GET_SETTINGS_REQ {\"key\":1}\n",
+          "client 1: recorded was nothing more of this client\n", "client 2: nobody has taken its part\n"})
+        EXPECT_NE(ended.out.find(said), std::string::npos) << said << ended.out;
+}
+
+TEST(ReplayOfTwo, ends_with_what_those_have_left_out_who_are_still_there) {
+    make_session();
+    Program replay(kMade);
+    replay.wait_for_err("listening on");
+    RawClient client(2);
+    replay.wait_for_out("takes the part of client 2");
+    replay.send_signal(SIGTERM);
+    const std::string said = replay.wait().out;
+    EXPECT_NE(said.find("client 2: the client goes and leaves out 1 requests"), std::string::npos) << said;
+}
+
+TEST(ReplayOfTwo, closes_sockets_that_do_not_say_who_they_are) {
+    make_session();
+    Program replay(kMade);
+    replay.wait_for_err("listening on");
+    RawClient client(1);
+    RawSocket unknown;
+    unknown.send({wire::NETCM_CLIENT_GET_SETTINGS_REQ, 0, 0, 1, 0, 0});
+    EXPECT_TRUE(unknown.closed());
+    RawSocket second;
+    second.send({wire::NETCM_CLIENT_ASYNC_REGISTER_REQ, 0, client.id(), 0, 0, 0});
+    EXPECT_TRUE(second.closed());
+    RawSocket nobodys;
+    nobodys.send({wire::NETCM_CLIENT_ASYNC_REGISTER_REQ, 0, 4711, 0, 0, 0});
+    EXPECT_TRUE(nobodys.closed());
+    EXPECT_EQ(client.ask(wire::NETCM_CLIENT_GET_SETTINGS_REQ, {.Arg3 = 1}).Word2, 11u);
+}
+
 TEST(ReplayAlone, refuses_what_is_no_session) {
     std::ofstream("/tmp/nonsense") << "{}\nnonsense\n";
     const Ended ended = run({CM_SERVER_PATH, "replay", "/tmp/nonsense"});

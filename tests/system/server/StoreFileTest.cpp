@@ -1,6 +1,7 @@
 // The database file: where it is, what stands in it, and what it survives.
 #include <arpa/inet.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -61,6 +62,19 @@ TEST(ServerStoreFile, is_in_the_user_s_state_directory) {
 TEST(ServerStoreFile, is_below_the_user_s_home_when_nothing_else_is_said) {
     run_without_db({"STATE_DIRECTORY=", "XDG_STATE_HOME=", "HOME=/tmp/home"});
     EXPECT_TRUE(exists("/tmp/home/.local/state/quorvel/cm-server.db"));
+}
+
+TEST(ServerStoreFile, is_the_machine_s_when_nobody_says_anything) {
+    // The machine's own folder is not for tests.
+    ASSERT_EQ(mount("tmpfs", "/var/lib", "tmpfs", 0, nullptr), 0);
+    run_without_db({});
+    EXPECT_TRUE(exists("/var/lib/quorvel/cm-server.db"));
+}
+
+TEST(ServerStoreFile, whose_folder_cannot_be_made_is_told) {
+    const Ended ended = run({"env", "STATE_DIRECTORY=/dev/null/state", CM_SERVER_PATH});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.err, "cm-server: cannot make /dev/null/state: Not a directory; name a file with --db\n");
 }
 
 TEST(ServerStoreFile, survives_a_restart_and_is_the_owner_s_alone) {

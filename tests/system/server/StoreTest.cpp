@@ -279,6 +279,23 @@ TEST_F(ServerApplications, are_given_the_proper_profile) {
     EXPECT_EQ(proper(), static_cast<uint32_t>(wlan));
 }
 
+TEST_F(ServerApplications, are_told_when_there_is_no_profile_for_them) {
+    EXPECT_EQ(ask_pm(client, 3, 1).error, 0u);
+    EXPECT_EQ(ask({.command = 8, .id = 7}).result, 104u);
+    send({.command = 9, .id = 7});
+    const wire::Record event = client.async().record();
+    EXPECT_EQ(event.Word6, 0u);
+    EXPECT_EQ(event.Status, 104u);
+}
+
+TEST_F(ServerStore, has_no_default_of_another_kind) {
+    NetPMProfile profile = pdp_profile("changed", "apn");
+    const int32_t id = add(profile);
+    EXPECT_EQ(ask_pm(client, 8, id).error, 0u);
+    EXPECT_EQ(ask_pm(client, 2, id, slot(wlan_profile("changed", "net"))).error, 0u);
+    EXPECT_EQ(ask_pm(client, 7).error, 104u);
+}
+
 TEST_F(ServerApplications, are_told_the_proper_profile_by_an_event) {
     send({.command = 9, .id = 7});
     const wire::Record event = client.async().record();

@@ -1,5 +1,6 @@
 // A database that is locked, damaged, or in use by another server.
 #include <sqlite3.h>
+#include <sys/mount.h>
 
 #include <array>
 #include <filesystem>
@@ -138,6 +139,56 @@ TEST(DamagedStore, does_not_take_the_place_of_its_good_copy) {
     server.program().wait_for_err("the server goes on with the last good copy");
     RawClient client;
     EXPECT_STREQ(profile_in(ask_pm(client, 4, kept)).ProfileName, "kept");
+}
+
+TEST(GoodCopy, is_renewed_a_while_after_a_change) {
+    CmServer server("good-copy-after = 1\nlog-level = \"debug\"\n", kStoreFile);
+    RawClient client;
+    add(client, "first");
+    server.program().wait_for_err("the good copy of the database has been renewed");
+    add(client, "second");
+    EXPECT_TRUE(eventually([] { return profiles_in_copy() == 3; }));
+    EXPECT_EQ(server.stop().status, 0);
+}
+
+TEST(GoodCopy, of_a_damaged_store_is_left_as_it_was) {
+    leave("kept");
+    CmServer server("good-copy-after = 1\n", kStoreFile);
+    RawClient client;
+    overwrite(kPath, 8192);
+    add(client, "more");
+    server.program().wait_for_err("error: the good copy of the database stays as it was: ");
+    EXPECT_EQ(profiles_in_copy(), 2);
+    server.stop();
+}
+
+TEST(GoodCopy, that_cannot_be_made_is_missed_and_stops_nobody) {
+    ASSERT_TRUE(std::filesystem::create_directories(kPath + ".good/in-the-way"));
+    CmServer server("", kStoreFile);
+    server.program().wait_for_err("warning: " + kPath + ".good: no good copy can be kept: " + kPath +
+                                  ".good: ");
+    RawClient client;
+    EXPECT_GT(add(client, "served"), 1);
+}
+
+TEST(GoodCopy, that_cannot_be_written_is_missed_and_stops_nobody) {
+    ASSERT_TRUE(std::filesystem::create_directories(kPath + ".good.new"));
+    CmServer server("", kStoreFile);
+    server.program().wait_for_err(".good: no good copy can be kept: " + kPath + ".good.new: Is a directory");
+    EXPECT_NO_THROW(RawClient());
+}
+
+TEST(DamagedStore, that_cannot_be_set_aside_is_left_to_its_owner) {
+    leave("kept");
+    overwrite(kPath, 0);
+    // What something is mounted on cannot be renamed.
+    ASSERT_EQ(mount(kPath.c_str(), kPath.c_str(), nullptr, MS_BIND, nullptr), 0);
+    const Ended ended = run({CM_SERVER_PATH, "--db", kPath});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_NE(ended.err.find("cm-server: " + kPath + ": the database is damaged, and cannot be set aside: "),
+              std::string::npos)
+        << ended.err;
+    umount2(kPath.c_str(), MNT_DETACH);
 }
 
 TEST(DamagedStore, is_noticed_wherever_the_damage_is) {

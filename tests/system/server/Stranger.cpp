@@ -22,12 +22,13 @@ bool does(const std::function<bool()>& act) {
 
 }  // namespace
 
-int as_stranger(const std::function<bool()>& act) {
+int as_stranger(const std::function<bool()>& act, const std::function<void()>& meanwhile) {
     const pid_t pid = fork();
     if (pid == 0) {
         const bool another = setgroups(0, nullptr) == 0 && setgid(kStranger) == 0 && setuid(kStranger) == 0;
         _exit(another ? (does(act) ? 0 : 1) : 2);
     }
+    meanwhile();
     int status = 0;
     waitpid(pid, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;

@@ -1,6 +1,7 @@
 // Trouble on demand.
 #include <chrono>
 #include <fstream>
+#include <thread>
 
 #include "server/RawClient.h"
 #include "support/CmServer.h"
@@ -66,6 +67,39 @@ TEST_F(Trouble, comes_late_and_keeps_the_order) {
     EXPECT_EQ(client.sync().record().Code, wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_RSP);
     EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(190));
     EXPECT_EQ(client.sync().record().Code, wire::NETCM_CLIENT_GET_NETIFACE_LIST_RSP);
+}
+
+TEST_F(Trouble, comes_late_to_each_by_its_own_time) {
+    make({"fault", "late", "100", "--times", "2"});
+    client.tell(wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    const auto before = std::chrono::steady_clock::now();
+    client.tell(wire::NETCM_CLIENT_GET_NETIFACE_LIST_REQ);
+    EXPECT_EQ(client.sync().record().Code, wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_RSP);
+    EXPECT_EQ(client.sync().record().Code, wire::NETCM_CLIENT_GET_NETIFACE_LIST_RSP);
+    EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(95));
+}
+
+TEST_F(Trouble, comes_to_the_profile_manager_in_its_own_words) {
+    make({"fault", "status", "103", "--times", "1", "--event", "NETPM_PROFILE_RSP"});
+    EXPECT_EQ(ask_pm(client, 7).error, 103u);
+    make({"fault", "length", "7", "--times", "1", "--event", "113"});
+    client.tell(wire::NETPM_PROFILE_REQ, {}, std::string("\7\0\0\0", 4) + std::string(16, '\0'));
+    EXPECT_EQ(client.sync().record().Word5, 7u);
+    make({"fault", "status", "113", "--times", "1", "--event", "114"});
+    EXPECT_EQ(ask_app(client, {.command = 3, .id = 7}).result, 113u);
+    make({"fault", "count", "5", "--times", "1"});
+    EXPECT_EQ(ask_default().Word2, 1u);  // there is nothing to count
+}
+
+TEST_F(Trouble, ends_the_server_when_its_path_is_taken_meanwhile) {
+    make({"restart", "--away", "1s"});
+    std::ofstream(wire::kServerPath) << "somebody else's";
+    server.program().wait_for_err("cannot come back: " + std::string(wire::kServerPath) +
+                                  ": something that is");
+    const Ended ended = server.program().wait();
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_NE(ended.err.find("ends on its path being taken"), std::string::npos);
 }
 
 TEST_F(Trouble, is_given_with_units_and_names) {
@@ -179,6 +213,20 @@ TEST_F(Trouble, that_is_written_down_wrongly_is_told_with_its_line) {
     EXPECT_EQ(ctl({"run", "/tmp/scenario.toml"}).err,
               "cm-server: /tmp/scenario.toml:1: a step needs a command\n");
     EXPECT_NE(ctl({"run", "/tmp/absent.toml"}).status, 0);
+    const auto refusal = [](const std::string& scenario) {
+        std::ofstream("/tmp/scenario.toml") << scenario;
+        return ctl({"run", "/tmp/scenario.toml"}).err;
+    };
+    const std::string here = "cm-server: /tmp/scenario.toml:";
+    EXPECT_EQ(refusal("at = 0\n"), here + " there is no [[step]]\n");
+    EXPECT_EQ(refusal("step = [1]\n"), here + " there is no [[step]]\n");
+    const std::string time = "a step needs a time, such as at = \"2s\", or at = MILLISECONDS\n";
+    EXPECT_EQ(refusal("[[step]]\ncommand = \"list\"\n"), here + "1: " + time);
+    EXPECT_EQ(refusal("[[step]]\nat = \"soon\"\ncommand = \"list\"\n"), here + "2: " + time);
+    EXPECT_EQ(refusal("[[step]]\nat = -1\ncommand = \"list\"\n"), here + "2: " + time);
+    EXPECT_EQ(refusal("steps = 1\n[[step]]\nat = 0\ncommand = \"list\"\n"),
+              here + "1: unknown key \"steps\"; a step begins with [[step]]\n");
+    EXPECT_EQ(refusal("[[step\n").substr(0, here.size() + 3), here + "1: ");
 }
 
 TEST_F(Trouble, that_is_written_down_wrongly_at_its_end_does_not_begin) {

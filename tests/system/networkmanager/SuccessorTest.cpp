@@ -1,0 +1,104 @@
+// What a server that was killed has left active, and who takes it down.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+
+#include "networkmanager/ManagedTest.h"
+#include "support/Eventually.h"
+
+namespace quorvel::test {
+namespace {
+
+class Successor : public ManagedTest {
+  public:
+    static constexpr const char* kNotes = "/tmp/kept.db.activated";
+
+    void serve_from_file() { serve(config_of("wired"), {"--db", "/tmp/kept.db"}); }
+    // Of a server that has had NetworkManager activate "wired".
+    void leave_active() {
+        serve_from_file();
+        const RawClient client = opened();
+        EXPECT_TRUE(std::filesystem::exists(kNotes));
+        server->program().send_signal(SIGKILL);
+        server->program().wait();
+        EXPECT_TRUE(RealNetworkManager::is_active("wired"));
+    }
+    static RawClient opened() {
+        RawClient client;
+        client.open(1);
+        return client;
+    }
+    // What another server leaves alone is still there when it has opened it, and closed it again.
+    void expect_left_alone() {
+        serve_from_file();
+        RawClient client;
+        const uint32_t call = client.open(1);
+        client.stop(call, 1);
+        const uint32_t again = client.open(1);
+        client.stop(again, 1);
+        EXPECT_TRUE(RealNetworkManager::is_active("wired"));
+    }
+};
+
+TEST_F(Successor, takes_down_what_a_killed_server_has_activated) {
+    leave_active();
+    serve_from_file();
+    server->program().wait_for_err("was activated by a server before, and is taken down");
+    EXPECT_TRUE(eventually([] { return !RealNetworkManager::is_active("wired"); }));
+    EXPECT_FALSE(std::filesystem::exists(kNotes));
+    opened();
+}
+
+TEST_F(Successor, leaves_what_a_user_has_activated_since) {
+    leave_active();
+    RealNetworkManager::nmcli("connection up wired");
+    expect_left_alone();
+}
+
+TEST_F(Successor, leaves_what_network_manager_has_taken_up_again_itself) {
+    leave_active();
+    manager->kill();
+    manager->start();
+    EXPECT_TRUE(eventually([] { return RealNetworkManager::is_active("wired"); }));
+    expect_left_alone();
+}
+
+TEST_F(Successor, finds_nothing_after_a_server_that_has_ended_in_order) {
+    serve_from_file();
+    opened();
+    EXPECT_EQ(server->stop().status, 0);
+    EXPECT_FALSE(std::filesystem::exists(kNotes));
+    RealNetworkManager::nmcli("connection up wired");
+    expect_left_alone();
+}
+
+TEST_F(Successor, reads_no_nonsense) {
+    for (const char* nonsense : {"", "{", "[1]", R"({"manager": 1})", R"({"manager": "a", "active": 7})"}) {
+        server.reset();
+        std::ofstream(kNotes) << nonsense;
+        serve_from_file();
+    }
+    opened();
+}
+
+TEST_F(Successor, that_dies_with_network_manager_leaves_a_connection_that_is_nobody_s) {
+    serve_from_file();
+    RawClient client;
+    client.open(1);
+    manager->kill();
+    EXPECT_EQ(client.event().Code, wire::NETCM_CLIENT_STOP_IND);
+    manager->start();
+    // NetworkManager finds the device with its addresses, and takes it for active.
+    EXPECT_TRUE(eventually([] { return RealNetworkManager::is_active("wired"); }));
+    EXPECT_TRUE(eventually([] { return !std::filesystem::exists(kNotes); }));
+    const uint32_t call = client.open(1);
+    client.stop(call, 1);
+    const uint32_t again = client.open(1);
+    client.stop(again, 1);
+    EXPECT_TRUE(RealNetworkManager::is_active("wired"));
+}
+
+}  // namespace
+}  // namespace quorvel::test
