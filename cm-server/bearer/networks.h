@@ -16,7 +16,7 @@
 namespace quorvel::cm {
 
 // Counts as interfaces and profiles change, so that a question costs the same however many there are.
-class Networks : private StoreObserver {
+class Networks final : private StoreObserver {
   public:
     // How a network is whose connections somebody else brings up, and who knows.
     using StatusOf = std::function<NetworkStatus(const Network& network)>;

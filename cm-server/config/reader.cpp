@@ -36,7 +36,7 @@ std::optional<T> ConfigTable::value(const std::string& key, const char* expected
     const toml::node* node = take(key);
     if (node == nullptr)
         return std::nullopt;
-    const auto result = node->value_exact<T>();
+    auto result = node->value_exact<T>();
     if (!result)
         faults_.add(node->source(), key + " must be " + expected);
     return result;
@@ -47,7 +47,7 @@ void ConfigTable::fault_at(const std::string& key, const std::string& what) {
 }
 
 std::optional<std::string> ConfigTable::text(const std::string& key, size_t longest) {
-    const auto result = value<std::string>(key, "text");
+    auto result = value<std::string>(key, "text");
     if (!result || result->size() <= longest)
         return result;
     fault_at(key, " must not be longer than " + std::to_string(longest) + " bytes");

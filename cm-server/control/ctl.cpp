@@ -18,7 +18,7 @@ using nlohmann::json;
 
 // What one command takes; the options fill it in, the callback sends it.
 struct Draft {
-    json command;
+    json command = json::object();
     bool as_json = false;
     std::string file;
 };

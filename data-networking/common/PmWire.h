@@ -35,7 +35,7 @@ static_assert(offsetof(NetPMPdpProfInfo, BSecureConnection) == 906);
 static_assert(offsetof(NetPMPdpProfInfo, AppProtoType) == 908 &&
               offsetof(NetPMPdpProfInfo, lingerTime) == 912);
 
-static_assert(sizeof(NetPMWlanProfSecWep::wepKey) == 4 * 27);
+static_assert(sizeof(NetPMWlanProfSecWep::wepKey) == size_t{4} * 27);
 static_assert(offsetof(NetPMWlanProfSecWep, wepKeyIndex) == 108);
 static_assert(offsetof(NetPMWlanProfSecPsk, pskKey) == 0 && sizeof(NetPMWlanProfSecPsk::pskKey) >= 65);
 static_assert(sizeof(NetPMWlanProfSecEap) == 312 && offsetof(NetPMWlanProfSecEap, username) == 0);
