@@ -17,7 +17,7 @@ std::set<std::string> Activations::begin(const std::string& manager) {
     if (manager == manager_)
         return {};
     manager_ = manager;
-    const std::set<std::string> left = read(manager);
+    std::set<std::string> left = read(manager);
     // They are ours until they have been let go of.
     active_.insert(left.begin(), left.end());
     if (left.empty())

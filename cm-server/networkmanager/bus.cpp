@@ -40,7 +40,7 @@ int take(sd_bus_message* message, void* taker, sd_bus_error*) {
 // Both go with the answer, or with the bus.
 void keep(sd_bus_slot* slot, KeptTaker taker) {
     sd_bus_slot_set_destroy_callback(slot, [](void* gone) { delete static_cast<SharedTaker*>(gone); });
-    taker.release();
+    static_cast<void>(taker.release());
     sd_bus_slot_set_floating(slot, 1);
     sd_bus_slot_unref(slot);
 }

@@ -69,7 +69,19 @@ std::vector<char*> as_argv(const std::vector<std::string>& command) {
     return argv;
 }
 
-pid_t spawn(const std::vector<std::string>& command, int out, int err) {
+// The programs of a build for another machine are run by its emulator.
+std::vector<std::string> runnable(std::vector<std::string> command) {
+    const std::vector<std::string> emulator{QUORVEL_EMULATOR};
+    const auto ours = std::find_if(command.begin(), command.end(), [](const std::string& word) {
+        return word.starts_with(QUORVEL_PROGRAMS);
+    });
+    if (ours != command.end())
+        command.insert(ours, emulator.begin(), emulator.end());
+    return command;
+}
+
+pid_t spawn(const std::vector<std::string>& asked, int out, int err) {
+    const std::vector<std::string> command = runnable(asked);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);

@@ -1,9 +1,13 @@
+if(CMAKE_CROSSCOMPILING_EMULATOR)
+  set(emulated "QUORVEL_EMULATED=1")
+endif()
 # How a test process is started: with what the sanitizers shall do, and in its own namespaces.
 set(QUORVEL_TEST_LAUNCHER
   env
   "ASAN_OPTIONS=detect_leaks=1:detect_stack_use_after_return=1:strict_string_checks=1:check_initialization_order=1"
   "UBSAN_OPTIONS=print_stacktrace=1"
   "TSAN_OPTIONS=second_deadlock_stack=1"
+  ${emulated}
   "$<TARGET_FILE:quorvel-isolate>" --keep "${PROJECT_SOURCE_DIR}" --keep "${PROJECT_BINARY_DIR}" --)
 
 # quorvel_test(<name> SOURCES <source>... [LIBRARIES <target>...] [LABELS <label>...] [TIMEOUT <seconds>] [PLAIN]

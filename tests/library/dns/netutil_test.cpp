@@ -13,6 +13,7 @@
 
 #include "Responder.h"
 #include "quorvel/NetDNS.h"
+#include "support/Emulator.h"
 #include "support/Proc.h"
 #include "support/TraceCapture.h"
 
@@ -72,6 +73,8 @@ TEST(DnsSocket, is_a_datagram_or_a_stream_socket_that_no_child_inherits) {
 }
 
 TEST(DnsSocket, is_bound_to_the_interface) {
+    if (is_emulated())
+        GTEST_SKIP() << "the emulator does not tell what a socket is bound to";
     const int fd = dns_socket(1, "lo");
     ASSERT_GT(fd, 2);
     char name[16] = {};
