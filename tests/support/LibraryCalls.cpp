@@ -219,7 +219,8 @@ using quorvel::test::counted;
 using quorvel::test::error_of;
 using quorvel::test::fails;
 
-#define QV_WRAPPER extern "C" __attribute__((visibility("default")))
+// Never a part of another: each asks who has called it.
+#define QV_WRAPPER extern "C" __attribute__((visibility("default"), noinline))
 #define QV_CALLER __builtin_return_address(0)
 // The definition behind ours: the C library's, or the sanitizer's in front of it. Without an initialised
 // static, since the very first allocations of the process come through here.
