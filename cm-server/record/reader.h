@@ -12,7 +12,7 @@ namespace quorvel::cm {
 
 struct RecordEntry {
     Kept kept;
-    nlohmann::json note;  // of a note; null otherwise
+    nlohmann::json note = nullptr;  // of a note
     // Which of several servers it was, counted from 0: each counts its clients anew.
     uint32_t server = 0;
 
