@@ -3,8 +3,8 @@
 //
 //   QUORVEL_LIVES=N            so many of them, in each test
 //   QUORVEL_LIVES_SEED=S       from this seed on
-//   QUORVEL_LIVES_TROUBLES=T   exactly these troubles (Sharing,Deaths,...), and not those that the seed
-//   chooses QUORVEL_LIVES_REPEAT=R     each of them so often: the order of threads is another one every time
+//   QUORVEL_LIVES_TROUBLES=T   these troubles (Sharing,Deaths,...) instead of the seed's own
+//   QUORVEL_LIVES_REPEAT=R     each of them so often: the order of threads is another one every time
 #include <gtest/gtest.h>
 
 #include <cstdlib>
