@@ -11,23 +11,10 @@ from ipaddress import IPv4Address
 from typing import Any
 
 import quorvel
-from support import Server, ServerTest, until
+from support import ServerTest, until
 
 
-class Async(unittest.IsolatedAsyncioTestCase):
-    server: Server
-
-    @classmethod
-    def setUpClass(cls) -> None:
-        cls.server = Server()
-
-    @classmethod
-    def tearDownClass(cls) -> None:
-        cls.server.stop()
-
-    def setUp(self) -> None:
-        self.addCleanup(self.server.ctl, "clear-faults")
-
+class Async(ServerTest, unittest.IsolatedAsyncioTestCase):
     async def ctl(self, *arguments: str) -> str:
         return await asyncio.to_thread(self.server.ctl, *arguments)
 

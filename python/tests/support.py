@@ -110,10 +110,9 @@ def until(condition: Callable[[], Any]) -> None:
 
 
 class ServerTest(unittest.TestCase):
-    maxDiff = None
-
     """Tests that share a server."""
 
+    maxDiff = None
     server: Server
 
     @classmethod

@@ -36,6 +36,14 @@ class ManagedTest : public ::testing::Test {
         return RealNetworkManager::nmcli("-t -f NAME connection show").find(connection) != std::string::npos;
     }
 
+    // By a call on it that ends, and another behind whatever the first one's end has asked for.
+    static void expect_left_alone() {
+        RawClient client;
+        for (int i = 0; i < 2; ++i)
+            client.stop(client.open(1), 1);
+        EXPECT_TRUE(RealNetworkManager::is_active("wired"));
+    }
+
     // Both profiles lead to this connection.
     static std::string config_of(const std::string& connection, const std::string& more = "") {
         return "dns = [\"192.0.2.53\"]\n"
