@@ -336,6 +336,9 @@ TEST_F(Fork, inside_the_callback_of_a_name_may_return_from_it_in_the_child) {
 // Descriptors are copied before memory is: by then a number that was the library's may be somebody else's.
 TEST_F(Fork, leaves_open_what_has_taken_the_place_of_a_descriptor_of_the_library) {
     User& who = registered(0);
+    // Whoever already waits at a descriptor does not notice what takes its place for a while.
+    ASSERT_TRUE(trace::wait_for_prefix("clientsocket = "));
+    ASSERT_TRUE(eventually([receiver = receiver_tid()] { return sleeps(receiver); }));
     const std::vector<int> ours = descriptors_of_the_library();
     const int others[] = {socket(AF_UNIX, SOCK_DGRAM, 0), socket(AF_INET, SOCK_STREAM, 0),
                           open("/dev/null", O_RDONLY), open("/dev/null", O_WRONLY)};
