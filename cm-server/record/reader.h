@@ -12,7 +12,7 @@ namespace quorvel::cm {
 
 struct RecordEntry {
     Kept kept;
-    nlohmann::json note = nullptr;  // of a note
+    nlohmann::json note = nlohmann::json::object();  // of a note; else empty
     // Which of several servers it was, counted from 0: each counts its clients anew.
     uint32_t server = 0;
 
@@ -20,8 +20,8 @@ struct RecordEntry {
 };
 
 struct Record {
-    std::vector<std::string> files;  // oldest first
-    nlohmann::json begin;            // what it says of itself; empty for a record without
+    std::vector<std::string> files;                   // oldest first
+    nlohmann::json begin = nlohmann::json::object();  // what it says of itself; empty for a record without
     // Among them a note "lost" wherever something is missing, whoever has noticed.
     std::vector<RecordEntry> entries;
 
