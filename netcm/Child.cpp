@@ -25,13 +25,16 @@ std::vector<std::string> environment_with(const Environment& more) {
         }
     }
     for (const auto& [name, value] : more) {
-        result.push_back(name + "=" + value);
+        std::string& text = result.emplace_back(name);
+        text += '=';
+        text += value;
     }
     return result;
 }
 
 std::vector<char*> pointers_to(const std::vector<std::string>& texts) {
     std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
     for (const std::string& text : texts) {
         pointers.push_back(const_cast<char*>(text.c_str()));
     }

@@ -32,7 +32,7 @@ std::string dated(const std::string& path) {
 
 // The files of a database belong together.
 std::string set_aside(const std::string& path) {
-    const std::string aside = dated(path);
+    std::string aside = dated(path);
     fs::rename(path, aside);
     std::error_code none;
     for (const char* part : {"-wal", "-shm"})

@@ -1,7 +1,7 @@
 #include "store/store.h"
 
 #include <algorithm>
-#include <cstring>
+#include <span>
 
 #include "guard.h"
 #include "protocol/message.h"
@@ -243,7 +243,8 @@ bool Store::is_as(int32_t id, const FactoryProfile& profile) {
         return false;
     NetPMProfile stored = read(id);
     stored.ProfileId = profile.record.ProfileId;
-    if (std::memcmp(&stored, &profile.record, sizeof(stored)) != 0)
+    if (!std::ranges::equal(std::as_bytes(std::span(&stored, 1)),
+                            std::as_bytes(std::span(&profile.record, 1))))
         return false;
     return !profile.is_default || default_id(static_cast<NetPMProfileType>(stored.ProfileType)) == id;
 }

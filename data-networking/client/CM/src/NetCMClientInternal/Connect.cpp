@@ -43,7 +43,7 @@ bool publish_loss() {
 constexpr int32_t kConnectLimitMs = 10'000;
 
 void limit_connect(int fd, int32_t milliseconds) {
-    const timeval limit = {milliseconds / 1000, milliseconds % 1000 * 1000};
+    const timeval limit = {milliseconds / 1000, suseconds_t{milliseconds % 1000} * 1000};
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
 }
 
