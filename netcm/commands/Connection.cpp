@@ -50,7 +50,7 @@ std::string describe_end(const Event& event) {
 std::optional<Event> open_and_print(const CommonOptions& common, const OpenOptions& options, Session& session,
                                     const EventHandler& print) {
     limit_time(common);
-    const auto response = session.open(options.profile, answer_deadline(common), print);
+    auto response = session.open(options.profile, answer_deadline(common), print);
     stop_time_limit();
     if (response) {
         print_open_response(common, *response);

@@ -35,7 +35,8 @@ struct TopOptions {
             ->type_name("TIME")
             ->transform(command_line::duration())
             ->check([](const std::string& seconds) {
-                return std::atof(seconds.c_str()) > 0 ? "" : "there has to be a time between two looks";
+                return std::strtod(seconds.c_str(), nullptr) > 0 ? ""
+                                                                 : "there has to be a time between two looks";
             });
     }
 };

@@ -19,10 +19,14 @@ namespace {
 constexpr bool kOpen = false;
 constexpr bool kSecret = true;
 
+constexpr size_t how_many(size_t together, size_t one) {
+    return together / one;
+}
+
 #define FIELD_OF(key, part, kind, member, one, secret, help)                                     \
     Field {                                                                                      \
         key, Part::part, Kind::kind, offsetof(NetPMProfile, member), sizeof(NetPMProfile{}.one), \
-            sizeof(NetPMProfile{}.member) / sizeof(NetPMProfile{}.one), secret, help             \
+            how_many(sizeof(NetPMProfile{}.member), sizeof(NetPMProfile{}.one)), secret, help    \
     }
 #define FIELD(key, part, kind, member, secret, help) FIELD_OF(key, part, kind, member, member, secret, help)
 #define PDP(key, kind, member, help) FIELD(key, kPdp, kind, PdpProfInfo.member, kOpen, help)
