@@ -84,6 +84,12 @@ const Field& field_of(const NetPMProfile& profile, const std::string& key) {
                              : " does not belong to a wlan profile with security mode " + mode));
 }
 
+void check_value(const std::string& key, const Field& field, const std::string& text) {
+    if (const std::string problem = problem_with(field, text); !problem.empty()) {
+        throw Failure(key + ": \"" + printable(masked(field, text)) + "\" " + problem);
+    }
+}
+
 void set_field(NetPMProfile& profile, const std::string& key, const std::vector<std::string>& texts) {
     const Field& field = field_of(profile, key);
     const size_t least = field.count == 1 ? 1 : 0;
@@ -92,9 +98,7 @@ void set_field(NetPMProfile& profile, const std::string& key, const std::vector<
                       (least == 1 ? "one value" : "at most " + std::to_string(field.count) + " values"));
     }
     for (const std::string& text : texts) {
-        if (const std::string problem = problem_with(field, text); !problem.empty()) {
-            throw Failure(key + ": \"" + printable(masked(field, text)) + "\" " + problem);
-        }
+        check_value(key, field, text);
     }
     for (size_t i = 0; i < field.count; ++i) {
         const std::string none = field.kind == Kind::kAddress ? "0.0.0.0" : "";
