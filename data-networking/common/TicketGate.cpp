@@ -43,21 +43,17 @@ bool TicketGate::enter_unless(bool (*wants_to_give_up)()) {
 
 // False when its turn has come at this very moment, or when the place is taken by another that has given up.
 bool TicketGate::give_up(uint32_t ticket) {
-    Place& place = place_of(ticket);
-    if (place.is_given_up.load())  // not reached: only between two steps
-        return false;              // not reached: only between two steps
-    place.given_up.store(ticket);
-    place.is_given_up.store(true);
+    uint32_t free = 0;
+    if (!place_of(ticket).given_up.compare_exchange_strong(free, mark_of(ticket)))
+        return false;
     // Either we see that it is our turn, and take the mark back, or whoever leaves sees the mark.
     return serving_.load() != ticket || !is_passed_over(ticket);  // not reached: only between two steps
 }
 
 // Takes the mark of a ticket; whoever has taken it decides.
 bool TicketGate::is_passed_over(uint32_t ticket) {
-    Place& place = place_of(ticket);
-    if (!place.is_given_up.load() || place.given_up.load() != ticket)
-        return false;
-    return place.is_given_up.exchange(false);
+    uint32_t mark = mark_of(ticket);
+    return place_of(ticket).given_up.compare_exchange_strong(mark, 0);
 }
 
 void TicketGate::leave() {
@@ -88,7 +84,7 @@ void TicketGate::reset() {
     serving_.store(0);
     undecided_.store(0);
     for (Place& place : places_)
-        place.is_given_up.store(false);
+        place.given_up.store(0);
 }
 
 }  // namespace quorvel

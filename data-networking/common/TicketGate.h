@@ -27,12 +27,14 @@ class TicketGate {
     static constexpr uint32_t kPlaces = 64;
     struct Place {
         std::atomic<uint32_t> calls{0};
-        // The ticket that will not be used, while marked.
+        // The mark of the ticket that will not be used, or none. One step sets it and one takes it: of two
+        // that share the place, one at a time can give up, and nobody takes the other's mark for its own.
         std::atomic<uint32_t> given_up{0};
-        std::atomic<bool> is_given_up{false};
     };
 
     static bool never() { return false; }  // not reached: for the compiler
+    // Never 0. Two tickets with the same mark are half of all tickets apart.
+    static uint32_t mark_of(uint32_t ticket) { return ticket * 2 + 1; }
     Place& place_of(uint32_t ticket) { return places_[ticket % kPlaces]; }
     bool give_up(uint32_t ticket);
     bool is_passed_over(uint32_t ticket);

@@ -163,30 +163,34 @@ TEST_F(GateInFront, does_not_lose_a_turn_to_looking_again) {
     second.leave();
 }
 
-// Two tickets share a place: one of them at a time can be given up there, the other is served.
+// Two tickets share a place: one of them at a time can be given up there, the other is served. They wake
+// together, so that now and then both are at it in the same moment.
 TEST_F(GateInFront, serves_more_than_it_has_places_whoever_of_them_gives_up) {
     constexpr size_t kPlaces = 64;
     constexpr size_t kVisitors = kPlaces + 6;
-    first.enter();
     std::vector<std::unique_ptr<Visitor>> givers;
-    for (size_t i = 0; i < kVisitors; ++i) {
+    for (size_t i = 0; i < kVisitors; ++i)
         givers.push_back(std::make_unique<Visitor>(gate));
-        givers.back()->enter_unless_told();
-    }
-    second.enter();
-    tell_to_give_up();
     const auto that_wait = [&] {
         return static_cast<size_t>(std::count_if(givers.begin(), givers.end(),
                                                  [](const auto& visitor) { return visitor->still_waits(); }));
     };
-    EXPECT_TRUE(eventually([&] { return that_wait() == kVisitors - kPlaces; }));
-    first.leave();
-    for (const auto& visitor : givers)
-        if (visitor->is_through())
-            visitor->leave();
-    EXPECT_TRUE(second.is_through());
-    second.leave();
-    EXPECT_TRUE(is_free());
+    for (int round = 0; round < 10; ++round) {
+        wants_out = false;
+        first.enter();
+        for (const auto& visitor : givers)
+            visitor->enter_unless_told();
+        second.enter();
+        tell_to_give_up();
+        ASSERT_TRUE(eventually([&] { return that_wait() == kVisitors - kPlaces; })) << that_wait();
+        first.leave();
+        for (const auto& visitor : givers)
+            if (visitor->is_through())
+                visitor->leave();
+        ASSERT_TRUE(second.is_through());
+        second.leave();
+        ASSERT_TRUE(is_free());
+    }
 }
 
 TEST_F(GateInFront, is_as_new_behind_a_reset) {
