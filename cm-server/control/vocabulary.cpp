@@ -180,6 +180,7 @@ const std::vector<CommandKeys>& vocabulary() {
 template <class Entries>
 std::vector<std::string> names_of(const Entries& entries) {
     std::vector<std::string> names;
+    names.reserve(entries.size());
     for (const auto& entry : entries)
         names.emplace_back(entry.name);
     return names;
@@ -204,6 +205,10 @@ std::string unknown_key(const CommandKeys& entry, const std::string& key) {
     return "unknown key \"" + key + "\"" + command_line::did_you_mean(key, names_of(entry.keys));
 }
 
+CommandFault wrong_value(const std::string& key, const std::string& wanted, const json& value) {
+    return {key, key + " must be " + wanted + ", not " + value.dump()};
+}
+
 }  // namespace
 
 std::optional<CommandFault> fault_in(const json& command) {
@@ -221,7 +226,7 @@ std::optional<CommandFault> fault_in(const json& command) {
         if (known == entry->keys.end())
             return CommandFault{key, unknown_key(*entry, key)};
         if (const std::string wanted = wanted_of(*known, value, command); !wanted.empty())
-            return CommandFault{key, key + " must be " + wanted + ", not " + value.dump()};
+            return wrong_value(key, wanted, value);
     }
     for (const Key& key : entry->keys)
         if (key.required && !command.contains(key.name))
