@@ -147,6 +147,9 @@ int main(int argc, char** argv) {
         fail("cannot return to the working folder");
     // What else of a server has its place outside of /tmp is put there, too.
     setenv("RUNTIME_DIRECTORY", "/tmp/quorvel-run", 1);
+    // Debian's users do not have what an administrator runs, and tests run it.
+    const char* path = getenv("PATH");
+    setenv("PATH", ((path != nullptr ? path : "/usr/bin:/bin") + std::string(":/usr/sbin:/sbin")).c_str(), 1);
     die_with(parent);
     execvp(program[0], program);
     fail(program[0]);

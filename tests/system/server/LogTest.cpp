@@ -83,7 +83,7 @@ TEST(LogTime, is_utc_with_its_date_wherever_the_server_stands) {
 
 // The server with its log there where the shell puts it.
 Program server_with_log(const std::string& redirection) {
-    return Program({"bash", "-c", redirection + "; exec " CM_SERVER_PATH " --db :memory:"});
+    return Program({"bash", "-c", redirection + "; exec '" CM_SERVER_PATH "' --db :memory:"});
 }
 
 void stop(Program& server) {
@@ -137,7 +137,7 @@ TEST(ServerLog, waits_for_who_reads_it) {
 
 // Nothing that the server opens takes the place of a stream that it has not been given.
 TEST(ServerStreams, that_are_missing_lead_nowhere) {
-    Program server({"sh", "-c", "exec " CM_SERVER_PATH " --db :memory: <&- >&- 2>&-"});
+    Program server({"sh", "-c", "exec '" CM_SERVER_PATH "' --db :memory: <&- >&- 2>&-"});
     EXPECT_EQ(first_client()->open(1), 0u);
     const std::string folder = "/proc/" + std::to_string(server.pid()) + "/fd/";
     for (const char* stream : {"0", "1", "2"})

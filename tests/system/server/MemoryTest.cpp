@@ -126,8 +126,8 @@ TEST(ServerMemory, for_what_nobody_reads_is_bounded_for_each_user) {
 TEST(ServerMemory, that_is_not_there_costs_the_client_that_asked_for_it_its_connection) {
     std::ofstream("/tmp/cm-server.toml") << "[limits]\nmemory = 100000\nmemory-in-all = 100000\n";
     Program server({"sh", "-c",
-                    "ulimit -v 100000; exec " CM_SERVER_PATH
-                    " --db :memory: --request-time 600000 --config /tmp/cm-server.toml"});
+                    "ulimit -v 100000; exec '" CM_SERVER_PATH
+                    "' --db :memory: --request-time 600000 --config /tmp/cm-server.toml"});
     server.wait_for_err("listening on");
     RawClient good;
     Unfinished unfinished;
