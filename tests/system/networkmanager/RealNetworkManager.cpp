@@ -53,7 +53,7 @@ RealNetworkManager::RealNetworkManager() {
     std::filesystem::create_directories("/tmp/connections");
     std::filesystem::create_directories("/tmp/nm/conf.d");
     start_behind();
-    bus_ = start_program("dbus-daemon --nofork --config-file=" NETWORK_MANAGER_FILES "/bus.conf");
+    bus_ = start_program("dbus-daemon --nofork --config-file='" NETWORK_MANAGER_FILES "/bus.conf'");
     if (!eventually([] { return access("/run/dbus/system_bus_socket", F_OK) == 0; }))
         throw std::runtime_error("there is no message bus");
     start();
@@ -81,8 +81,8 @@ void RealNetworkManager::start_behind() {
 }
 
 void RealNetworkManager::start() {
-    manager_ = start_program("/usr/sbin/NetworkManager --debug --config=" NETWORK_MANAGER_FILES
-                             "/NetworkManager.conf --config-dir=/tmp/nm/conf.d --state-file=/tmp/nm/state"
+    manager_ = start_program("/usr/sbin/NetworkManager --debug --config='" NETWORK_MANAGER_FILES
+                             "/NetworkManager.conf' --config-dir=/tmp/nm/conf.d --state-file=/tmp/nm/state"
                              " --pid-file=/tmp/nm/pid");
     const auto knows_device = [] {
         const std::string devices = run({"nmcli", "-t", "-f", "DEVICE,STATE", "device"}).out;
