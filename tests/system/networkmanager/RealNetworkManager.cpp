@@ -1,6 +1,7 @@
 #include "networkmanager/RealNetworkManager.h"
 
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -17,6 +18,22 @@ namespace {
 void mount_here(const char* type, const char* place, unsigned long flags = 0) {
     if (mount(type, place, type, flags, nullptr) != 0)
         throw std::system_error(errno, std::generic_category(), std::string("mounting ") + place);
+}
+
+// NetworkManager takes plugins of root's alone. Where root is the one of an ordinary user's namespace, the
+// machine's files are nobody's: copies are his own. Modems and Wi-Fi are plugins.
+void own_plugins() {
+    for (const auto& libraries : std::filesystem::directory_iterator("/usr/lib")) {
+        const std::filesystem::path plugins = libraries.path() / "NetworkManager";
+        struct stat file {};
+        if (stat(plugins.c_str(), &file) != 0 || file.st_uid == geteuid())
+            continue;
+        const std::filesystem::path copy = "/tmp/nm/plugins" / libraries.path().filename();
+        std::filesystem::create_directories(copy);
+        std::filesystem::copy(plugins, copy, std::filesystem::copy_options::recursive);
+        if (mount(copy.c_str(), plugins.c_str(), nullptr, MS_BIND, nullptr) != 0)
+            throw std::system_error(errno, std::generic_category(), "covering " + plugins.string());
+    }
 }
 
 std::string shell(std::string_view command) {
@@ -52,6 +69,7 @@ RealNetworkManager::RealNetworkManager() {
     std::filesystem::create_directories("/run/dbus");
     std::filesystem::create_directories("/tmp/connections");
     std::filesystem::create_directories("/tmp/nm/conf.d");
+    own_plugins();
     start_behind();
     bus_ = start_program("dbus-daemon --nofork --config-file='" NETWORK_MANAGER_FILES "/bus.conf'");
     if (!eventually([] { return access("/run/dbus/system_bus_socket", F_OK) == 0; }))
