@@ -14,30 +14,26 @@ using nlohmann::json;
 }  // namespace
 
 std::set<std::string> Activations::begin(const std::string& manager) {
-    if (manager == manager_)
+    if (there_ && manager == manager_)
         return {};
+    if (manager != manager_)
+        active_ = read(manager);
+    there_ = true;
     manager_ = manager;
-    std::set<std::string> left = read(manager);
-    // They are ours until they have been let go of.
-    active_.insert(left.begin(), left.end());
-    if (left.empty())
+    if (active_.empty())
         write();
-    return left;
+    // They are ours until they have been let go of.
+    return active_;
 }
 
 void Activations::add(const std::string& active) {
-    if (!manager_.empty() && active_.insert(active).second)
+    if (there_ && active_.insert(active).second)
         write();
 }
 
 void Activations::remove(const std::string& active) {
     if (active_.erase(active) > 0)
         write();
-}
-
-void Activations::end() {
-    manager_.clear();
-    active_.clear();
 }
 
 std::set<std::string> Activations::read(const std::string& manager) const {

@@ -14,21 +14,23 @@ class Activations {
     // What is noted in this file is read by the next server. Without a name nothing is.
     explicit Activations(std::string file) : file_(std::move(file)) {}
 
-    // NetworkManager is there, by a name that no other has had. Gives what a server before has left active.
+    // NetworkManager is there, by a name that no other has had. Gives what a server before, or this one
+    // before it lost the bus, has left active.
     std::set<std::string> begin(const std::string& manager);
     void add(const std::string& active);
     void remove(const std::string& active);
-    bool has(const std::string& active) const { return active_.contains(active); }
+    bool has(const std::string& active) const { return there_ && active_.contains(active); }
     // NetworkManager has gone, and whatever it takes up again is nobody's; or only the message bus is lost,
-    // and the same NetworkManager begins again with what is noted.
-    void end();
+    // and the same NetworkManager begins again with what there was.
+    void end() { there_ = false; }
 
   private:
     std::set<std::string> read(const std::string& manager) const;
     void write() const;
 
     std::string file_;
-    std::string manager_;
+    bool there_ = false;
+    std::string manager_;  // the last one
     std::set<std::string> active_;
 };
 

@@ -32,6 +32,9 @@ KeptTaker kept(Bus::Taker taker) {
 
 // Who is told may end what it is told through, itself included.
 int take(sd_bus_message* message, void* taker, sd_bus_error*) {
+    // A bus that has gone answers every question with an error of its own making, which is nobody's answer.
+    if (sd_bus_is_open(sd_bus_message_get_bus(message)) <= 0)
+        return 0;
     const SharedTaker told = *static_cast<SharedTaker*>(taker);
     guarded("what the message bus has told", [&] { (*told)(message); });
     return 0;
@@ -108,6 +111,10 @@ void Bus::connect() {
     bus_.reset(bus);
     waited_for_ = 0;
     arm();
+}
+
+bool Bus::usable() const {
+    return connected() && sd_bus_is_open(bus_.get()) > 0;
 }
 
 void Bus::disconnect() {

@@ -44,6 +44,8 @@ class Bus {
     Bus& operator=(const Bus&) = delete;
 
     bool connected() const { return bus_ != nullptr; }
+    // Not any more from when it is lost on, which `lost` is told a moment later.
+    bool usable() const;
     // Throws BusError.
     void connect();
     void disconnect();

@@ -53,6 +53,8 @@ class Manager {
 
     // Follows it from here on. Throws BusError.
     void be_connected();
+    // Whether it can be told something.
+    bool in_reach() const { return bus_.usable(); }
     // All that it has. What goes while it is asked for is left out.
     void list_connections(const Then<std::vector<StoredConnection>>& then);
     void list_devices(const Then<std::vector<Device>>& then);

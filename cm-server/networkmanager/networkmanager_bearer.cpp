@@ -14,6 +14,11 @@ namespace {
 // NetworkManager is on the bus before it has read its connections, and then they come one by one.
 constexpr std::chrono::milliseconds kQuiet{300};
 
+// How soon a message bus is tried again: one that starts anew is back in a moment, and one that does not come
+// shall not keep a device awake.
+constexpr std::chrono::seconds kRejoinSoonest{1};
+constexpr std::chrono::minutes kRejoinLatest{1};
+
 // A modem or an access point may take its time; NetworkManager gives up by itself long before.
 constexpr std::chrono::seconds kLimit{120};
 
@@ -36,19 +41,32 @@ NetworkManagerBearer::NetworkManagerBearer(event_base* base, Interfaces& interfa
       devices_(manager_, interfaces, network_changed_),
       activations_(std::move(notes)),
       start_(base, [this] { start_next(); }),
-      stock_(base, [this] { take_stock(); }) {
+      stock_(base, [this] { take_stock(); }),
+      patience_(kRejoinSoonest),
+      rejoin_(base, [this] { rejoin(); }) {
     for (uint32_t call = 0; call < kCallCount; ++call)
         limits_[call] = std::make_unique<Timer>(
             base, [this, call] { refuse(call, Reason::kTimeLimit, "it takes too long"); });
 }
 
 void NetworkManagerBearer::be_ready() {
+    if (!rejoin())
+        log::warning("NetworkManager's connections will be refused until then");
+}
+
+bool NetworkManagerBearer::rejoin() {
     try {
         manager_.be_connected();
         take_stock();
+        patience_ = kRejoinSoonest;
+        return true;
     } catch (const BusError& error) {
-        log::warning("NetworkManager's connections will be refused: ", error.what());
+        log::info("NetworkManager: ", error.what(), ", and is tried again in ",
+                  std::chrono::duration_cast<std::chrono::seconds>(patience_).count(), " s");
     }
+    rejoin_.start(patience_);
+    patience_ = std::min<std::chrono::milliseconds>(patience_ * 2, kRejoinLatest);
+    return false;
 }
 
 void NetworkManagerBearer::take_stock() {
@@ -127,7 +145,8 @@ void NetworkManagerBearer::disconnect(uint32_t call) {
 
 void NetworkManagerBearer::forget(uint32_t call) {
     limits_[call]->stop();
-    if (uses_[call].ours && !shared(call))
+    // It stays noted when NetworkManager cannot be told to take it down.
+    if (uses_[call].ours && !shared(call) && manager_.in_reach())
         activations_.remove(uses_[call].active);
     uses_[call] = Use{};
     network_changed_();
@@ -432,6 +451,8 @@ void NetworkManagerBearer::on_manager_known(const std::string& name) {
 }
 
 void NetworkManagerBearer::on_manager_gone() {
+    if (!manager_.in_reach())
+        rejoin_.start(kRejoinSoonest);
     activations_.end();
     devices_.clear();
     for (uint32_t call = 0; call < kCallCount; ++call)

@@ -31,7 +31,8 @@ class NetworkManagerBearer : public Bearer, private ManagerEvents {
     NetworkManagerBearer(event_base* base, Interfaces& interfaces, RecordOf record_of, std::string notes,
                          std::function<void()> network_changed, BearerEvents& events);
 
-    // Connections will come: what a server that was killed has left behind goes.
+    // Connections will come: what a server that was killed has left behind goes. A message bus that is not
+    // there, or is lost, is tried again.
     void be_ready();
     void connect(uint32_t call, const Network& network) override;
     void disconnect(uint32_t call) override;
@@ -71,6 +72,7 @@ class NetworkManagerBearer : public Bearer, private ManagerEvents {
     void bring_up(uint32_t call, const std::string& device);
     // Asks what connections and devices there are.
     void take_stock();
+    bool rejoin();
     // Deletes what a server has made and no use of ours is behind.
     void sweep(const std::vector<StoredConnection>& connections);
     void activate(uint32_t call);
@@ -115,6 +117,8 @@ class NetworkManagerBearer : public Bearer, private ManagerEvents {
     uint64_t starting_ = 0;  // the life of the first one, as soon as it is being started
     Timer start_;
     Timer stock_;
+    std::chrono::milliseconds patience_;
+    Timer rejoin_;
 };
 
 }  // namespace quorvel::cm

@@ -94,5 +94,82 @@ TEST_F(Successor, that_dies_with_network_manager_leaves_a_connection_that_is_nob
     EXPECT_TRUE(RealNetworkManager::is_active("wired"));
 }
 
+// The server's own way to the message bus, which can be cut while everybody else's is there.
+class MessageBus : public Successor {
+  public:
+    static constexpr const char* kRelay = "/tmp/relay";
+
+    void join() {
+        relay = std::make_unique<Program>(
+            std::vector<std::string>{"socat", std::string("UNIX-LISTEN:") + kRelay + ",unlink-early",
+                                     "UNIX-CONNECT:/run/dbus/system_bus_socket"});
+        ASSERT_TRUE(eventually([] { return std::filesystem::exists(kRelay); }));
+    }
+    void part() {
+        relay->send_signal(SIGKILL);
+        relay->wait();
+        std::filesystem::remove(kRelay);
+    }
+    void serve_by_relay(const std::string& store) {
+        setenv("DBUS_SYSTEM_BUS_ADDRESS", (std::string("unix:path=") + kRelay).c_str(), 1);
+        serve(config_of("wired"), {"--db", store});
+        unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+    }
+    void expect_taken_down_and_of_use() {
+        server->program().wait_for_err("was activated by a server before, and is taken down");
+        EXPECT_TRUE(eventually([] { return !RealNetworkManager::is_active("wired"); }));
+        RawClient client;
+        const uint32_t call = client.open(1);
+        client.stop(call, 1);
+        EXPECT_TRUE(eventually([] { return !RealNetworkManager::is_active("wired"); }));
+        EXPECT_FALSE(std::filesystem::exists(kNotes));
+    }
+
+    std::unique_ptr<Program> relay;
+};
+
+TEST_F(MessageBus, that_is_lost_ends_the_calls_and_is_joined_again_for_what_is_active_still) {
+    for (const char* store : {":memory:", "/tmp/kept.db"}) {
+        SCOPED_TRACE(store);
+        join();
+        serve_by_relay(store);
+        RawClient client;
+        client.open(1);
+        part();
+        expect_reason(client.event(), wire::NETCM_CLIENT_STOP_IND, cm::Reason::kLost);
+        server->program().wait_for_err("is tried again in 1 s");
+        EXPECT_TRUE(RealNetworkManager::is_active("wired"));
+        join();
+        expect_taken_down_and_of_use();
+        server.reset();
+        part();
+    }
+}
+
+TEST_F(MessageBus, that_comes_after_the_server_is_joined_without_being_asked_for) {
+    leave_active();
+    serve_by_relay("/tmp/kept.db");
+    server->program().wait_for_err("is tried again in 1 s");
+    RawClient client;
+    expect_refused(client, cm::Reason::kNoInterface);
+    join();
+    expect_taken_down_and_of_use();
+}
+
+TEST_F(MessageBus, that_is_lost_with_network_manager_leaves_what_that_takes_up_again) {
+    join();
+    serve_by_relay("/tmp/kept.db");
+    RawClient client;
+    client.open(1);
+    part();
+    EXPECT_EQ(client.event().Code, wire::NETCM_CLIENT_STOP_IND);
+    manager->kill();
+    manager->start();
+    EXPECT_TRUE(eventually([] { return RealNetworkManager::is_active("wired"); }));
+    join();
+    EXPECT_TRUE(eventually([] { return !std::filesystem::exists(kNotes); }));
+    expect_left_alone();
+}
+
 }  // namespace
 }  // namespace quorvel::test
