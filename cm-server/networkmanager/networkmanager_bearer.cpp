@@ -14,8 +14,8 @@ namespace {
 // NetworkManager is on the bus before it has read its connections, and then they come one by one.
 constexpr std::chrono::milliseconds kQuiet{300};
 
-// How soon a message bus is tried again: one that starts anew is back in a moment, and one that does not come
-// shall not keep a device awake.
+// How soon a message bus is tried again: one that starts anew is back in a moment, and one that does not
+// come, or does not let the server in, shall not keep a device awake.
 constexpr std::chrono::seconds kRejoinSoonest{1};
 constexpr std::chrono::minutes kRejoinLatest{1};
 
@@ -58,15 +58,18 @@ bool NetworkManagerBearer::rejoin() {
     try {
         manager_.be_connected();
         take_stock();
-        patience_ = kRejoinSoonest;
         return true;
     } catch (const BusError& error) {
-        log::info("NetworkManager: ", error.what(), ", and is tried again in ",
-                  std::chrono::duration_cast<std::chrono::seconds>(patience_).count(), " s");
+        log::info("NetworkManager cannot be asked: ", error.what());
+        rejoin_later();
+        return false;
     }
+}
+
+void NetworkManagerBearer::rejoin_later() {
+    log::info("the message bus is tried again in ", patience_.count(), " s");
     rejoin_.start(patience_);
-    patience_ = std::min<std::chrono::milliseconds>(patience_ * 2, kRejoinLatest);
-    return false;
+    patience_ = std::min<std::chrono::seconds>(patience_ * 2, kRejoinLatest);
 }
 
 void NetworkManagerBearer::take_stock() {
@@ -437,6 +440,7 @@ void NetworkManagerBearer::on_other_objects() {
 }
 
 void NetworkManagerBearer::on_manager_known(const std::string& name) {
+    patience_ = kRejoinSoonest;
     for (const std::string& active : activations_.begin(name)) {
         bool used = false;
         for (Use& use : uses_)
@@ -452,7 +456,7 @@ void NetworkManagerBearer::on_manager_known(const std::string& name) {
 
 void NetworkManagerBearer::on_manager_gone() {
     if (!manager_.in_reach())
-        rejoin_.start(kRejoinSoonest);
+        rejoin_later();
     activations_.end();
     devices_.clear();
     for (uint32_t call = 0; call < kCallCount; ++call)

@@ -73,6 +73,7 @@ class NetworkManagerBearer : public Bearer, private ManagerEvents {
     // Asks what connections and devices there are.
     void take_stock();
     bool rejoin();
+    void rejoin_later();
     // Deletes what a server has made and no use of ours is behind.
     void sweep(const std::vector<StoredConnection>& connections);
     void activate(uint32_t call);
@@ -117,7 +118,7 @@ class NetworkManagerBearer : public Bearer, private ManagerEvents {
     uint64_t starting_ = 0;  // the life of the first one, as soon as it is being started
     Timer start_;
     Timer stock_;
-    std::chrono::milliseconds patience_;
+    std::chrono::seconds patience_;
     Timer rejoin_;
 };
 

@@ -99,10 +99,9 @@ class MessageBus : public Successor {
   public:
     static constexpr const char* kRelay = "/tmp/relay";
 
-    void join() {
-        relay = std::make_unique<Program>(
-            std::vector<std::string>{"socat", std::string("UNIX-LISTEN:") + kRelay + ",unlink-early",
-                                     "UNIX-CONNECT:/run/dbus/system_bus_socket"});
+    void join(const char* options = "", const char* behind = "UNIX-CONNECT:/run/dbus/system_bus_socket") {
+        relay = std::make_unique<Program>(std::vector<std::string>{
+            "socat", std::string("UNIX-LISTEN:") + kRelay + ",unlink-early" + options, behind});
         ASSERT_TRUE(eventually([] { return std::filesystem::exists(kRelay); }));
     }
     void part() {
@@ -144,6 +143,22 @@ TEST_F(MessageBus, that_is_lost_ends_the_calls_and_is_joined_again_for_what_is_a
         server.reset();
         part();
     }
+}
+
+TEST_F(MessageBus, that_lets_nobody_in_is_tried_ever_more_seldom) {
+    join(",fork", "SYSTEM:true");
+    serve_by_relay(":memory:");
+    for (const char* seconds : {"1", "2", "4"})
+        server->program().wait_for_err(std::string("is tried again in ") + seconds + " s");
+    part();
+    join();
+    RawClient client;
+    client.open(1);
+    part();
+    EXPECT_EQ(client.event().Code, wire::NETCM_CLIENT_STOP_IND);
+    // One that was of use is waited for anew.
+    const std::string log = server->stop().err;
+    EXPECT_TRUE(log.substr(log.rfind("is tried again")).starts_with("is tried again in 1 s")) << log;
 }
 
 TEST_F(MessageBus, that_comes_after_the_server_is_joined_without_being_asked_for) {
