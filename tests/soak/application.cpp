@@ -1,6 +1,10 @@
-// One of the applications of a soak: four threads that use everything, at random, until SIGTERM. Then
-// everything that was accepted has to have been answered; and what has been acknowledged is printed, for the
-// store to be compared with.
+// One of the applications of a soak: four threads that use everything, at random, until SIGTERM. It says
+// "quiet" when none of them does anything any more, and waits for another SIGTERM, which tells that the
+// server has been started anew: everything that was accepted has to be answered then. What has been
+// acknowledged is printed, for the store to be compared with.
+//
+// SIGUSR1 tells that some connections have ended without a word, and that no more will: what has been opened
+// so far may remain without an answer.
 //
 //   soak-application NUMBER SEED
 #include <unistd.h>
@@ -12,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <map>
 #include <mutex>
 #include <string>
@@ -32,16 +37,39 @@ using quorvel::test::eventually;
 
 constexpr int kThreads = 4;
 constexpr int kProfiles = 4;  // of the factory
-constexpr std::chrono::seconds kPatience{60};
+// Shorter than the soak's own, so that it is told what has not been answered.
+constexpr std::chrono::seconds kPatience{20};
 
-volatile sig_atomic_t ends = 0;
+std::atomic<int> told_to_end{0};  // at first to be quiet, then to leave
+std::atomic<bool> told_to_forget{false};
 std::atomic<int> lookups_accepted{0};
 std::atomic<int> lookups_answered{0};
+
+// What has happened to a profile lately, with the time of day in UTC, as the server's monitor has it.
+class Story {
+  public:
+    void tell(const std::string& what) {
+        timespec now{};
+        clock_gettime(CLOCK_REALTIME, &now);
+        char time[32];
+        snprintf(time, sizeof(time), "%02ld:%02ld.%03ld ", now.tv_sec / 60 % 60, now.tv_sec % 60,
+                 now.tv_nsec / 1000000);
+        text_ += time + what + "; ";
+        if (text_.size() > kLongest)
+            text_.erase(0, kLongest / 2);
+    }
+    const std::string& text() const { return text_; }
+
+  private:
+    static constexpr size_t kLongest = 2000;
+    std::string text_;
+};
 
 // Which opens wait for their outcome, by thread. One that is closed or killed before has that outcome.
 struct Opens {
     std::mutex mutex;
     std::array<bool, kProfiles + 1> waits{};
+    std::array<Story, kProfiles + 1> stories;
 };
 std::array<Opens, kThreads> opens;
 
@@ -49,9 +77,13 @@ template <int kThread>
 void on_event(NetCMEvent* event) {
     if (event->EventType > NETCM_EVENT_STOP_IND)
         return;
+    if (event->ProfileId < 1 || event->ProfileId > kProfiles)
+        return;
+    const auto place = static_cast<size_t>(event->ProfileId);
     const std::lock_guard lock(opens[kThread].mutex);
-    if (event->ProfileId >= 1 && event->ProfileId <= kProfiles)
-        opens[kThread].waits[static_cast<size_t>(event->ProfileId)] = false;
+    opens[kThread].waits[place] = false;
+    opens[kThread].stories[place].tell("event " + std::to_string(event->EventType) + " with " +
+                                       std::to_string(event->Result));
 }
 constexpr std::array<NetCMEventCallback, kThreads> kCallbacks = {on_event<0>, on_event<1>, on_event<2>,
                                                                  on_event<3>};
@@ -69,13 +101,15 @@ class User {
           random_(seed, static_cast<uint64_t>(app_id_)) {}
 
     void live() {
-        while (ends == 0) {
+        while (told_to_end == 0) {
             NetCMClientRegister(kCallbacks[thread_]);
-            for (int things = random_.between(5, 60); things > 0 && ends == 0; --things) {
+            for (int things = random_.between(5, 60); things > 0 && told_to_end == 0; --things) {
+                if (told_to_forget && !std::exchange(has_forgotten_, true))
+                    forget();
                 do_something();
                 std::this_thread::sleep_for(std::chrono::microseconds(random_.between(0, 20000)));
             }
-            NetCMClientDeRegister();
+            tell_all("DeRegister: " + std::to_string(NetCMClientDeRegister()));
         }
     }
 
@@ -88,13 +122,17 @@ class User {
                 return NetCMClientDeRegister() != NETCM_ERR_ALREADY_EXISTS;
             },
             kPatience);
+        if (!out)
+            printf("broken %s: it cannot deregister\n", name_.c_str());
         const std::lock_guard lock(opens[thread_].mutex);
         bool answered = true;
-        for (const bool waits : opens[thread_].waits)
-            answered = answered && !waits;
-        if (!out || !answered)
-            printf("broken %s: %s\n", name_.c_str(),
-                   out ? "an open was never answered" : "it cannot deregister");
+        for (int profile = 1; profile <= kProfiles; ++profile) {
+            if (!opens[thread_].waits[static_cast<size_t>(profile)])
+                continue;
+            answered = false;
+            printf("broken %s: an open of profile %d was never answered: %s\n", name_.c_str(), profile,
+                   opens[thread_].stories[static_cast<size_t>(profile)].text().c_str());
+        }
         return out && answered;
     }
 
@@ -112,7 +150,7 @@ class User {
                 return open(profile);
             case 2:
             case 3:
-                NetCMConnectionClose(profile);
+                tell(profile, "Close: " + std::to_string(NetCMConnectionClose(profile)));
                 return;
             case 4:
                 if (random_.one_in(4) && NetCMConnectionKill(profile) == NETCM_SUCCESS)
@@ -137,8 +175,25 @@ class User {
     }
 
     void no_longer_waits(int32_t profile) {
+        tell(profile, "killed");
         const std::lock_guard lock(opens[thread_].mutex);
         opens[thread_].waits[static_cast<size_t>(profile)] = false;
+    }
+
+    void forget() {
+        tell_all("forgotten");
+        const std::lock_guard lock(opens[thread_].mutex);
+        opens[thread_].waits = {};
+    }
+
+    void tell(int32_t profile, const std::string& what) {
+        const std::lock_guard lock(opens[thread_].mutex);
+        opens[thread_].stories[static_cast<size_t>(profile)].tell(what);
+    }
+
+    void tell_all(const std::string& what) {
+        for (int32_t profile = 1; profile <= kProfiles; ++profile)
+            tell(profile, what);
     }
 
     // A join that is answered before this returns has its answer ahead of it.
@@ -149,7 +204,9 @@ class User {
             const std::lock_guard lock(opens[thread_].mutex);
             waited = std::exchange(opens[thread_].waits[place], true);
         }
-        if (NetCMConnectionOpen(&profile, 1) == NETCM_SUCCESS)
+        const uint32_t result = NetCMConnectionOpen(&profile, 1);
+        tell(profile, "Open: " + std::to_string(result));
+        if (result == NETCM_SUCCESS)
             return;
         const std::lock_guard lock(opens[thread_].mutex);
         opens[thread_].waits[place] = opens[thread_].waits[place] && waited;
@@ -240,6 +297,7 @@ class User {
     int32_t app_id_;
     size_t thread_;
     Random random_;
+    bool has_forgotten_ = false;
     std::map<std::string, const char*> profiles_;
     std::map<std::string, int32_t> ids_;
 };
@@ -249,14 +307,22 @@ class User {
 int main(int argc, char** argv) {
     if (argc != 3)
         return 2;
-    signal(SIGTERM, [](int) { ends = 1; });
+    signal(SIGTERM, [](int) { ++told_to_end; });
+    signal(SIGUSR1, [](int) { told_to_forget = true; });
     bool is_well = true;
     std::mutex printing;
+    std::atomic<int> living{kThreads};
     std::vector<std::thread> threads;
     for (int number = 0; number < kThreads; ++number)
         threads.emplace_back([&, number] {
             User user(atoi(argv[1]), number, strtoull(argv[2], nullptr, 0));
             user.live();
+            if (--living == 0) {
+                puts("quiet");
+                fflush(stdout);
+            }
+            while (told_to_end < 2)
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
             const bool left = user.leave();
             const std::lock_guard lock(printing);
             is_well = is_well && left;

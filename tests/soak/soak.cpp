@@ -10,6 +10,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -19,6 +20,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "library/dns/Responder.h"
@@ -33,6 +35,7 @@ using Clock = std::chrono::steady_clock;
 using lives::Random;
 
 constexpr int kApplications = 32;
+constexpr int kKillResponse = 105;  // its code
 constexpr char kStore[] = "/tmp/soak.db";
 constexpr char kConfig[] = R"(
 dns = ["127.0.0.1"]
@@ -110,6 +113,8 @@ class Soak {
             // Everybody has settled in the first third; what is reached in the second is what it takes.
             const auto passed = Clock::now() - begin;
             is_settled_ = passed > length_ / 3;
+            if (passed > length_ / 2 && !std::exchange(have_forgotten_, true))
+                tell_all(SIGUSR1);
             if (is_settled_)
                 take_samples(passed < length_ * 2 / 3 ? early_ : late_);
         }
@@ -148,7 +153,7 @@ class Soak {
             case 0:
                 return ctl({"fault", "late", number(1, 300), "--times", number(1, 20)});
             case 1:
-                return ctl({"fault", "code", number(1, 130), "--times", "1"});
+                return ctl({"fault", "code", other_code(), "--times", "1"});
             case 2:
                 return ctl({"fault", "status", number(1, 130), "--times", number(1, 3)});
             case 3:
@@ -174,12 +179,21 @@ class Soak {
             case 13:
                 return random_.one_in(4) ? ctl({"restart", "--away", number(0, 300)}) : ctl({"list"});
             case 14:
-                return random_.one_in(2) && !is_settled_ ? kill_server()
-                                                         : ctl({"kill-response", number(0, 3)});
+                return is_settled_ ? ctl({"list"}) : end_without_a_word();
             default:
                 return server_->program().send_signal(SIGHUP);
         }
     }
+
+    // Any but the kill response's.
+    std::string other_code() {
+        const int code = random_.between(1, 129);
+        return std::to_string(code < kKillResponse ? code : code + 1);
+    }
+
+    // A kill response that nobody has asked for ends a connection, and none of its users is told. A while
+    // after the last they are told so.
+    void end_without_a_word() { random_.one_in(2) ? kill_server() : ctl({"kill-response", number(0, 3)}); }
 
     // Without a warning, as a crash would.
     void kill_server() {
@@ -224,11 +238,15 @@ class Soak {
 
     void let_everybody_leave() {
         ctl({"clear-faults"});
+        tell_all(SIGTERM);
+        // Ends every wait for the rest of an answer, a minute of it otherwise. What waited behind it may
+        // still be opened, at the new server.
+        start_server_anew();
         for (const auto& application : applications_)
-            application->send_signal(SIGTERM);
+            application->wait_for_out("quiet\n");
         // Ends every connection: whoever was never told because of a fault is told that.
-        server_->stop();
-        server_ = make_server();
+        start_server_anew();
+        tell_all(SIGTERM);
         for (const auto& application : applications_) {
             const test::Ended ended = application->wait();
             if (ended.status != 0)
@@ -238,7 +256,7 @@ class Soak {
                 const size_t space = line.find(' ');
                 if (line.starts_with("broken"))
                     object(line);
-                else
+                else if (line != "quiet")
                     fates_[line.substr(space + 1)] = line.substr(0, space);
             }
         }
@@ -249,6 +267,16 @@ class Soak {
         const test::Ended ended = server_->stop();
         if (ended.status != 0)
             object("the server ends with " + std::to_string(ended.status));
+    }
+
+    void tell_all(int signal) {
+        for (const auto& application : applications_)
+            application->send_signal(signal);
+    }
+
+    void start_server_anew() {
+        server_->stop();
+        server_ = make_server();
     }
 
     static int note_name(void* names, int, char** columns, char**) {
@@ -293,6 +321,7 @@ class Soak {
     int troubles_ = 0;
     int restarts_ = 0;
     bool is_settled_ = false;
+    bool have_forgotten_ = false;
     bool broken_ = false;
 };
 
@@ -305,5 +334,11 @@ int main(int argc, char** argv) {
     const uint64_t seed = argc > 2 ? std::strtoull(argv[2], nullptr, 0) : std::random_device{}();
     printf("seed %llu\n", static_cast<unsigned long long>(seed));
     fflush(stdout);
-    return quorvel::soak::Soak(std::chrono::seconds(std::atoi(argv[1])), seed).run();
+    // One that is not caught would leave the server and the applications behind.
+    try {
+        return quorvel::soak::Soak(std::chrono::seconds(std::atoi(argv[1])), seed).run();
+    } catch (const std::exception& error) {
+        printf("broken: %s\n", error.what());
+        return 1;
+    }
 }
