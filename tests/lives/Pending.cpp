@@ -44,9 +44,10 @@ bool Places::tell(int user, int32_t key, unsigned instance) {
         places.erase(found);
         return true;
     };
-    // It may as well be the answer to what is under way now.
-    const auto is_lost_or_new = [&] {
-        if (!tell_one_of(lost_, [](const Place&) { return true; }))
+    // An old one may have been freed without a word: its thread had left, or its link was lost. Then what is
+    // under way now has been answered.
+    const auto is_old_or_new = [&](std::vector<Place>& old, auto which) {
+        if (!tell_one_of(old, which))
             return false;
         for (Place& place : places_)
             place.perhaps_told |= place.user == user && place.key == key;
@@ -54,7 +55,8 @@ bool Places::tell(int user, int32_t key, unsigned instance) {
     };
     return tell_one_of(places_,
                        [=](const Place& place) { return place.kept && place.instance == instance; }) ||
-           tell_one_of(places_, [](const Place& place) { return place.kept; }) || is_lost_or_new() ||
+           is_old_or_new(places_, [](const Place& place) { return place.kept; }) ||
+           is_old_or_new(lost_, [](const Place&) { return true; }) ||
            tell_one_of(places_, [=](const Place& place) { return place.instance == instance; }) ||
            tell_one_of(places_, [](const Place&) { return true; });
 }
