@@ -18,11 +18,16 @@ namespace {
 
 Link* the_link = nullptr;
 
+// Whether the thread does what an input says. The engine has another one, which is to sleep between its looks
+// at the memory in use.
+thread_local bool is_fuzzed = false;
+
 const pthread_t kNobody = static_cast<pthread_t>(-1);
 
 }  // namespace
 
 Link::Link(Side side, Input& input, NetCMEventCallback callback) : side_(side), input_(input) {
+    is_fuzzed = true;
     QV_FUZZ_EXPECT(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends_) == 0);
     NetCMClientLibInit();
     NetCMClientAppInfo& table = g_NetCMClientAppInfo;
@@ -128,6 +133,7 @@ int Link::wait(int fd, short& events) {
 
 // ---- What the library calls in place of the C library's.
 
+using quorvel::fuzz::is_fuzzed;
 using quorvel::fuzz::the_link;
 
 extern "C" {
@@ -136,9 +142,11 @@ int __wrap_poll(pollfd* waiting, nfds_t count, int);
 int __wrap_ppoll(pollfd* waiting, nfds_t count, const timespec*, const sigset_t*);
 int __wrap_shutdown(int fd, int how);
 int __wrap_connect(int, const sockaddr*, socklen_t);
-unsigned __wrap_sleep(unsigned);
-int __wrap_nanosleep(const timespec*, timespec*);
+unsigned __wrap_sleep(unsigned seconds);
+int __wrap_nanosleep(const timespec* time, timespec* left);
 int __real_shutdown(int fd, int how);
+unsigned __real_sleep(unsigned seconds);
+int __real_nanosleep(const timespec* time, timespec* left);
 
 int __wrap_poll(pollfd* waiting, nfds_t, int) {
     return the_link != nullptr ? the_link->wait(waiting->fd, waiting->revents) : 0;
@@ -155,11 +163,11 @@ int __wrap_connect(int, const sockaddr*, socklen_t) {
     errno = ECONNREFUSED;
     return -1;
 }
-unsigned __wrap_sleep(unsigned) {
-    return 0;
+unsigned __wrap_sleep(unsigned seconds) {
+    return is_fuzzed ? 0 : __real_sleep(seconds);
 }
-int __wrap_nanosleep(const timespec*, timespec*) {
-    return 0;
+int __wrap_nanosleep(const timespec* time, timespec* left) {
+    return is_fuzzed ? 0 : __real_nanosleep(time, left);
 }
 
 }  // extern "C"
