@@ -74,11 +74,12 @@ void life_ends() {
 }
 
 void fail(const std::string& why) {
+    const auto print_objection = [&] { dprintf(STDERR_FILENO, "\nThe model objects: %s\n", why.c_str()); };
     // Before the life and after it: whoever shortens long output keeps one of its ends.
-    dprintf(STDERR_FILENO, "The model objects: %s\n", why.c_str());
+    print_objection();
     print_how_to_live_it_again();
     print_life();
-    dprintf(STDERR_FILENO, "\nThe model objects: %s\n", why.c_str());
+    print_objection();
     _exit(1);
 }
 

@@ -7,6 +7,14 @@
 namespace quorvel::test {
 namespace {
 
+// So many of the request in a row.
+std::string as_sent(const wire::RequestHeader& header, int times = 1) {
+    std::string bytes;
+    for (int i = 0; i < times; ++i)
+        bytes.append(reinterpret_cast<const char*>(&header), sizeof(header));
+    return bytes;
+}
+
 TEST(ServerLink, every_client_gets_an_id_of_its_own) {
     CmServer server;
     RawClient first(77);
@@ -33,7 +41,7 @@ TEST(ServerLink, requests_that_arrive_in_one_piece_are_all_answered_in_order) {
          {wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ, wire::NETCM_CLIENT_GET_NETIFACE_LIST_REQ,
           wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ}) {
         const wire::RequestHeader header{command, 0, client.id(), 0, 0, 0};
-        bytes.append(reinterpret_cast<const char*>(&header), sizeof(header));
+        bytes += as_sent(header);
     }
     client.sync().send(bytes);
     EXPECT_EQ(client.sync().record().Code, wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_RSP);
@@ -45,9 +53,7 @@ TEST(ServerLink, a_request_may_arrive_byte_by_byte) {
     CmServer server;
     RawClient client;
     const wire::RequestHeader header{wire::NETCM_CLIENT_TUNNEL_REQ, 0, client.id(), 0, 3, 0};
-    std::string bytes(reinterpret_cast<const char*>(&header), sizeof(header));
-    bytes += "abc";
-    for (const char byte : bytes)
+    for (const char byte : as_sent(header) + "abc")
         client.sync().send(std::string_view(&byte, 1));
     EXPECT_EQ(client.sync().record().Code, wire::NETCM_CLIENT_TUNNEL_RSP);
     EXPECT_EQ(client.async().record().Word2, 3u);
@@ -160,9 +166,7 @@ TEST_F(BadClient, that_asks_and_asks_without_reading_an_answer_is_dropped) {
     RawClient bad;
     const wire::RequestHeader header{
         wire::NETCM_CLIENT_GET_ACTIVE_PROFILE_NAME_LIST_REQ, 0, bad.id(), 0, 0, 0};
-    std::string requests;
-    for (int i = 0; i < 8192; ++i)
-        requests.append(reinterpret_cast<const char*>(&header), sizeof(header));
+    const std::string requests = as_sent(header, 8192);
     bad.sync().send(requests);
     server.program().wait_for_err("it does not read what it is sent");
     EXPECT_EQ(good.ask(wire::NETCM_CLIENT_GET_DEFAULT_PROFILE_ID_REQ).Word2, 1u);
@@ -171,9 +175,7 @@ TEST_F(BadClient, that_asks_and_asks_without_reading_an_answer_is_dropped) {
 TEST_F(BadClient, that_tunnels_and_tunnels_without_reading_an_answer_is_dropped) {
     RawClient bad;
     const wire::RequestHeader header{wire::NETCM_CLIENT_TUNNEL_REQ, 0, bad.id(), 0, 0, 0};
-    std::string requests;
-    for (int i = 0; i < 256; ++i)
-        requests.append(reinterpret_cast<const char*>(&header), sizeof(header));
+    const std::string requests = as_sent(header, 256);
     // In step with who reads the log, which loses lines that a pipe has no room for.
     const auto flood = [&] {
         for (uint32_t application = 1000; true; ++application) {
